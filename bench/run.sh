@@ -1,0 +1,13 @@
+#!/usr/bin/env bash
+# Runs every benchmark script under bench/ (each prints its figure beside a peer tool's).
+# Usage: bench/run.sh BUILD_DIR
+set -euo pipefail
+build=${1:-build}
+here=$(cd "$(dirname "$0")" && pwd)
+status=0
+for script in "$here"/*.bench.sh; do
+  [ -e "$script" ] || continue
+  echo "== $(basename "$script" .bench.sh)"
+  bash "$script" "$build" || status=1
+done
+exit $status

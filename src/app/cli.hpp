@@ -1,0 +1,20 @@
+// The headless commands of vormelt-cli. Each takes the words after its command name and
+// returns the process exit status: 0 success, 1 failure while working, 2 bad command line.
+// Errors are one clear line on `err`; results go to `out` byte for byte.
+#pragma once
+
+#include <iosfwd>
+#include <span>
+#include <string>
+
+namespace vormelt::cli {
+
+// vormelt-cli names proto|ethertype|tcp|udp|vendor VALUE
+int RunNames(std::span<const std::string> args, std::ostream& out, std::ostream& err);
+// vormelt-cli packets --read FILE | --live ADDRESS | --adapter NAME  [options]
+int RunPackets(std::span<const std::string> args, std::ostream& out, std::ostream& err);
+// vormelt-cli codec --in ... --out ... [options]   (reads `in` to its end)
+int RunCodec(std::span<const std::string> args, std::istream& in, std::ostream& out,
+             std::ostream& err);
+
+}  // namespace vormelt::cli

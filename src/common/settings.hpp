@@ -1,0 +1,75 @@
+// ProgramSettings: the one record of persisted settings, grouped by the window that owns each
+// group. Start-up reads it once; mode windows read it and write it back when they close.
+// The JSON store (settings_store) reads and writes it; this header holds only the data.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "common/texts.hpp"
+#include "common/types.hpp"
+
+namespace vormelt {
+
+// A window's place on screen. `valid` is false until the window has been shown once.
+struct WindowState {
+  bool valid = false;
+  int x = 0, y = 0, width = 0, height = 0;
+  bool maximized = false;
+  bool minimized = false;
+};
+
+struct InterfaceSettings {
+  InterfaceKind chosenKind = InterfaceKind::RawSockets;
+  std::string address;             // dotted IPv4, for Raw Sockets
+  std::string adapterDevice;       // pcap device name, for the adapter kind
+  std::string adapterDisplayName;  // shown to the user
+  InterfaceKind kindInUse = InterfaceKind::RawSockets;  // copied when a capture starts
+};
+
+struct PacketModeSettings {
+  WindowState window;
+  std::vector<int> columnOrder;   // visual order of the eleven list columns; empty = natural
+  std::vector<int> columnWidths;  // pixels per column; empty = defaults
+  bool filteringEnabled = false;  // "Apply filters to incoming packets"
+  bool matchCase = false;         // "Match case for Find and Filters"
+  std::string dateTimeTemplate = "%Y.%MY.%D - %H24:%MN:%S.%MS";
+  bool wrapDump = true;           // detail-pane dump goes to the wrapping box
+  int dataLevel = 0;              // DataLevel of the detail pane: 0 Datalink .. 3 Presentation
+  int dumpForm = 2;               // detail-pane dump form: 0 Text, 1 Dec, 2 Hex
+  bool announceNewPackets = false;  // tell the window of each new packet
+  bool newPacketSound = false;      // play a sound for each new packet
+  WindowState hexViewer;
+  bool hexViewerOpen = false;
+  WindowState filterWindow;
+  std::string lastFolder;  // last folder used by Open capture file
+};
+
+struct CodecSettings {
+  WindowState window;
+  int inputType = 0;   // 0 Text, 1 Hex, 2 Base64
+  int outputType = 1;  // 0 Text, 1 Hex, 2 Base64, 3 MD5
+  bool asciiText = false;
+  bool cleanOutput = true;
+  bool nullToSpace = false;
+  bool wordWrap = true;
+  std::string font = "Courier New";
+};
+
+struct ProgramSettings {
+  // Read at start-up.
+  bool showModeChoiceAtStartup = true;  // "Show mode choice at startup."
+  std::int32_t rememberedMode = 0;      // a ProgramMode value; anything outside 0..3 runs nothing
+  UiLanguage language = UiLanguage::English;
+  bool useSystemColors = false;  // "Use Windows colors ..." (here: the desktop's palette)
+  bool graphicalWarningAcknowledged = false;
+  // Shared by the mode windows.
+  bool minimizeToTrayOnClose = false;
+  WindowState modeChoiceWindow;
+  InterfaceSettings interface;
+  PacketModeSettings packetMode;
+  CodecSettings codec;
+};
+
+}  // namespace vormelt

@@ -1,0 +1,6 @@
+// vormelt: the desktop program (being built).
+#include <QApplication>
+int main(int argc, char** argv) {
+  QApplication app(argc, argv);
+  return 0;
+}

@@ -1,0 +1,57 @@
+// vormelt-cli: every engine without a window, for servers, scripts, tests and benchmarks.
+// Links no Qt. Dispatches to the command runners in app/.
+#include <cstdio>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include "app/cli.hpp"
+
+namespace {
+
+constexpr const char* kUsage =
+    "Usage: vormelt-cli COMMAND [OPTIONS]\n"
+    "\n"
+    "Hollowbright VORMELT without windows.\n"
+    "\n"
+    "Commands:\n"
+    "  names proto|ethertype|tcp|udp|vendor VALUE\n"
+    "      Print the name table's text for VALUE (decimal or 0x-hex; for vendor a MAC or OUI\n"
+    "      such as 00:0C:29, 00-0C-29-12-34-56 or 000C29).\n"
+    "  packets (--read FILE | --live ADDRESS | --adapter NAME) [--count N]\n"
+    "          [--render none|text|dec|hex|hex+text --level datalink|network|transport|presentation\n"
+    "           [--wide]] [--filter-profile FILE [--match-case]]\n"
+    "      Capture or read packets into the packet store and print one line per stored packet\n"
+    "      (the eleven list columns separated by TABs), or each packet's rendering.\n"
+    "  codec --in text|hex|base64 --out text|hex|base64|md5 [--clean] [--ascii] [--null-to-space]\n"
+    "      Convert standard input and write the result to standard output.\n"
+    "\n"
+    "Options:\n"
+    "  --help     Show this text.\n"
+    "  --version  Show the program version.\n";
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::ios::sync_with_stdio(false);
+  std::vector<std::string> words(argv + 1, argv + argc);
+  if (words.empty()) {
+    std::cerr << kUsage;
+    return 2;
+  }
+  const std::string& command = words.front();
+  const std::span<const std::string> rest(words.data() + 1, words.size() - 1);
+  if (command == "--help" || command == "-h" || command == "help") {
+    std::cout << kUsage;
+    return 0;
+  }
+  if (command == "--version") {
+    std::cout << "Hollowbright VORMELT 2.2\n";
+    return 0;
+  }
+  if (command == "names") return vormelt::cli::RunNames(rest, std::cout, std::cerr);
+  if (command == "packets") return vormelt::cli::RunPackets(rest, std::cout, std::cerr);
+  if (command == "codec") return vormelt::cli::RunCodec(rest, std::cin, std::cout, std::cerr);
+  std::cerr << "vormelt-cli: unknown command '" << command << "' (try --help)\n";
+  return 2;
+}
