@@ -1,0 +1,25 @@
+// Wall-clock and elapsed-time readings with millisecond resolution.
+// Elapsed time is steady_clock since process start, never std::clock (CPU time on Linux).
+#pragma once
+
+#include <cstdint>
+
+namespace vormelt {
+
+struct LocalTime {
+  int year;
+  int month;   // 1..12
+  int day;     // 1..31
+  int hour;    // 0..23
+  int minute;
+  int second;
+  int millisecond;
+};
+
+LocalTime NowLocal();
+LocalTime NowUtc();
+
+// Milliseconds of steady time since the process started; never goes backwards.
+std::int64_t MillisecondsSinceStart();
+
+}  // namespace vormelt
