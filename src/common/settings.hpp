@@ -18,6 +18,8 @@ struct WindowState {
   int x = 0, y = 0, width = 0, height = 0;
   bool maximized = false;
   bool minimized = false;
+
+  friend bool operator==(const WindowState&, const WindowState&) = default;
 };
 
 struct InterfaceSettings {
@@ -26,6 +28,8 @@ struct InterfaceSettings {
   std::string adapterDevice;       // pcap device name, for the adapter kind
   std::string adapterDisplayName;  // shown to the user
   InterfaceKind kindInUse = InterfaceKind::RawSockets;  // copied when a capture starts
+
+  friend bool operator==(const InterfaceSettings&, const InterfaceSettings&) = default;
 };
 
 struct PacketModeSettings {
@@ -44,6 +48,8 @@ struct PacketModeSettings {
   bool hexViewerOpen = false;
   WindowState filterWindow;
   std::string lastFolder;  // last folder used by Open capture file
+
+  friend bool operator==(const PacketModeSettings&, const PacketModeSettings&) = default;
 };
 
 struct CodecSettings {
@@ -55,6 +61,8 @@ struct CodecSettings {
   bool nullToSpace = false;
   bool wordWrap = true;
   std::string font = "Courier New";
+
+  friend bool operator==(const CodecSettings&, const CodecSettings&) = default;
 };
 
 struct ProgramSettings {
@@ -70,6 +78,8 @@ struct ProgramSettings {
   InterfaceSettings interface;
   PacketModeSettings packetMode;
   CodecSettings codec;
+
+  friend bool operator==(const ProgramSettings&, const ProgramSettings&) = default;
 };
 
 }  // namespace vormelt

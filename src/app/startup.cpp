@@ -1,0 +1,247 @@
+// Start-up decisions and their texts. Keyword matching is deliberately loose (substrings of the
+// lower-cased line) because relaunches, shortcuts and service entries all spell them differently.
+#include "app/startup.hpp"
+
+#include <algorithm>
+#include <cctype>
+
+namespace vormelt {
+namespace {
+
+constexpr std::string_view kNoInstallWord = "/NoInstall";
+
+struct ModeKeyword {
+  std::string_view keyword;
+  bool StartupDecision::*flag;
+};
+
+// Order matters only for readability: every keyword is searched.
+constexpr ModeKeyword kFlagKeywords[] = {
+    {"noinstall", &StartupDecision::noInstall},
+    {"uninstall", &StartupDecision::uninstall},
+    {"packet_mode", &StartupDecision::packetMode},
+    {"file_mode", &StartupDecision::fileMode},
+    {"gp_mode", &StartupDecision::graphicalPacketsMode},
+    {"statistical_mode", &StartupDecision::statisticalMode},
+    {"hb_decoder", &StartupDecision::decoder},
+    {"start_minimized", &StartupDecision::startMinimized},
+    {"auto_listen", &StartupDecision::autoListen},
+    {"-service", &StartupDecision::runAsService},
+};
+
+std::string LowerAscii(std::string_view text) {
+  std::string out(text);
+  std::ranges::transform(out, out.begin(), [](unsigned char c) {
+    return static_cast<char>(std::tolower(c));
+  });
+  return out;
+}
+
+bool Contains(std::string_view text, std::string_view word) {
+  return text.find(word) != std::string_view::npos;
+}
+
+template <typename Strings>
+std::string JoinWithBlanks(const Strings& words) {
+  std::string out;
+  for (const auto& word : words) {
+    if (!out.empty()) out += ' ';
+    out += word;
+  }
+  return out;
+}
+
+void ApplyKeywords(std::string_view lower, StartupDecision& d) {
+  for (const ModeKeyword& k : kFlagKeywords) {
+    if (!Contains(lower, k.keyword)) continue;
+    d.*k.flag = true;
+    d.keywordRecognised = true;
+  }
+  // Tested in this order so that "deutsch" wins when both are given.
+  if (Contains(lower, "english")) {
+    d.languageKeyword = UiLanguage::English;
+    d.keywordRecognised = true;
+  }
+  if (Contains(lower, "deutsch")) {
+    d.languageKeyword = UiLanguage::German;
+    d.keywordRecognised = true;
+  }
+}
+
+bool RememberedIs(const ProgramSettings& settings, ProgramMode mode) {
+  return settings.rememberedMode == static_cast<std::int32_t>(mode);
+}
+
+}  // namespace
+
+std::string CommandLineText(std::span<const char* const> argumentsAfterProgram) {
+  std::vector<std::string_view> words;
+  for (const char* word : argumentsAfterProgram) words.emplace_back(word ? word : "");
+  return JoinWithBlanks(words);
+}
+
+std::string CommandLineText(std::span<const std::string> argumentsAfterProgram) {
+  return JoinWithBlanks(argumentsAfterProgram);
+}
+
+StartupDecision DecideStartup(std::string_view commandLine, const ProgramSettings& settings) {
+  StartupDecision d;
+  d.language = settings.language;
+  if (commandLine.empty()) return d;
+
+  const std::string lower = LowerAscii(commandLine);
+  ApplyKeywords(lower, d);
+  if (d.languageKeyword) d.language = *d.languageKeyword;
+
+  // Help is looked for before anything else is acted on, so "-packet_mode -help" still helps.
+  if (Contains(lower, "?") || Contains(lower, "help")) {
+    d.action = StartupAction::ShowHelp;
+    d.message = Text::CommandLineHelp;
+  } else if (!d.keywordRecognised) {
+    d.action = StartupAction::ShowUnknownCommandLine;
+    d.message = Text::CommandLineUnknown;
+  } else if (d.uninstall) {
+    d.action = StartupAction::RunDeinstaller;
+  }
+  return d;
+}
+
+bool ShouldShowModeChoice(const StartupDecision& decision, const ProgramSettings& settings) {
+  return settings.showModeChoiceAtStartup && !decision.AnyModeSwitch() && !decision.runAsService;
+}
+
+std::optional<ProgramMode> ChooseWindow(const StartupDecision& decision,
+                                        const ProgramSettings& settings) {
+  const bool byKeyword = decision.AnyModeSwitch();
+  const auto wants = [&](bool flag, ProgramMode mode) {
+    return byKeyword ? flag : RememberedIs(settings, mode);
+  };
+  if (wants(decision.packetMode, ProgramMode::Packet)) return ProgramMode::Packet;
+  if (wants(decision.fileMode, ProgramMode::File)) return ProgramMode::File;
+  if (wants(decision.graphicalPacketsMode, ProgramMode::GraphicalPackets)) {
+    return ProgramMode::GraphicalPackets;
+  }
+  if (wants(decision.statisticalMode, ProgramMode::Statistical)) return ProgramMode::Statistical;
+  if (byKeyword && decision.decoder) return ProgramMode::Decoder;
+  return std::nullopt;
+}
+
+std::vector<std::string> RelaunchArguments(ProgramMode mode) {
+  const auto with = [](std::string_view modeWord) {
+    return std::vector<std::string>{std::string(kNoInstallWord), std::string(modeWord)};
+  };
+  switch (mode) {
+    case ProgramMode::Packet: return with("/Packet_Mode");
+    case ProgramMode::File: return with("/File_Mode");
+    case ProgramMode::GraphicalPackets: return with("/GP_Mode");
+    case ProgramMode::Statistical: return with("/Statistical_Mode");
+    case ProgramMode::Decoder: break;
+  }
+  return {};
+}
+
+bool NeedsGraphicalWarning(ProgramMode target, const ProgramSettings& settings) {
+  return target == ProgramMode::GraphicalPackets && !settings.graphicalWarningAcknowledged;
+}
+
+ModeChoiceResult ApplyModeChoice(ModeChoiceButton button, bool rememberChoice,
+                                 bool warningAccepted, ProgramSettings& settings,
+                                 StartupDecision& decision) {
+  ProgramMode chosen = ProgramMode::Packet;
+  switch (button) {
+    case ModeChoiceButton::Exit: return ModeChoiceResult::Exit;
+    case ModeChoiceButton::ToolsDecoder:
+      // A tool, not a mode: the remembered mode and the check box stay as they are.
+      decision.decoder = true;
+      return ModeChoiceResult::Close;
+    case ModeChoiceButton::Packet: chosen = ProgramMode::Packet; break;
+    case ModeChoiceButton::File: chosen = ProgramMode::File; break;
+    case ModeChoiceButton::GraphicalPackets: chosen = ProgramMode::GraphicalPackets; break;
+    case ModeChoiceButton::Statistical: chosen = ProgramMode::Statistical; break;
+  }
+  if (NeedsGraphicalWarning(chosen, settings)) {
+    if (!warningAccepted) return ModeChoiceResult::StayOpen;
+    settings.graphicalWarningAcknowledged = true;
+  }
+  settings.rememberedMode = static_cast<std::int32_t>(chosen);
+  settings.showModeChoiceAtStartup = !rememberChoice;
+  return ModeChoiceResult::Close;
+}
+
+InstallStep AfterInstallQuestion(Answer answer) {
+  switch (answer) {
+    case Answer::Yes: return InstallStep::RunInstaller;
+    case Answer::No: return InstallStep::LaunchInstalledCopy;
+    case Answer::Cancel: break;
+  }
+  return InstallStep::EndProcess;
+}
+
+std::vector<std::string> InstalledCopyArguments() { return {"NoInstall"}; }
+
+SwitchStep AfterSwitchQuestion(Answer answer) {
+  switch (answer) {
+    case Answer::Yes: return SwitchStep::CloseAndRelaunch;
+    case Answer::No: return SwitchStep::RelaunchAlongside;
+    case Answer::Cancel: break;
+  }
+  return SwitchStep::Nothing;
+}
+
+std::string FillText(Text key, UiLanguage language, std::initializer_list<std::string_view> args) {
+  const std::string_view format = Tr(key, language);
+  auto next = args.begin();
+  std::string out;
+  out.reserve(format.size());
+  for (std::size_t i = 0; i < format.size(); ++i) {
+    const char c = format[i];
+    if (c != '%' || i + 1 == format.size()) {
+      out += c;
+      continue;
+    }
+    const char conversion = format[++i];
+    if (conversion == 's') {
+      if (next != args.end()) out += *next++;
+    } else if (conversion == '%') {
+      out += '%';
+    } else {
+      out += c;  // not ours to fill: keep it as written
+      out += conversion;
+    }
+  }
+  return out;
+}
+
+Text ModeName(ProgramMode mode) {
+  switch (mode) {
+    case ProgramMode::Packet: return Text::ModePacket;
+    case ProgramMode::File: return Text::ModeFile;
+    case ProgramMode::GraphicalPackets: return Text::ModeGraphicalPackets;
+    case ProgramMode::Statistical: return Text::ModeStatistical;
+    case ProgramMode::Decoder: break;
+  }
+  return Text::ModeDecoder;
+}
+
+std::string SwitchModesMessage(ProgramMode target, ProgramMode current, UiLanguage language) {
+  return FillText(Text::SwitchModesQuestion, language,
+                  {Tr(ModeName(target), language), Tr(ModeName(current), language)});
+}
+
+std::string ModeNotAvailableMessage(ProgramMode mode, UiLanguage language) {
+  return FillText(Text::ModeNotAvailable, language, {Tr(ModeName(mode), language)});
+}
+
+std::string InstallQuestionMessage(const InstallDecision& decision, UiLanguage language) {
+  if (decision.question == Text::AskInstallVersion) {
+    return FillText(decision.question, language, {kProgramVersion, kProductName});
+  }
+  return FillText(decision.question, language, {kProductName, kProgramVersion});
+}
+
+std::string LoadProblemMessage(const LoadProblem& load, UiLanguage language) {
+  if (!load.problem) return {};
+  return FillText(*load.problem, language, {load.file.string(), load.detail, load.keptAs.string()});
+}
+
+}  // namespace vormelt

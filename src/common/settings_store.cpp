@@ -1,0 +1,434 @@
+// ProgramSettings <-> JSON, and the atomic-write / keep-aside helpers of the configuration files.
+// Reading is lenient key by key: one bad value costs that value, never the whole file.
+#include "common/settings_store.hpp"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <fstream>
+#include <limits>
+#include <nlohmann/json.hpp>
+#include <system_error>
+
+#include "common/paths.hpp"
+
+namespace vormelt {
+namespace {
+
+// ordered_json keeps the keys in the order the struct declares them, so the file reads like it.
+using Json = nlohmann::ordered_json;
+
+constexpr std::size_t kMaxListEntries = 64;  // column lists; far more than any window has
+constexpr int kMaxDataLevel = 3;
+constexpr int kMaxDumpForm = 2;
+constexpr int kMaxCodecInputType = 2;
+constexpr int kMaxCodecOutputType = 3;
+constexpr int kMaxKeptAsideCopies = 1000;
+
+// ---- writing -------------------------------------------------------------------------------
+
+Json WindowToJson(const WindowState& w) {
+  return Json{{"valid", w.valid},         {"x", w.x},
+              {"y", w.y},                 {"width", w.width},
+              {"height", w.height},       {"maximized", w.maximized},
+              {"minimized", w.minimized}};
+}
+
+Json GeneralToJson(const ProgramSettings& s) {
+  return Json{{"showModeChoiceAtStartup", s.showModeChoiceAtStartup},
+              {"rememberedMode", s.rememberedMode},
+              {"language", static_cast<int>(s.language)},
+              {"useSystemColors", s.useSystemColors},
+              {"graphicalWarningAcknowledged", s.graphicalWarningAcknowledged},
+              {"minimizeToTrayOnClose", s.minimizeToTrayOnClose},
+              {"modeChoiceWindow", WindowToJson(s.modeChoiceWindow)}};
+}
+
+Json InterfaceToJson(const InterfaceSettings& s) {
+  return Json{{"chosenKind", static_cast<int>(s.chosenKind)},
+              {"address", s.address},
+              {"adapterDevice", s.adapterDevice},
+              {"adapterDisplayName", s.adapterDisplayName},
+              {"kindInUse", static_cast<int>(s.kindInUse)}};
+}
+
+Json PacketModeToJson(const PacketModeSettings& s) {
+  return Json{{"window", WindowToJson(s.window)},
+              {"columnOrder", s.columnOrder},
+              {"columnWidths", s.columnWidths},
+              {"filteringEnabled", s.filteringEnabled},
+              {"matchCase", s.matchCase},
+              {"dateTimeTemplate", s.dateTimeTemplate},
+              {"wrapDump", s.wrapDump},
+              {"dataLevel", s.dataLevel},
+              {"dumpForm", s.dumpForm},
+              {"announceNewPackets", s.announceNewPackets},
+              {"newPacketSound", s.newPacketSound},
+              {"hexViewer", WindowToJson(s.hexViewer)},
+              {"hexViewerOpen", s.hexViewerOpen},
+              {"filterWindow", WindowToJson(s.filterWindow)},
+              {"lastFolder", s.lastFolder}};
+}
+
+Json CodecToJson(const CodecSettings& s) {
+  return Json{{"window", WindowToJson(s.window)}, {"inputType", s.inputType},
+              {"outputType", s.outputType},       {"asciiText", s.asciiText},
+              {"cleanOutput", s.cleanOutput},     {"nullToSpace", s.nullToSpace},
+              {"wordWrap", s.wordWrap},           {"font", s.font}};
+}
+
+// ---- reading -------------------------------------------------------------------------------
+
+// One JSON object read leniently: every accessor leaves its field alone unless the key exists
+// with a value of the right type and range.
+class Reader {
+ public:
+  explicit Reader(const Json* value) : object_(value && value->is_object() ? value : nullptr) {}
+
+  Reader Group(const char* key) const { return Reader(Find(key)); }
+
+  void Bool(const char* key, bool& out) const {
+    if (const Json* v = Find(key); v && v->is_boolean()) out = v->get<bool>();
+  }
+
+  void Int(const char* key, int& out, long long min = std::numeric_limits<int>::min(),
+           long long max = std::numeric_limits<int>::max()) const {
+    const Json* v = Find(key);
+    if (!v) return;
+    if (auto n = AsInteger(*v); n && *n >= min && *n <= max) out = static_cast<int>(*n);
+  }
+
+  template <typename Enum>
+  void EnumValue(const char* key, Enum& out, int max) const {
+    int n = static_cast<int>(out);
+    Int(key, n, 0, max);
+    out = static_cast<Enum>(n);
+  }
+
+  void String(const char* key, std::string& out) const {
+    if (const Json* v = Find(key); v && v->is_string()) out = v->get<std::string>();
+  }
+
+  void IntList(const char* key, std::vector<int>& out) const {
+    const Json* v = Find(key);
+    if (!v || !v->is_array() || v->size() > kMaxListEntries) return;
+    std::vector<int> list;
+    for (const Json& item : *v) {
+      auto n = AsInteger(item);
+      if (!n || *n < std::numeric_limits<int>::min() || *n > std::numeric_limits<int>::max()) {
+        return;  // one bad entry spoils the order of the rest: keep the default list
+      }
+      list.push_back(static_cast<int>(*n));
+    }
+    out = std::move(list);
+  }
+
+  void Window(const char* key, WindowState& out) const {
+    const Reader w = Group(key);
+    w.Bool("valid", out.valid);
+    w.Int("x", out.x);
+    w.Int("y", out.y);
+    w.Int("width", out.width);
+    w.Int("height", out.height);
+    w.Bool("maximized", out.maximized);
+    w.Bool("minimized", out.minimized);
+  }
+
+ private:
+  const Json* Find(const char* key) const {
+    if (!object_) return nullptr;
+    auto it = object_->find(key);
+    return it == object_->end() ? nullptr : &*it;
+  }
+
+  static std::optional<long long> AsInteger(const Json& v) {
+    if (v.is_number_unsigned()) {
+      const auto u = v.get<std::uint64_t>();
+      if (u > static_cast<std::uint64_t>(std::numeric_limits<long long>::max())) return std::nullopt;
+      return static_cast<long long>(u);
+    }
+    if (v.is_number_integer()) return v.get<long long>();
+    return std::nullopt;
+  }
+
+  const Json* object_;
+};
+
+void ReadGeneral(const Reader& r, ProgramSettings& s) {
+  r.Bool("showModeChoiceAtStartup", s.showModeChoiceAtStartup);
+  r.Int("rememberedMode", s.rememberedMode);
+  r.EnumValue("language", s.language, static_cast<int>(UiLanguage::German));
+  r.Bool("useSystemColors", s.useSystemColors);
+  r.Bool("graphicalWarningAcknowledged", s.graphicalWarningAcknowledged);
+  r.Bool("minimizeToTrayOnClose", s.minimizeToTrayOnClose);
+  r.Window("modeChoiceWindow", s.modeChoiceWindow);
+}
+
+void ReadInterface(const Reader& r, InterfaceSettings& s) {
+  constexpr int kLastKind = static_cast<int>(InterfaceKind::PacketDriver);
+  r.EnumValue("chosenKind", s.chosenKind, kLastKind);
+  r.String("address", s.address);
+  r.String("adapterDevice", s.adapterDevice);
+  r.String("adapterDisplayName", s.adapterDisplayName);
+  r.EnumValue("kindInUse", s.kindInUse, kLastKind);
+}
+
+void ReadPacketMode(const Reader& r, PacketModeSettings& s) {
+  r.Window("window", s.window);
+  r.IntList("columnOrder", s.columnOrder);
+  r.IntList("columnWidths", s.columnWidths);
+  r.Bool("filteringEnabled", s.filteringEnabled);
+  r.Bool("matchCase", s.matchCase);
+  r.String("dateTimeTemplate", s.dateTimeTemplate);
+  r.Bool("wrapDump", s.wrapDump);
+  r.Int("dataLevel", s.dataLevel, 0, kMaxDataLevel);
+  r.Int("dumpForm", s.dumpForm, 0, kMaxDumpForm);
+  r.Bool("announceNewPackets", s.announceNewPackets);
+  r.Bool("newPacketSound", s.newPacketSound);
+  r.Window("hexViewer", s.hexViewer);
+  r.Bool("hexViewerOpen", s.hexViewerOpen);
+  r.Window("filterWindow", s.filterWindow);
+  r.String("lastFolder", s.lastFolder);
+}
+
+void ReadCodec(const Reader& r, CodecSettings& s) {
+  r.Window("window", s.window);
+  r.Int("inputType", s.inputType, 0, kMaxCodecInputType);
+  r.Int("outputType", s.outputType, 0, kMaxCodecOutputType);
+  r.Bool("asciiText", s.asciiText);
+  r.Bool("cleanOutput", s.cleanOutput);
+  r.Bool("nullToSpace", s.nullToSpace);
+  r.Bool("wordWrap", s.wordWrap);
+  r.String("font", s.font);
+}
+
+ProgramSettings SettingsFromObject(const Json& root) {
+  ProgramSettings settings;
+  const Reader r(&root);
+  ReadGeneral(r.Group("general"), settings);
+  ReadInterface(r.Group("interface"), settings.interface);
+  ReadPacketMode(r.Group("packetMode"), settings.packetMode);
+  ReadCodec(r.Group("codec"), settings.codec);
+  return settings;
+}
+
+// The parser's messages start with an internal tag ("[json.exception.parse_error.101] ");
+// the user only needs what follows it.
+std::string ParserMessage(const char* what) {
+  std::string_view text(what);
+  if (text.starts_with('[')) {
+    if (const auto end = text.find("] "); end != std::string_view::npos) text.remove_prefix(end + 2);
+  }
+  return std::string(text);
+}
+
+std::string ErrnoText(int error) { return std::error_code(error, std::generic_category()).message(); }
+
+void SetError(std::string* error, std::string text) {
+  if (error) *error = std::move(text);
+}
+
+// A file descriptor that closes itself.
+class UniqueFd {
+ public:
+  explicit UniqueFd(int fd) : fd_(fd) {}
+  ~UniqueFd() { Close(); }
+  UniqueFd(const UniqueFd&) = delete;
+  UniqueFd& operator=(const UniqueFd&) = delete;
+  int get() const { return fd_; }
+  // Closes now and reports whether the close itself succeeded (it can report a late write error).
+  bool Close() {
+    if (fd_ < 0) return true;
+    const int result = ::close(fd_);
+    fd_ = -1;
+    return result == 0;
+  }
+
+ private:
+  int fd_;
+};
+
+bool WriteAll(int fd, std::string_view content) {
+  while (!content.empty()) {
+    const ssize_t n = ::write(fd, content.data(), content.size());
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return false;
+    content.remove_prefix(static_cast<std::size_t>(n));
+  }
+  return true;
+}
+
+// The rename itself lives in the directory; flushing it makes the new name survive a power cut.
+void SyncDirectory(const std::filesystem::path& dir) {
+  UniqueFd fd(::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (fd.get() >= 0) ::fsync(fd.get());
+}
+
+}  // namespace
+
+std::filesystem::path DefaultSettingsFile() { return ConfigDirectory() / kSettingsFileName; }
+
+std::string SettingsToJson(const ProgramSettings& s) {
+  const Json root{{"version", kSettingsVersion},
+                  {"general", GeneralToJson(s)},
+                  {"interface", InterfaceToJson(s.interface)},
+                  {"packetMode", PacketModeToJson(s.packetMode)},
+                  {"codec", CodecToJson(s.codec)}};
+  // Strings may hold bytes that are not UTF-8 (folder names); replace them instead of throwing.
+  return root.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+std::optional<ProgramSettings> SettingsFromJson(std::string_view text, std::string* error) {
+  auto root = ParseJsonObject(text, error);
+  if (!root) return std::nullopt;
+  return SettingsFromObject(*root);
+}
+
+SettingsLoad LoadSettings(const std::filesystem::path& file) {
+  JsonFileLoad json = LoadJsonObjectFile(file, kMaxSettingsFileBytes, Text::SettingsFileUnreadable,
+                                         Text::SettingsFileDamaged);
+  SettingsLoad load;
+  static_cast<LoadProblem&>(load) = json;  // copies only the problem part
+  if (json.exists && !json.problem) load.settings = SettingsFromObject(json.object);
+  return load;
+}
+
+bool SaveSettings(const ProgramSettings& settings, const std::filesystem::path& file,
+                  std::string* error) {
+  return WriteFileAtomically(file, SettingsToJson(settings), error);
+}
+
+bool WriteFileAtomically(const std::filesystem::path& file, std::string_view content,
+                         std::string* error) {
+  const std::filesystem::path dir = file.has_parent_path() ? file.parent_path() : ".";
+  std::error_code ec;
+  std::filesystem::create_directories(dir, ec);
+  std::string temp = (dir / (file.filename().string() + ".tmpXXXXXX")).string();
+  UniqueFd fd(::mkostemp(temp.data(), O_CLOEXEC));
+  if (fd.get() < 0) {
+    SetError(error, dir.string() + ": " + ErrnoText(errno));
+    return false;
+  }
+  const bool written = WriteAll(fd.get(), content) && ::fsync(fd.get()) == 0;
+  const int writeErrno = errno;
+  if (!fd.Close() || !written) {
+    SetError(error, ErrnoText(written ? errno : writeErrno));
+    ::unlink(temp.c_str());
+    return false;
+  }
+  if (::rename(temp.c_str(), file.c_str()) != 0) {
+    SetError(error, ErrnoText(errno));
+    ::unlink(temp.c_str());
+    return false;
+  }
+  SyncDirectory(dir);
+  return true;
+}
+
+FileRead ReadSmallFile(const std::filesystem::path& file, std::uintmax_t maxBytes) {
+  FileRead result;
+  std::error_code ec;
+  const auto status = std::filesystem::status(file, ec);
+  if (status.type() == std::filesystem::file_type::not_found) return result;
+  result.exists = true;
+  if (ec) {  // e.g. a folder on the way that may not be searched
+    result.error = ec.message();
+    return result;
+  }
+  if (!std::filesystem::is_regular_file(status)) {
+    result.error = "not a regular file";
+    return result;
+  }
+  const std::uintmax_t size = std::filesystem::file_size(file, ec);
+  if (ec) {
+    result.error = ec.message();
+    return result;
+  }
+  if (size > maxBytes) {
+    result.tooLarge = true;
+    result.error = "larger than " + std::to_string(maxBytes) + " bytes";
+    return result;
+  }
+  std::ifstream in(file, std::ios::binary);
+  if (!in) {
+    result.error = ErrnoText(errno);
+    return result;
+  }
+  result.content.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+  if (in.bad() || result.content.size() > maxBytes) {
+    result.error = in.bad() ? "read error" : "grew while being read";
+    result.content.clear();
+    return result;
+  }
+  result.ok = true;
+  return result;
+}
+
+std::optional<Json> ParseJsonObject(std::string_view text, std::string* error) {
+  Json root;
+  try {
+    root = Json::parse(text.begin(), text.end());
+  } catch (const Json::exception& e) {
+    SetError(error, ParserMessage(e.what()));
+    return std::nullopt;
+  }
+  if (!root.is_object()) {
+    SetError(error, "the top level is not a JSON object");
+    return std::nullopt;
+  }
+  return root;
+}
+
+JsonFileLoad LoadJsonObjectFile(const std::filesystem::path& file, std::uintmax_t maxBytes,
+                                Text unreadable, Text damaged) {
+  JsonFileLoad load;
+  load.file = file;
+  FileRead read = ReadSmallFile(file, maxBytes);
+  load.exists = read.exists;
+  if (!read.exists) return load;
+  if (!read.ok && !read.tooLarge) {
+    load.problem = unreadable;
+    load.detail = std::move(read.error);
+    return load;
+  }
+  if (read.tooLarge) {
+    load.detail = std::move(read.error);
+  } else if (auto root = ParseJsonObject(read.content, &load.detail)) {
+    load.object = std::move(*root);
+    return load;
+  }
+  std::string moveError;
+  load.keptAs = KeepDamagedFile(file, &moveError);
+  if (load.keptAs.empty()) {
+    // It could not be moved aside: report it as unreadable, since the next save replaces it.
+    load.problem = unreadable;
+    load.detail += "; " + moveError;
+    return load;
+  }
+  load.problem = damaged;
+  return load;
+}
+
+std::filesystem::path KeepDamagedFile(const std::filesystem::path& file, std::string* error) {
+  std::filesystem::path target = file;
+  target += ".bad";
+  std::error_code ec;
+  for (int copy = 2; std::filesystem::exists(std::filesystem::symlink_status(target, ec));
+       ++copy) {
+    if (copy > kMaxKeptAsideCopies) {
+      SetError(error, "too many kept-aside copies");
+      return {};
+    }
+    target = file;
+    target += ".bad." + std::to_string(copy);
+  }
+  std::filesystem::rename(file, target, ec);
+  if (ec) {
+    SetError(error, ec.message());
+    return {};
+  }
+  return target;
+}
+
+}  // namespace vormelt
