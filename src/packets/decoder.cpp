@@ -1,0 +1,382 @@
+// Field decoding of the detail pane, data-level offsets and field-selection arithmetic.
+// Header fields are read at fixed frame offsets without length checks: every offset used here
+// stays below frame + 14 + 60 + 16, which the record's spare bytes after the frame cover.
+#include "packets/decoder.hpp"
+
+#include <algorithm>
+#include <cstdio>
+
+#include "common/byte_order.hpp"
+#include "packets/names.hpp"
+
+namespace vormelt {
+namespace {
+
+// Frame offsets of the fields the pane shows.
+constexpr std::int32_t kOffsetTotalLength = 16;
+constexpr std::int32_t kOffsetTtl = 22;
+constexpr std::int32_t kOffsetProtocol = 23;
+constexpr std::int32_t kOffsetChecksum = 24;
+constexpr std::int32_t kOffsetSourceIp = 26;
+constexpr std::int32_t kOffsetDestinationIp = 30;
+constexpr std::int32_t kOffsetArpHardwareType = 14;
+constexpr std::int32_t kOffsetArpProtocolType = 16;
+constexpr std::int32_t kOffsetArpHardwareLength = 18;
+constexpr std::int32_t kOffsetArpProtocolLength = 19;
+constexpr std::int32_t kOffsetArpOperation = 20;
+constexpr std::int32_t kOffsetDestinationMac = 0;
+constexpr std::int32_t kOffsetSourceMac = 6;
+constexpr std::int32_t kOffsetEtherType = 12;
+// Offsets inside the transport header.
+constexpr std::int32_t kTcpSequence = 4;
+constexpr std::int32_t kTcpAcknowledgement = 8;
+constexpr std::int32_t kTcpDataOffset = 12;
+constexpr std::int32_t kTcpFlags = 13;
+constexpr std::int32_t kTcpWindow = 14;
+constexpr std::int32_t kUdpHeaderLength = 8;
+constexpr std::int32_t kIcmpHeaderLength = 8;
+// The Ethernet header comes before the first byte of every data level but Datalink.
+constexpr std::int32_t kDatalinkStart = -static_cast<std::int32_t>(kEthernetHeaderLength);
+constexpr std::uint32_t kUnreadableLengthBound = 20;
+
+constexpr std::uint16_t kArpHardwareEthernet = 1;
+constexpr std::uint16_t kArpRequest = 1;
+constexpr std::uint16_t kArpReply = 2;
+
+// Frames shorter than an Ethernet header never reach the store; treat them as carrying no
+// EtherType so nothing reads protocol headers behind them.
+std::uint16_t EtherTypeOf(PacketRef packet) {
+  return packet.frameLength >= kEthernetHeaderLength ? packet.etherType() : 0;
+}
+bool IsIpv4(PacketRef packet) { return EtherTypeOf(packet) == kEtherTypeIpv4; }
+bool IsArp(PacketRef packet) { return EtherTypeOf(packet) == kEtherTypeArp; }
+std::uint8_t ProtocolOf(PacketRef packet) { return packet.frame[kOffsetProtocol]; }
+std::int32_t TransportStart(PacketRef packet) {
+  return static_cast<std::int32_t>(kEthernetHeaderLength + Ipv4HeaderLength(packet));
+}
+
+template <typename... Args>
+std::string Format(const char* form, Args... args) {
+  char buffer[160];
+  const int n = std::snprintf(buffer, sizeof buffer, form, args...);
+  return std::string(buffer, n > 0 ? std::min<std::size_t>(n, sizeof buffer - 1) : 0);
+}
+
+std::string Dotted(const std::uint8_t* p) {
+  return Format("%u.%u.%u.%u", p[0], p[1], p[2], p[3]);
+}
+
+std::string NamedHex4(std::uint16_t value, const char* name) {
+  return Format("0x%04X - %s", value, name);
+}
+
+void DecodeArp(PacketRef packet, UiLanguage language, PacketDetails& d) {
+  const std::uint8_t* f = packet.frame;
+  const char* unknown = Tr(Text::Unknown, language);
+  const std::uint16_t hardware = ReadBe16(f + kOffsetArpHardwareType);
+  d.arpHardwareType =
+      NamedHex4(hardware, hardware == kArpHardwareEthernet ? Tr(Text::ArpEthernet, language)
+                                                           : unknown);
+  const std::uint16_t protocol = ReadBe16(f + kOffsetArpProtocolType);
+  const char* protocolName = names::EtherTypeName(protocol);
+  d.arpProtocolType = NamedHex4(protocol, protocolName ? protocolName : unknown);
+  const std::uint16_t operation = ReadBe16(f + kOffsetArpOperation);
+  const char* operationName = operation == kArpRequest ? Tr(Text::ArpRequest, language)
+                              : operation == kArpReply ? Tr(Text::ArpReply, language)
+                                                       : unknown;
+  d.arpOperation = NamedHex4(operation, operationName);
+  d.arpHardwareLength = Format("0x%02X", f[kOffsetArpHardwareLength]);
+  d.arpProtocolLength = Format("0x%02X", f[kOffsetArpProtocolLength]);
+
+  if (const auto at = ArpProtocolAddressOffsets(packet)) {
+    d.sourceIp = Dotted(f + at->sender);
+    d.destinationIp = Dotted(f + at->target);
+    d.addressesSet = true;
+  }
+}
+
+std::string PortNameText(names::PortProtocol protocol, std::uint16_t port, UiLanguage language) {
+  const char* name = names::PortName(protocol, port);
+  return name ? name : Tr(Text::Unknown, language);
+}
+
+void DecodeTransport(PacketRef packet, UiLanguage language, PacketDetails& d) {
+  const std::uint8_t* t = packet.frame + TransportStart(packet);
+  if (d.ipProtocol == kProtocolTcp || d.ipProtocol == kProtocolUdp) {
+    const auto table =
+        d.ipProtocol == kProtocolTcp ? names::PortProtocol::Tcp : names::PortProtocol::Udp;
+    const std::uint16_t source = ReadBe16(t);
+    const std::uint16_t destination = ReadBe16(t + 2);
+    d.sourcePort = std::to_string(source);
+    d.destinationPort = std::to_string(destination);
+    d.sourcePortName = PortNameText(table, source, language);
+    d.destinationPortName = PortNameText(table, destination, language);
+  }
+  if (d.ipProtocol == kProtocolTcp) {
+    d.window = std::to_string(ReadBe16(t + kTcpWindow));
+    d.sequence = std::to_string(ReadBe32(t + kTcpSequence));
+    d.acknowledgement = std::to_string(ReadBe32(t + kTcpAcknowledgement));
+    d.flags = PeelTcpFlags(t[kTcpFlags]);
+  }
+  if (d.ipProtocol == kProtocolIcmp) {
+    d.icmpType = IcmpTypeText(t[0], language);
+    d.icmpCode = IcmpCodeText(t[0], t[1], language);
+  }
+}
+
+void DecodeIpv4(PacketRef packet, UiLanguage language, PacketDetails& d) {
+  const std::uint8_t* f = packet.frame;
+  d.ipProtocol = ProtocolOf(packet);
+  d.ipHeaderLength = Ipv4HeaderLength(packet);
+  d.packetType = names::ProtocolName(d.ipProtocol);
+  d.sourceIp = Dotted(f + kOffsetSourceIp);
+  d.destinationIp = Dotted(f + kOffsetDestinationIp);
+  d.addressesSet = true;
+  d.checksum = std::to_string(ReadBe16(f + kOffsetChecksum));
+  d.ttl = std::to_string(f[kOffsetTtl]);
+  d.protocolNumber = std::to_string(d.ipProtocol);
+  DecodeTransport(packet, language, d);
+}
+
+// Start of the selectable bytes of a field relative to the first byte of the dump.
+std::int32_t DumpIndex(PacketRef packet, DataLevel level, FieldBytes bytes) {
+  return bytes.frameOffset - (static_cast<std::int32_t>(kEthernetHeaderLength) +
+                              DataStartOffset(packet, level));
+}
+
+std::int32_t LinePosition(std::int32_t index, std::int32_t perLine, std::int32_t lineChars,
+                          std::int32_t step) {
+  // Truncating division, as for positions before the dump start; those are clamped later.
+  return (index / perLine) * lineChars + (index % perLine) * step;
+}
+
+}  // namespace
+
+const char* DataLevelLabel(DataLevel level) {
+  switch (level) {
+    case DataLevel::Datalink: return Tr(Text::LevelDatalink, UiLanguage::English);
+    case DataLevel::Network: return Tr(Text::LevelNetwork, UiLanguage::English);
+    case DataLevel::Transport: return Tr(Text::LevelTransport, UiLanguage::English);
+    case DataLevel::Presentation: return Tr(Text::LevelPresentation, UiLanguage::English);
+  }
+  return "";
+}
+
+std::optional<DataLevel> ParseDataLevel(std::string_view word) {
+  if (word == "datalink") return DataLevel::Datalink;
+  if (word == "network") return DataLevel::Network;
+  if (word == "transport") return DataLevel::Transport;
+  if (word == "presentation") return DataLevel::Presentation;
+  return std::nullopt;
+}
+
+std::uint32_t Ipv4HeaderLength(PacketRef packet) {
+  return (packet.frame[kEthernetHeaderLength] & 0x0F) * 4u;
+}
+
+std::int32_t DataStartOffset(PacketRef packet, DataLevel level) {
+  if (level == DataLevel::Datalink) return kDatalinkStart;
+  if (level == DataLevel::Network || !IsIpv4(packet)) return 0;
+  const auto h = static_cast<std::int32_t>(Ipv4HeaderLength(packet));
+  if (level == DataLevel::Transport) return h;
+  switch (ProtocolOf(packet)) {
+    case kProtocolTcp:
+      return h + (packet.frame[TransportStart(packet) + kTcpDataOffset] >> 4) * 4;
+    case kProtocolUdp: return h + kUdpHeaderLength;
+    case kProtocolIcmp: return h + kIcmpHeaderLength;
+    default: return h;
+  }
+}
+
+std::span<const std::uint8_t> DataBytes(PacketRef packet, DataLevel level) {
+  const std::int64_t start =
+      std::int64_t{kEthernetHeaderLength} + DataStartOffset(packet, level);
+  if (start >= packet.frameLength) return {};
+  return {packet.frame + start, packet.frameLength - static_cast<std::uint32_t>(start)};
+}
+
+bool PaneLayoutMemory::Apply(std::uint16_t etherType, std::uint8_t ipProtocol) {
+  bool changed = false;
+  if (etherType_ != etherType) {
+    etherType_ = etherType;
+    layout_.arpFields = etherType == kEtherTypeArp;
+    layout_.ipv4Fields = etherType == kEtherTypeIpv4;
+    layout_.ipBoxes = etherType == kEtherTypeIpv4 || etherType == kEtherTypeArp;
+    changed = true;
+  }
+  if (etherType == kEtherTypeIpv4 && ipProtocol_ != ipProtocol) {
+    ipProtocol_ = ipProtocol;
+    layout_.portFields = ipProtocol == kProtocolTcp || ipProtocol == kProtocolUdp;
+    layout_.tcpGroup = ipProtocol == kProtocolTcp;
+    layout_.icmpGroup = ipProtocol == kProtocolIcmp;
+    changed = true;
+  }
+  return changed;
+}
+
+std::optional<ArpAddressOffsets> ArpProtocolAddressOffsets(PacketRef packet) {
+  if (!IsArp(packet)) return std::nullopt;
+  const std::uint8_t* f = packet.frame;
+  const std::uint32_t hl = f[kOffsetArpHardwareLength];
+  if (ReadBe16(f + kOffsetArpHardwareType) != kArpHardwareEthernet) return std::nullopt;
+  if (ReadBe16(f + kOffsetArpProtocolType) != kEtherTypeIpv4) return std::nullopt;
+  if (2 * hl + 12 > packet.networkLength()) return std::nullopt;
+  if (f[kOffsetArpProtocolLength] != 4) return std::nullopt;
+  const auto h = static_cast<std::int32_t>(hl);
+  return ArpAddressOffsets{22 + h, 26 + 2 * h};
+}
+
+TcpFlagsShown PeelTcpFlags(std::uint8_t flags) {
+  unsigned rest = flags;
+  const auto peel = [&rest](unsigned bit) {
+    if (rest < bit) return false;
+    rest -= bit;
+    return true;
+  };
+  TcpFlagsShown shown;
+  shown.urg = peel(32);
+  shown.ack = peel(16);
+  shown.psh = peel(8);
+  shown.rst = peel(4);
+  shown.syn = peel(2);
+  shown.fin = rest == 1;
+  return shown;
+}
+
+PacketDetails DecodePacket(PacketRef packet, UiLanguage language, DataLevel level,
+                           std::string_view sourceMacText, std::string_view destinationMacText) {
+  PacketDetails d;
+  d.etherType = EtherTypeOf(packet);
+  d.sourceMac = sourceMacText;
+  d.destinationMac = destinationMacText;
+  d.packetSize = std::to_string(packet.networkLength() + kEthernetHeaderLength);
+  const char* etherName = names::EtherTypeName(d.etherType);
+  d.etherTypeText =
+      Format("0x%X - %s", d.etherType, etherName ? etherName : Tr(Text::Unknown, language));
+  if (d.etherType == kEtherTypeIpv4) DecodeIpv4(packet, language, d);
+  if (d.etherType == kEtherTypeArp) DecodeArp(packet, language, d);
+  d.dataBytes = DataBytes(packet, level);
+  return d;
+}
+
+UnreadableRecordNotice UnreadableRecord(std::uint32_t networkLength) {
+  if (networkLength >= kUnreadableLengthBound) {
+    return {Text::InvalidPacketPtr, Text::DeleteInvalidPtrQuestion,
+            Text::DeleteInvalidPacketCaption};
+  }
+  return {Text::InvalidPacketData, Text::DeleteInvalidDataQuestion,
+          Text::DeleteInvalidPacketCaption};
+}
+
+std::optional<FieldBytes> FieldFrameBytes(PacketRef packet, DetailField field,
+                                          std::uint8_t shownProtocol) {
+  const bool ports = shownProtocol == kProtocolTcp || shownProtocol == kProtocolUdp;
+  const bool tcp = shownProtocol == kProtocolTcp;
+  const std::int32_t p = TransportStart(packet);
+  const auto arpAddress = [&](bool sender) -> std::optional<FieldBytes> {
+    const auto at = ArpProtocolAddressOffsets(packet);
+    if (!at) return std::nullopt;
+    return FieldBytes{sender ? at->sender : at->target, 4};
+  };
+  switch (field) {
+    case DetailField::PacketType:
+    case DetailField::ProtocolNumber: return FieldBytes{kOffsetProtocol, 1};
+    case DetailField::Ttl: return FieldBytes{kOffsetTtl, 1};
+    case DetailField::IpChecksum: return FieldBytes{kOffsetChecksum, 2};
+    case DetailField::SourceIp:
+      return IsArp(packet) ? arpAddress(true) : FieldBytes{kOffsetSourceIp, 4};
+    case DetailField::DestinationIp:
+      return IsArp(packet) ? arpAddress(false) : FieldBytes{kOffsetDestinationIp, 4};
+    case DetailField::PacketSize: return FieldBytes{kOffsetTotalLength, 2};
+    case DetailField::SourcePort:
+    case DetailField::SourcePortName:
+      if (!ports) return std::nullopt;
+      return FieldBytes{p, 2};
+    case DetailField::DestinationPort:
+    case DetailField::DestinationPortName:
+      if (!ports) return std::nullopt;
+      return FieldBytes{p + 2, 2};
+    case DetailField::Window:
+      if (!tcp) return std::nullopt;
+      return FieldBytes{p + kTcpWindow, 2};
+    case DetailField::Sequence:
+      if (!tcp) return std::nullopt;
+      return FieldBytes{p + kTcpSequence, 4};
+    case DetailField::Acknowledgement:
+      if (!tcp) return std::nullopt;
+      return FieldBytes{p + kTcpAcknowledgement, 4};
+    case DetailField::ArpHardwareType: return FieldBytes{kOffsetArpHardwareType, 2};
+    case DetailField::ArpProtocolType: return FieldBytes{kOffsetArpProtocolType, 2};
+    case DetailField::ArpHardwareLength: return FieldBytes{kOffsetArpHardwareLength, 1};
+    case DetailField::ArpProtocolLength: return FieldBytes{kOffsetArpProtocolLength, 1};
+    case DetailField::ArpOperation: return FieldBytes{kOffsetArpOperation, 2};
+    case DetailField::SourceMac: return FieldBytes{kOffsetSourceMac, 6};
+    case DetailField::DestinationMac: return FieldBytes{kOffsetDestinationMac, 6};
+    case DetailField::EtherType: return FieldBytes{kOffsetEtherType, 2};
+  }
+  return std::nullopt;
+}
+
+std::optional<TextSelection> DumpSelection(DumpForm form, std::int32_t firstByte,
+                                           std::int32_t count) {
+  if (form == DumpForm::Text) return std::nullopt;
+  const std::int32_t width = form == DumpForm::Dec ? 3 : 2;
+  const std::int32_t perLine = form == DumpForm::Dec ? 10 : 16;
+  const std::int32_t step = width + 1;
+  const std::int32_t lineChars = (perLine - 1) * step + width + 2;
+  const std::int32_t start = LinePosition(firstByte, perLine, lineChars, step);
+  std::int32_t end = LinePosition(firstByte + count, perLine, lineChars, step);
+  if (end != 0) --end;
+  return TextSelection{std::max(start, 0), std::max(end, 0)};
+}
+
+std::optional<TextSelection> FieldSelection(PacketRef packet, DataLevel level, DumpForm form,
+                                            DetailField field, std::uint8_t shownProtocol) {
+  if (form == DumpForm::Text) return std::nullopt;
+  const auto bytes = FieldFrameBytes(packet, field, shownProtocol);
+  if (!bytes) return std::nullopt;
+  return DumpSelection(form, DumpIndex(packet, level, *bytes), bytes->width);
+}
+
+std::int32_t HexViewerByteAt(std::int32_t hexPosition) {
+  return (hexPosition / kHexViewerHexLine) * 16 + (hexPosition % kHexViewerHexLine) / 3;
+}
+
+std::int32_t HexViewerCharPosition(std::int32_t byteIndex) {
+  return (byteIndex / 16) * kHexViewerCharLine + byteIndex % 16;
+}
+
+std::optional<TextSelection> MirrorHexSelection(TextSelection hex) {
+  if (hex.start == 0 && hex.end == 0) return std::nullopt;
+  std::int32_t start = HexViewerCharPosition(HexViewerByteAt(hex.start));
+  std::int32_t end = HexViewerCharPosition(HexViewerByteAt(hex.end));
+  if (start > end) std::swap(start, end);
+  if (start == end) ++end;
+  return TextSelection{start, end};
+}
+
+std::optional<TextSelection> HexViewerFieldSelection(PacketRef packet, DataLevel level,
+                                                     DetailField field,
+                                                     std::uint8_t shownProtocol) {
+  return FieldSelection(packet, level, DumpForm::Hex, field, shownProtocol);
+}
+
+std::optional<std::string> VendorForMacText(std::string_view macText, UiLanguage language) {
+  if (macText.empty()) return std::nullopt;
+  const auto oui = names::ParseOui(macText);
+  const char* name = oui ? names::VendorName(*oui) : nullptr;
+  return std::string(name ? name : Tr(Text::UnknownVendorCode, language));
+}
+
+std::string VendorMessageText(std::string_view macText, std::string_view vendor,
+                              UiLanguage language) {
+  const std::string mac(macText);
+  const std::string name(vendor);
+  const char* form = Tr(Text::VendorMessage, language);
+  const int n = std::snprintf(nullptr, 0, form, mac.c_str(), name.c_str());
+  std::string out(static_cast<std::size_t>(std::max(n, 0)), '\0');
+  std::snprintf(out.data(), out.size() + 1, form, mac.c_str(), name.c_str());
+  return out;
+}
+
+}  // namespace vormelt

@@ -1,0 +1,76 @@
+// Feeds arbitrary frames to the decoder and the renderer at every level, form and field.
+// The record is laid out exactly as the store keeps it (spare bytes included, nothing more),
+// so any read beyond the record shows up under the address sanitizer.
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "packets/decoder.hpp"
+#include "packets/render.hpp"
+
+using namespace vormelt;
+
+namespace {
+
+void CheckSelection(std::optional<TextSelection> selection) {
+  if (selection && (selection->start < 0 || selection->end < 0)) std::abort();
+}
+
+void DecodeEverything(PacketRef packet, UiLanguage language) {
+  for (int level = 0; level < kDataLevelCount; ++level) {
+    const auto dataLevel = static_cast<DataLevel>(level);
+    const PacketDetails d = DecodePacket(packet, language, dataLevel, "00:11:22:33:44:55", "");
+    if (d.dataBytes.size() > packet.frameLength) std::abort();
+    std::string dump;
+    for (const DumpForm form : {DumpForm::Text, DumpForm::Dec, DumpForm::Hex}) {
+      AppendPaneDump(dump, d.dataBytes, form);
+      for (int field = 0; field <= static_cast<int>(DetailField::EtherType); ++field) {
+        for (const std::uint8_t protocol : {kProtocolIcmp, kProtocolTcp, kProtocolUdp}) {
+          CheckSelection(FieldSelection(packet, dataLevel, form,
+                                        static_cast<DetailField>(field), protocol));
+        }
+      }
+    }
+    HexViewerTexts texts;
+    if (BuildHexViewerTexts(d.dataBytes, texts)) {
+      CheckSelection(MirrorHexSelection({0, static_cast<int>(texts.hex.size())}));
+    }
+  }
+}
+
+void RenderEverything(PacketRef packet) {
+  std::string out;
+  for (int form = 0; form <= static_cast<int>(DataForm::HexText); ++form) {
+    for (int level = 0; level < kDataLevelCount; ++level) {
+      PacketRenderer renderer({static_cast<DataForm>(form),
+                               level % 2 ? IpGap::Wide : IpGap::Narrow,
+                               static_cast<DataLevel>(level)});
+      out.clear();
+      if (renderer.Append(packet, out) != out.size()) std::abort();
+    }
+  }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  if (size == 0) return 0;
+  // The first byte chooses how the packet was captured, the language and whether to force an
+  // IPv4 or ARP EtherType (random bytes rarely hit one); the rest is the frame.
+  const std::uint8_t control = data[0];
+  const auto kind = (control & 1) ? InterfaceKind::PacketDriver : InterfaceKind::RawSockets;
+  const auto language = (control & 2) ? UiLanguage::German : UiLanguage::English;
+  std::vector<std::uint8_t> frame(data + 1, data + std::min<size_t>(size, kMaxFrameLength + 1));
+  if ((control & 4) && frame.size() >= kEthernetHeaderLength) {
+    frame[12] = 0x08;
+    frame[13] = (control & 8) ? 0x06 : 0x00;
+  }
+  const RecordBuffer record(frame, kind, "fuzz");
+  DecodeEverything(record.ref(), language);
+  RenderEverything(record.ref());
+  return 0;
+}
