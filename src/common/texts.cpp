@@ -18,6 +18,7 @@ constexpr Entry kEntries[] = {
 #include "common/texts/decoder.def"
 #include "common/texts/filter.def"
 #include "common/texts/codec.def"
+#include "common/texts/ui.def"
 #undef VORMELT_TEXT
 };
 

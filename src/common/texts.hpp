@@ -22,6 +22,7 @@ enum class Text : std::uint16_t {
 #include "common/texts/decoder.def"
 #include "common/texts/filter.def"
 #include "common/texts/codec.def"
+#include "common/texts/ui.def"
 #undef VORMELT_TEXT
   Count_
 };
