@@ -1,0 +1,397 @@
+// The packet filter test and its settings. The test runs once per received frame, so it takes
+// no heap memory in the common case: patterns are prepared when a list is set, and the
+// payload copy reuses one buffer per thread.
+#include "packetmode/filter_settings.hpp"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <utility>
+
+#include "common/byte_order.hpp"
+
+namespace vormelt {
+namespace {
+
+constexpr std::uint32_t kEthernetLength = 14;
+constexpr std::uint16_t kEtherTypeIpv4 = 0x0800;
+constexpr std::uint16_t kEtherTypeArp = 0x0806;
+constexpr std::uint8_t kProtocolIcmp = 1;
+constexpr std::uint8_t kProtocolTcp = 6;
+constexpr std::uint8_t kProtocolUdp = 17;
+constexpr std::uint32_t kUdpIcmpHeaderLength = 8;
+// Offsets from the start of the frame (Ethernet header included).
+constexpr std::size_t kEtherTypeOffset = 12;
+constexpr std::size_t kIpProtocolOffset = kEthernetLength + 9;
+constexpr std::size_t kIpSourceOffset = kEthernetLength + 12;
+constexpr std::size_t kIpDestinationOffset = kEthernetLength + 16;
+constexpr std::uint16_t kArpHardwareEthernet = 1;
+constexpr std::uint8_t kArpIpv4Length = 4;
+// The largest payload a stored frame can have; the per-thread buffer is sized for it once.
+constexpr std::size_t kLargestPayload = 65535 + kEthernetLength;
+
+using ByteTable = std::array<char, 256>;
+
+constexpr std::uint8_t FoldByteImpl(std::uint8_t byte) {
+  const bool asciiCapital = byte >= 'A' && byte <= 'Z';
+  const bool latinCapital = byte >= 0xC0 && byte <= 0xDE && byte != 0xD7;
+  return (asciiCapital || latinCapital) ? static_cast<std::uint8_t>(byte + 0x20) : byte;
+}
+
+// Byte translation for the payload copy: zero bytes read as spaces so that a pattern with a
+// space finds text broken by NULs, optionally lower-cased in the same pass.
+constexpr ByteTable MakeCopyTable(bool fold) {
+  ByteTable table{};
+  for (int i = 0; i < 256; ++i) {
+    std::uint8_t byte = static_cast<std::uint8_t>(i);
+    if (byte == 0) byte = ' ';
+    if (fold) byte = FoldByteImpl(byte);
+    table[i] = static_cast<char>(byte);
+  }
+  return table;
+}
+
+constexpr ByteTable kExactCopy = MakeCopyTable(false);
+constexpr ByteTable kFoldedCopy = MakeCopyTable(true);
+
+bool AnyRangeContains(const std::vector<IpRange>& ranges, std::uint32_t address) {
+  return std::any_of(ranges.begin(), ranges.end(),
+                     [address](const IpRange& r) { return r.Contains(address); });
+}
+
+bool ListHas(const std::vector<std::uint16_t>& ports, std::uint16_t port) {
+  return std::find(ports.begin(), ports.end(), port) != ports.end();
+}
+
+}  // namespace
+
+std::optional<std::uint32_t> ParseIpv4(std::string_view text) {
+  constexpr std::string_view kBlanks = " \t\r\n";
+  const std::size_t first = text.find_first_not_of(kBlanks);
+  if (first == std::string_view::npos) return std::nullopt;
+  text = text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
+
+  std::uint32_t address = 0;
+  for (int part = 0; part < 4; ++part) {
+    if (part > 0) {
+      if (text.empty() || text.front() != '.') return std::nullopt;
+      text.remove_prefix(1);
+    }
+    std::uint32_t value = 0;
+    std::size_t digits = 0;
+    while (digits < text.size() && text[digits] >= '0' && text[digits] <= '9' && digits < 3) {
+      value = value * 10 + static_cast<std::uint32_t>(text[digits] - '0');
+      ++digits;
+    }
+    if (digits == 0 || value > 255) return std::nullopt;
+    text.remove_prefix(digits);
+    address = (address << 8) | value;
+  }
+  if (!text.empty()) return std::nullopt;
+  return address;
+}
+
+std::string FormatIpv4(std::uint32_t address) {
+  char text[16];
+  std::snprintf(text, sizeof text, "%u.%u.%u.%u", address >> 24, (address >> 16) & 0xFFu,
+                (address >> 8) & 0xFFu, address & 0xFFu);
+  return text;
+}
+
+std::uint8_t FoldByte(std::uint8_t byte) { return FoldByteImpl(byte); }
+
+std::string FoldText(std::string_view text) {
+  std::string folded(text);
+  for (char& c : folded) c = static_cast<char>(FoldByte(static_cast<std::uint8_t>(c)));
+  return folded;
+}
+
+std::string JoinFilterTexts(const std::vector<std::string>& texts) {
+  std::string joined;
+  for (std::size_t i = 0; i < texts.size(); ++i) {
+    if (i > 0) joined += ',';
+    joined += texts[i];
+  }
+  while (!joined.empty() && joined.back() == ',') joined.pop_back();
+  return joined;
+}
+
+std::vector<IpRange>& FilterValues::Ranges(RangeKind kind) {
+  return const_cast<std::vector<IpRange>&>(std::as_const(*this).Ranges(kind));
+}
+
+const std::vector<IpRange>& FilterValues::Ranges(RangeKind kind) const {
+  switch (kind) {
+    case RangeKind::SourceIn: return sourceInRanges;
+    case RangeKind::SourceNotIn: return sourceNotInRanges;
+    case RangeKind::DestIn: return destInRanges;
+    case RangeKind::DestNotIn: return destNotInRanges;
+    case RangeKind::EitherIn: break;
+  }
+  return eitherInRanges;
+}
+
+std::vector<std::uint16_t>& FilterValues::Ports(PortKind kind) {
+  return const_cast<std::vector<std::uint16_t>&>(std::as_const(*this).Ports(kind));
+}
+
+const std::vector<std::uint16_t>& FilterValues::Ports(PortKind kind) const {
+  switch (kind) {
+    case PortKind::Source: return sourcePorts;
+    case PortKind::SourceNot: return sourceNotPorts;
+    case PortKind::Dest: return destPorts;
+    case PortKind::DestNot: return destNotPorts;
+    case PortKind::Either: break;
+  }
+  return eitherPorts;
+}
+
+// A text list prepared once per setter call: the patterns as typed, and lower-cased for the
+// case-insensitive test, so no frame ever folds a pattern. The search is string_view::find,
+// which scans for the first byte with memchr; on captured payloads that beats a skip-table
+// search several times over, because most windows are rejected by the vectorised scan.
+struct FilterSettings::PatternSet {
+  explicit PatternSet(const std::vector<std::string>& texts) : exact(texts) {
+    folded.reserve(texts.size());
+    for (const std::string& t : texts) folded.push_back(FoldText(t));
+  }
+
+  bool Empty() const { return exact.empty(); }
+
+  bool AnyFoundIn(std::string_view haystack, bool matchCase) const {
+    const std::vector<std::string>& patterns = matchCase ? exact : folded;
+    return std::any_of(patterns.begin(), patterns.end(), [haystack](const std::string& p) {
+      return haystack.find(p) != std::string_view::npos;
+    });
+  }
+
+  std::vector<std::string> exact;
+  std::vector<std::string> folded;
+};
+
+FilterSettings::FilterSettings()
+    : mustContainPatterns_(std::make_unique<const PatternSet>(std::vector<std::string>{})),
+      mustNotContainPatterns_(std::make_unique<const PatternSet>(std::vector<std::string>{})),
+      columnTexts_(std::make_shared<const FilterColumnTexts>()) {}
+
+FilterSettings::~FilterSettings() = default;
+
+void FilterSettings::SetRanges(RangeKind kind, std::vector<IpRange> ranges) {
+  // The old list is destroyed after the lock is released; it is out of reach by then.
+  std::lock_guard lock(mutex_);
+  values_.Ranges(kind).swap(ranges);
+}
+
+void FilterSettings::SetSourceInRanges(std::vector<IpRange> r) { SetRanges(RangeKind::SourceIn, std::move(r)); }
+void FilterSettings::SetSourceNotInRanges(std::vector<IpRange> r) { SetRanges(RangeKind::SourceNotIn, std::move(r)); }
+void FilterSettings::SetDestInRanges(std::vector<IpRange> r) { SetRanges(RangeKind::DestIn, std::move(r)); }
+void FilterSettings::SetDestNotInRanges(std::vector<IpRange> r) { SetRanges(RangeKind::DestNotIn, std::move(r)); }
+void FilterSettings::SetEitherInRanges(std::vector<IpRange> r) { SetRanges(RangeKind::EitherIn, std::move(r)); }
+
+void FilterSettings::SetPorts(PortKind kind, std::vector<std::uint16_t> ports) {
+  std::lock_guard lock(mutex_);
+  values_.Ports(kind).swap(ports);
+}
+
+void FilterSettings::SetSourcePorts(std::vector<std::uint16_t> p) { SetPorts(PortKind::Source, std::move(p)); }
+void FilterSettings::SetSourceNotPorts(std::vector<std::uint16_t> p) { SetPorts(PortKind::SourceNot, std::move(p)); }
+void FilterSettings::SetDestPorts(std::vector<std::uint16_t> p) { SetPorts(PortKind::Dest, std::move(p)); }
+void FilterSettings::SetDestNotPorts(std::vector<std::uint16_t> p) { SetPorts(PortKind::DestNot, std::move(p)); }
+void FilterSettings::SetEitherPorts(std::vector<std::uint16_t> p) { SetPorts(PortKind::Either, std::move(p)); }
+
+void FilterSettings::SetMustContain(std::vector<std::string> texts) {
+  // Patterns are prepared before the lock is taken, so the receive thread waits only for the swap.
+  std::unique_ptr<const PatternSet> patterns = std::make_unique<const PatternSet>(texts);
+  std::lock_guard lock(mutex_);
+  values_.mustContain.swap(texts);
+  mustContainPatterns_.swap(patterns);
+  RebuildColumnTextsLocked();
+}
+
+void FilterSettings::SetMustNotContain(std::vector<std::string> texts) {
+  std::unique_ptr<const PatternSet> patterns = std::make_unique<const PatternSet>(texts);
+  std::lock_guard lock(mutex_);
+  values_.mustNotContain.swap(texts);
+  mustNotContainPatterns_.swap(patterns);
+  RebuildColumnTextsLocked();
+}
+
+void FilterSettings::SetExtensionsAllowed(std::vector<std::string> extensions) {
+  std::lock_guard lock(mutex_);
+  values_.extensionsAllowed.swap(extensions);
+}
+
+void FilterSettings::SetExtensionsDenied(std::vector<std::string> extensions) {
+  std::lock_guard lock(mutex_);
+  values_.extensionsDenied.swap(extensions);
+}
+
+void FilterSettings::SetMinPacketSize(std::uint32_t b) { std::lock_guard lock(mutex_); values_.minPacketSize = b; }
+void FilterSettings::SetMaxPacketSize(std::uint32_t b) { std::lock_guard lock(mutex_); values_.maxPacketSize = b; }
+void FilterSettings::SetMinFileSize(std::uint32_t b) { std::lock_guard lock(mutex_); values_.minFileSize = b; }
+void FilterSettings::SetMaxFileSize(std::uint32_t b) { std::lock_guard lock(mutex_); values_.maxFileSize = b; }
+void FilterSettings::SetAllowTcp(bool a) { std::lock_guard lock(mutex_); values_.allowTcp = a; }
+void FilterSettings::SetAllowUdp(bool a) { std::lock_guard lock(mutex_); values_.allowUdp = a; }
+void FilterSettings::SetAllowIcmp(bool a) { std::lock_guard lock(mutex_); values_.allowIcmp = a; }
+void FilterSettings::SetAllowOther(bool a) { std::lock_guard lock(mutex_); values_.allowOther = a; }
+void FilterSettings::SetAllowArp(bool a) { std::lock_guard lock(mutex_); values_.allowArp = a; }
+
+void FilterSettings::SetAll(const FilterValues& v) {
+  // One swap under one lock: a frame is tested against the old filter or the new one, never
+  // against half of each.
+  FilterValues adopted = v;
+  std::unique_ptr<const PatternSet> must = std::make_unique<const PatternSet>(v.mustContain);
+  std::unique_ptr<const PatternSet> mustNot = std::make_unique<const PatternSet>(v.mustNotContain);
+  std::lock_guard lock(mutex_);
+  std::swap(values_, adopted);
+  mustContainPatterns_.swap(must);
+  mustNotContainPatterns_.swap(mustNot);
+  RebuildColumnTextsLocked();
+}
+
+FilterValues FilterSettings::Values() const {
+  std::lock_guard lock(mutex_);
+  return values_;
+}
+
+std::string FilterSettings::MustContainText() const {
+  std::lock_guard lock(mutex_);
+  return JoinFilterTexts(values_.mustContain);
+}
+
+std::string FilterSettings::MustNotContainText() const {
+  std::lock_guard lock(mutex_);
+  return JoinFilterTexts(values_.mustNotContain);
+}
+
+void FilterSettings::RebuildColumnTextsLocked() {
+  columnTexts_ = std::make_shared<const FilterColumnTexts>(FilterColumnTexts{
+      JoinFilterTexts(values_.mustContain), JoinFilterTexts(values_.mustNotContain)});
+}
+
+std::shared_ptr<const FilterColumnTexts> FilterSettings::ColumnTexts() {
+  std::lock_guard lock(mutex_);
+  return columnTexts_;
+}
+
+bool FilterSettings::Passes(const std::uint8_t* frame, std::uint32_t frameLength) {
+  return PassesFilters(frame, frameLength, matchCase_.load(std::memory_order_relaxed), false);
+}
+
+bool FilterSettings::PassesFilters(const std::uint8_t* frame, std::uint32_t length,
+                                   bool matchCase, bool headersOnly) const {
+  std::lock_guard lock(mutex_);
+  const std::uint16_t etherType = ReadBe16(frame + kEtherTypeOffset);
+  const std::uint8_t ipProtocol = frame[kIpProtocolOffset];
+  const bool ipv4 = etherType == kEtherTypeIpv4;
+
+  if (!headersOnly) {
+    if (values_.maxPacketSize != 0 && length > values_.maxPacketSize) return false;
+    if (length < values_.minPacketSize) return false;
+
+    bool allowed = values_.allowOther;
+    if (etherType == kEtherTypeArp) {
+      allowed = values_.allowArp;
+    } else if (ipv4 && ipProtocol == kProtocolTcp) {
+      allowed = values_.allowTcp;
+    } else if (ipv4 && ipProtocol == kProtocolUdp) {
+      allowed = values_.allowUdp;
+    } else if (ipv4 && ipProtocol == kProtocolIcmp) {
+      allowed = values_.allowIcmp;
+    }
+    if (!allowed) return false;
+  }
+
+  if (!PassesAddresses(frame, length)) return false;
+  if (ipv4 && (ipProtocol == kProtocolTcp || ipProtocol == kProtocolUdp) && !PassesPorts(frame)) {
+    return false;
+  }
+  if (headersOnly) return true;
+  return PassesTexts(frame, length, matchCase);
+}
+
+bool FilterSettings::PassesAddresses(const std::uint8_t* frame, std::uint32_t length) const {
+  const std::uint16_t etherType = ReadBe16(frame + kEtherTypeOffset);
+  std::uint32_t source = 0;
+  std::uint32_t destination = 0;
+  if (etherType == kEtherTypeIpv4) {
+    source = ReadBe32(frame + kIpSourceOffset);
+    destination = ReadBe32(frame + kIpDestinationOffset);
+  } else if (etherType == kEtherTypeArp) {
+    const std::uint8_t* arp = frame + kEthernetLength;
+    const std::uint32_t h = arp[4];
+    // Loose on purpose: neither the Ethernet header nor the fixed ARP bytes are counted.
+    // The record's spare bytes keep the reads below inside the buffer all the same.
+    const bool testable = ReadBe16(arp) == kArpHardwareEthernet &&
+                          ReadBe16(arp + 2) == kEtherTypeIpv4 && 2 * h + 12 <= length &&
+                          arp[5] == kArpIpv4Length;
+    if (!testable) return true;
+    source = ReadBe32(arp + 8 + h);
+    destination = ReadBe32(arp + 12 + 2 * h);
+  } else {
+    return true;
+  }
+
+  const FilterValues& v = values_;
+  if (!v.sourceInRanges.empty() && !AnyRangeContains(v.sourceInRanges, source)) return false;
+  if (AnyRangeContains(v.sourceNotInRanges, source)) return false;
+  if (!v.destInRanges.empty() && !AnyRangeContains(v.destInRanges, destination)) return false;
+  if (AnyRangeContains(v.destNotInRanges, destination)) return false;
+  if (v.eitherInRanges.empty()) return true;
+  return std::any_of(v.eitherInRanges.begin(), v.eitherInRanges.end(), [&](const IpRange& r) {
+    return r.Contains(source) || r.Contains(destination);
+  });
+}
+
+bool FilterSettings::PassesPorts(const std::uint8_t* frame) const {
+  // The transport header starts after the IP header as its IHL says, options included.
+  const std::uint32_t ihl = (frame[kEthernetLength] & 0x0F) * 4u;
+  const std::uint16_t source = ReadBe16(frame + kEthernetLength + ihl);
+  const std::uint16_t destination = ReadBe16(frame + kEthernetLength + ihl + 2);
+
+  const FilterValues& v = values_;
+  if (!v.sourcePorts.empty() && !ListHas(v.sourcePorts, source)) return false;
+  if (ListHas(v.sourceNotPorts, source)) return false;
+  if (!v.destPorts.empty() && !ListHas(v.destPorts, destination)) return false;
+  if (ListHas(v.destNotPorts, destination)) return false;
+  if (v.eitherPorts.empty()) return true;
+  return ListHas(v.eitherPorts, source) || ListHas(v.eitherPorts, destination);
+}
+
+bool FilterSettings::PassesTexts(const std::uint8_t* frame, std::uint32_t length,
+                                 bool matchCase) const {
+  const PatternSet& must = *mustContainPatterns_;
+  const PatternSet& mustNot = *mustNotContainPatterns_;
+  if (must.Empty() && mustNot.Empty()) return true;
+
+  std::int64_t offset = kEthernetLength;
+  if (ReadBe16(frame + kEtherTypeOffset) == kEtherTypeIpv4) {
+    const std::uint32_t ihl = (frame[kEthernetLength] & 0x0F) * 4u;
+    offset += ihl;
+    const std::uint8_t protocol = frame[kIpProtocolOffset];
+    if (protocol == kProtocolTcp) {
+      offset += (frame[kEthernetLength + ihl + 12] >> 4) * 4;
+    } else if (protocol == kProtocolUdp || protocol == kProtocolIcmp) {
+      offset += kUdpIcmpHeaderLength;
+    }
+  }
+  const std::int64_t payloadLength = static_cast<std::int64_t>(length) - offset;
+  if (payloadLength < 1) return must.Empty();
+
+  thread_local std::string text = [] {
+    std::string buffer;
+    buffer.reserve(kLargestPayload);
+    return buffer;
+  }();
+  const std::size_t size = static_cast<std::size_t>(payloadLength);
+  text.resize(size);
+  const ByteTable& table = matchCase ? kExactCopy : kFoldedCopy;
+  const std::uint8_t* payload = frame + offset;
+  for (std::size_t i = 0; i < size; ++i) text[i] = table[payload[i]];
+
+  const std::string_view haystack(text.data(), size);
+  if (!must.Empty() && !must.AnyFoundIn(haystack, matchCase)) return false;
+  return !mustNot.AnyFoundIn(haystack, matchCase);
+}
+
+}  // namespace vormelt

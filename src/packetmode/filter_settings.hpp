@@ -1,0 +1,172 @@
+// FilterSettings: the packet filter of one mode window and its per-frame test, shared by the
+// window thread (setters) and the receive thread (PassesFilters) under one lock.
+// No Qt and no user texts here; the test must never read a payload byte past `length`.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "packets/filter_seam.hpp"
+
+namespace vormelt {
+
+// One IPv4 address range, both ends included. Addresses are the four wire bytes read
+// big-endian, so 10.0.0.1 is 0x0A000001 and ranges compare as plain unsigned numbers.
+struct IpRange {
+  std::uint32_t from = 0;
+  std::uint32_t to = 0;
+  bool Contains(std::uint32_t address) const { return from <= address && address <= to; }
+  friend bool operator==(const IpRange&, const IpRange&) = default;
+};
+
+// Dotted-decimal IPv4 text ("10.0.0.1") as a big-endian number: exactly four decimal parts of
+// 0..255, blanks around the whole text allowed. Anything else gives nothing.
+std::optional<std::uint32_t> ParseIpv4(std::string_view text);
+// "%u.%u.%u.%u" of a big-endian number.
+std::string FormatIpv4(std::uint32_t address);
+
+// The five range lists in the order of the window's radio buttons (kind 1..5 on screen).
+enum class RangeKind : int { SourceIn = 0, SourceNotIn, DestIn, DestNotIn, EitherIn };
+inline constexpr int kRangeKindCount = 5;
+
+// The five port lists in the order of the window's port fields.
+enum class PortKind : int { Source = 0, SourceNot, Dest, DestNot, Either };
+inline constexpr int kPortKindCount = 5;
+
+// Every list and scalar of a filter as plain values: what the window edits, what a profile
+// stores and what FilterSettings hands out as a snapshot. Defaults keep every frame.
+struct FilterValues {
+  std::vector<IpRange> sourceInRanges;
+  std::vector<IpRange> sourceNotInRanges;
+  std::vector<IpRange> destInRanges;
+  std::vector<IpRange> destNotInRanges;
+  std::vector<IpRange> eitherInRanges;
+
+  std::vector<std::uint16_t> sourcePorts;
+  std::vector<std::uint16_t> sourceNotPorts;
+  std::vector<std::uint16_t> destPorts;
+  std::vector<std::uint16_t> destNotPorts;
+  std::vector<std::uint16_t> eitherPorts;
+
+  std::vector<std::string> mustContain;
+  std::vector<std::string> mustNotContain;
+  // File Mode only: extensions without the dot, as the user typed them.
+  std::vector<std::string> extensionsAllowed;
+  std::vector<std::string> extensionsDenied;
+
+  std::uint32_t minPacketSize = 0;  // 0: no bound
+  std::uint32_t maxPacketSize = 0;  // 0: no bound
+  std::uint32_t minFileSize = 0;    // File Mode only
+  std::uint32_t maxFileSize = 0;    // File Mode only
+
+  bool allowTcp = true;
+  bool allowUdp = true;
+  bool allowIcmp = true;
+  bool allowOther = true;
+  bool allowArp = true;
+
+  std::vector<IpRange>& Ranges(RangeKind kind);
+  const std::vector<IpRange>& Ranges(RangeKind kind) const;
+  std::vector<std::uint16_t>& Ports(PortKind kind);
+  const std::vector<std::uint16_t>& Ports(PortKind kind) const;
+
+  friend bool operator==(const FilterValues&, const FilterValues&) = default;
+};
+
+// Single-byte lower-casing for case-insensitive matching: ASCII A-Z and the Latin-1 capitals
+// (0xC0-0xDE except the multiplication sign 0xD7). Every other byte stays as it is.
+std::uint8_t FoldByte(std::uint8_t byte);
+std::string FoldText(std::string_view text);
+
+// Joins a text list with "," and trims trailing commas; an empty list gives "".
+std::string JoinFilterTexts(const std::vector<std::string>& texts);
+
+class FilterSettings final : public PacketFilterSeam {
+ public:
+  FilterSettings();
+  ~FilterSettings() override;
+  FilterSettings(const FilterSettings&) = delete;
+  FilterSettings& operator=(const FilterSettings&) = delete;
+
+  // List setters: each adopts the new list and releases the old one under the lock, so a test
+  // in progress finishes on the old list and the next test sees the new one whole.
+  void SetSourceInRanges(std::vector<IpRange> ranges);
+  void SetSourceNotInRanges(std::vector<IpRange> ranges);
+  void SetDestInRanges(std::vector<IpRange> ranges);
+  void SetDestNotInRanges(std::vector<IpRange> ranges);
+  void SetEitherInRanges(std::vector<IpRange> ranges);
+  void SetRanges(RangeKind kind, std::vector<IpRange> ranges);
+
+  void SetSourcePorts(std::vector<std::uint16_t> ports);
+  void SetSourceNotPorts(std::vector<std::uint16_t> ports);
+  void SetDestPorts(std::vector<std::uint16_t> ports);
+  void SetDestNotPorts(std::vector<std::uint16_t> ports);
+  void SetEitherPorts(std::vector<std::uint16_t> ports);
+  void SetPorts(PortKind kind, std::vector<std::uint16_t> ports);
+
+  void SetMustContain(std::vector<std::string> texts);
+  void SetMustNotContain(std::vector<std::string> texts);
+  void SetExtensionsAllowed(std::vector<std::string> extensions);
+  void SetExtensionsDenied(std::vector<std::string> extensions);
+
+  // Scalar setters.
+  void SetMinPacketSize(std::uint32_t bytes);
+  void SetMaxPacketSize(std::uint32_t bytes);
+  void SetMinFileSize(std::uint32_t bytes);
+  void SetMaxFileSize(std::uint32_t bytes);
+  void SetAllowTcp(bool allow);
+  void SetAllowUdp(bool allow);
+  void SetAllowIcmp(bool allow);
+  void SetAllowOther(bool allow);
+  void SetAllowArp(bool allow);
+
+  // Adopts every list and scalar of `values` at once, as OK and Apply do.
+  void SetAll(const FilterValues& values);
+  // A copy of every list and scalar as they are now.
+  FilterValues Values() const;
+
+  std::string MustContainText() const;
+  std::string MustNotContainText() const;
+
+  // The test of one frame. `frame` points at the 14-byte Ethernet header of a stored record;
+  // `length` includes that header. Fixed header fields may be read up to 88 bytes past the
+  // frame's end (the record's spare bytes); the payload is searched only within `length`.
+  // `headersOnly` stops after the address and port tests (File Mode's reduced form).
+  bool PassesFilters(const std::uint8_t* frame, std::uint32_t length, bool matchCase,
+                     bool headersOnly) const;
+
+  // The two switches of the Packet Mode window; either may change between any two frames.
+  void SetFilteringEnabled(bool enabled) { filteringEnabled_.store(enabled); }
+  bool FilteringEnabled() const { return filteringEnabled_.load(); }
+  void SetMatchCase(bool matchCase) { matchCase_.store(matchCase); }
+  bool MatchCase() const { return matchCase_.load(); }
+
+  // PacketFilterSeam, as the packet store sees it.
+  bool Enabled() const override { return FilteringEnabled(); }
+  bool Passes(const std::uint8_t* frame, std::uint32_t frameLength) override;
+  std::shared_ptr<const FilterColumnTexts> ColumnTexts() override;
+
+ private:
+  struct PatternSet;  // a text list prepared for searching, exact and case-folded
+
+  bool PassesAddresses(const std::uint8_t* frame, std::uint32_t length) const;
+  bool PassesPorts(const std::uint8_t* frame) const;
+  bool PassesTexts(const std::uint8_t* frame, std::uint32_t length, bool matchCase) const;
+  void RebuildColumnTextsLocked();
+
+  mutable std::mutex mutex_;
+  FilterValues values_;
+  std::unique_ptr<const PatternSet> mustContainPatterns_;
+  std::unique_ptr<const PatternSet> mustNotContainPatterns_;
+  std::shared_ptr<const FilterColumnTexts> columnTexts_;
+  std::atomic<bool> filteringEnabled_{false};
+  std::atomic<bool> matchCase_{false};
+};
+
+}  // namespace vormelt

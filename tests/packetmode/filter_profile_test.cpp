@@ -1,0 +1,210 @@
+// Filter profiles: a full round trip through text and file, what a damaged or foreign file
+// gives, and the start-up load of a mode's current profile.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+
+#include "packetmode/filter_profile.hpp"
+#include "support/pcap_file.hpp"
+
+namespace vormelt {
+namespace {
+
+IpRange Range(std::string_view from, std::string_view to) {
+  return {ParseIpv4(from).value(), ParseIpv4(to).value()};
+}
+
+FilterProfile FullProfile() {
+  FilterProfile p;
+  p.values.sourceInRanges = {Range("10.0.0.1", "10.0.0.9"), Range("10.1.0.0", "10.1.255.255")};
+  p.values.sourceNotInRanges = {Range("10.0.0.5", "10.0.0.5")};
+  p.values.destInRanges = {Range("192.168.0.0", "192.168.0.255")};
+  p.values.destNotInRanges = {Range("255.255.255.255", "255.255.255.255")};
+  p.values.eitherInRanges = {Range("1.1.1.1", "9.9.9.9")};
+  p.values.sourcePorts = {53};
+  p.values.sourceNotPorts = {1, 65535};
+  p.values.destPorts = {80, 443};
+  p.values.destNotPorts = {22};
+  p.values.eitherPorts = {8080};
+  p.values.mustContain = {"GET", " spaced ", "Gr\xC3\xBC\xC3\x9F" "e", "quote\" back\\slash"};
+  p.values.mustNotContain = {"Set-Cookie"};
+  p.values.extensionsAllowed = {"png"};
+  p.values.extensionsDenied = {"exe", "js"};
+  p.values.minPacketSize = 60;
+  p.values.maxPacketSize = 4294967295u;
+  p.values.minFileSize = 1;
+  p.values.maxFileSize = 1000000;
+  p.values.allowTcp = false;
+  p.values.allowIcmp = false;
+  p.values.allowArp = false;
+  p.window.selectedRangeKind = 3;
+  p.window.fromText = "10.0.0.1";
+  p.window.toText = "10.0.0.";
+  p.window.resolverText = "example.org";
+  p.window.mustContainEntry = "typed, not added";
+  p.window.extensionDeniedEntry = "bat";
+  p.window.geometry = WindowState{true, -20, 30, 800, 600, false, false};
+  return p;
+}
+
+std::string ReadAll(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+void WriteAll(const std::string& path, std::string_view text) {
+  std::ofstream(path, std::ios::binary) << text;
+}
+
+TEST(FilterProfile, RoundTripsThroughTextAndFile) {
+  const FilterProfile profile = FullProfile();
+  const ProfileResult parsed = ParseFilterProfile(SerializeFilterProfile(profile));
+  ASSERT_TRUE(parsed.ok()) << parsed.detail;
+  EXPECT_EQ(*parsed.profile, profile);
+
+  test::TempDir dir;
+  const std::string file = dir.File("mine.HBFP");
+  ASSERT_TRUE(SaveFilterProfile(profile, file).ok());
+  const ProfileResult loaded = LoadFilterProfile(file);
+  ASSERT_TRUE(loaded.ok()) << loaded.detail;
+  EXPECT_EQ(*loaded.profile, profile);
+  EXPECT_NE(ReadAll(file).find("\"version\": 1"), std::string::npos);
+
+  FilterSettings settings;
+  ApplyProfile(profile, settings);
+  EXPECT_EQ(ProfileFromSettings(settings, profile.window), profile);
+}
+
+TEST(FilterProfile, MissingFieldsKeepDefaultsAndValuesAreNormalised) {
+  const ProfileResult bare = ParseFilterProfile(R"({"version": 1})");
+  ASSERT_TRUE(bare.ok());
+  EXPECT_EQ(*bare.profile, FilterProfile{});
+
+  // A hand-edited file: a zero port means no port, a reversed range is stored low end first.
+  const ProfileResult edited = ParseFilterProfile(
+      R"({"version":1,"destPorts":[0,53,0],"sourceInRanges":[{"from":"10.0.0.9","to":"10.0.0.1"}],
+          "window":{"selectedRangeKind":-1},"unknownField":{"x":[1,2]}})");
+  ASSERT_TRUE(edited.ok()) << edited.detail;
+  EXPECT_EQ(edited.profile->values.destPorts, std::vector<std::uint16_t>{53});
+  EXPECT_EQ(edited.profile->values.sourceInRanges,
+            std::vector<IpRange>{Range("10.0.0.1", "10.0.0.9")});
+  EXPECT_EQ(edited.profile->window.selectedRangeKind, -1);
+}
+
+TEST(FilterProfile, GarbageIsRefusedWithTheReason) {
+  struct Case {
+    std::string_view text;
+    ProfileProblem problem;
+    std::string_view detail;
+  };
+  const Case cases[] = {
+      {"", ProfileProblem::NotJson, ""},
+      {R"({"version":1,)", ProfileProblem::NotJson, ""},
+      {"[1,2]", ProfileProblem::Invalid, "not an object"},
+      {R"({"sourcePorts":[53]})", ProfileProblem::Invalid, "version"},
+      {R"({"version":"1"})", ProfileProblem::Invalid, "version"},
+      {R"({"version":2})", ProfileProblem::TooNew, ""},
+      {R"({"version":1,"sourcePorts":["53"]})", ProfileProblem::Invalid, "sourcePorts"},
+      {R"({"version":1,"eitherPorts":[65536]})", ProfileProblem::Invalid, "eitherPorts"},
+      {R"({"version":1,"destInRanges":[{"from":"10.0.0.1"}]})", ProfileProblem::Invalid,
+       "destInRanges"},
+      {R"({"version":1,"destInRanges":[{"from":"0.0.0.0","to":"10.0.0.1"}]})",
+       ProfileProblem::Invalid, "destInRanges"},
+      {R"({"version":1,"mustContain":["GET",1]})", ProfileProblem::Invalid, "mustContain"},
+      {R"({"version":1,"maxPacketSize":4294967296})", ProfileProblem::Invalid, "maxPacketSize"},
+      {R"({"version":1,"minPacketSize":-1})", ProfileProblem::Invalid, "minPacketSize"},
+      {R"({"version":1,"window":{"selectedRangeKind":5}})", ProfileProblem::Invalid,
+       "window.selectedRangeKind"},
+      {R"({"version":1,"window":{"geometry":{"width":-5}}})", ProfileProblem::Invalid,
+       "window.geometry.width"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(std::string(c.text));
+    const ProfileResult result = ParseFilterProfile(c.text);
+    EXPECT_EQ(result.problem, c.problem);
+    EXPECT_FALSE(result.profile.has_value());
+    if (!c.detail.empty()) EXPECT_EQ(result.detail, c.detail);
+  }
+}
+
+TEST(FilterProfile, FailedLoadsAndSavesLeaveFilesAlone) {
+  test::TempDir dir;
+  const std::string damaged = dir.File("damaged.HBFP");
+  WriteAll(damaged, "{\"version\":1,\"sourcePorts\":[");
+  const ProfileResult result = LoadFilterProfile(damaged);
+  EXPECT_EQ(result.problem, ProfileProblem::NotJson);
+  EXPECT_EQ(ReadAll(damaged), "{\"version\":1,\"sourcePorts\":[");
+  const std::string message = DescribeProfileProblem(result, damaged, UiLanguage::German);
+  EXPECT_NE(message.find("ist besch\xC3\xA4" "digt"), std::string::npos) << message;
+  EXPECT_NE(message.find(damaged), std::string::npos);
+
+  EXPECT_EQ(LoadFilterProfile(dir.File("none.HBFP")).problem, ProfileProblem::Missing);
+  EXPECT_EQ(LoadFilterProfile(dir.path()).problem, ProfileProblem::Unreadable);
+
+  const ProfileResult save = SaveFilterProfile(FullProfile(), dir.File("no/such/folder.HBFP"));
+  EXPECT_EQ(save.problem, ProfileProblem::WriteFailed);
+  EXPECT_NE(DescribeProfileProblem(save, "x.HBFP", UiLanguage::English).find("could not be saved"),
+            std::string::npos);
+}
+
+class CurrentProfile : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    const char* old = std::getenv("XDG_CONFIG_HOME");
+    if (old) saved_ = old;
+    hadValue_ = old != nullptr;
+    setenv("XDG_CONFIG_HOME", dir_.path().c_str(), 1);
+  }
+  void TearDown() override {
+    if (hadValue_) {
+      setenv("XDG_CONFIG_HOME", saved_.c_str(), 1);
+    } else {
+      unsetenv("XDG_CONFIG_HOME");
+    }
+  }
+
+  test::TempDir dir_;
+  std::string saved_;
+  bool hadValue_ = false;
+};
+
+TEST_F(CurrentProfile, StartUpLoadsEachModesOwnProfile) {
+  const std::filesystem::path packet = CurrentProfilePath(FilterMode::Packet);
+  EXPECT_EQ(packet.filename(), "CurrentPacketModeFilterProfile.HBFP");
+  EXPECT_EQ(CurrentProfilePath(FilterMode::File).filename(), "CurrentFileModeFilterProfile.HBFP");
+  EXPECT_EQ(packet.parent_path().string().rfind(dir_.path(), 0), 0u);
+
+  FilterSettings settings;
+  EXPECT_EQ(LoadCurrentProfileInto(FilterMode::Packet, settings, UiLanguage::English), "");
+  EXPECT_EQ(settings.Values(), FilterValues{});
+
+  ASSERT_TRUE(SaveFilterProfile(FullProfile(), packet).ok());
+  EXPECT_EQ(LoadCurrentProfileInto(FilterMode::Packet, settings, UiLanguage::English), "");
+  EXPECT_EQ(settings.Values(), FullProfile().values);
+  FilterSettings fileMode;
+  EXPECT_EQ(LoadCurrentProfileInto(FilterMode::File, fileMode, UiLanguage::English), "");
+  EXPECT_EQ(fileMode.Values(), FilterValues{});
+}
+
+TEST_F(CurrentProfile, DamagedProfileIsKeptAsideAndReportedOnce) {
+  const std::filesystem::path file = CurrentProfilePath(FilterMode::File);
+  WriteAll(file.string(), "{\"version\":1,\"allowTcp\":\"yes\"}");
+  FilterSettings settings;
+  settings.SetMinPacketSize(7);
+  const std::string message = LoadCurrentProfileInto(FilterMode::File, settings,
+                                                     UiLanguage::English);
+  EXPECT_NE(message.find("is not a valid filter profile (allowTcp)"), std::string::npos)
+      << message;
+  EXPECT_NE(message.find(".bad"), std::string::npos);
+  EXPECT_EQ(settings.Values().minPacketSize, 7u);  // nothing was applied
+  std::filesystem::path aside = file;
+  aside += ".bad";
+  EXPECT_EQ(ReadAll(aside.string()), ReadAll(file.string()));
+}
+
+}  // namespace
+}  // namespace vormelt
