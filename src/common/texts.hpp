@@ -15,6 +15,9 @@ enum class UiLanguage : std::uint16_t { English = 0, German = 1 };
 // The keys are declared in the per-area lists under common/texts/, one VORMELT_TEXT line each:
 //   VORMELT_TEXT(Key, "English text", "German text")
 enum class Text : std::uint16_t {
+// moc reads this header through the windows' headers but cannot follow the lists; it needs
+// only to know that Text is an enum.
+#ifndef Q_MOC_RUN
 #define VORMELT_TEXT(key, english, german) key,
 #include "common/texts/startup.def"
 #include "common/texts/capture.def"
@@ -24,6 +27,7 @@ enum class Text : std::uint16_t {
 #include "common/texts/codec.def"
 #include "common/texts/ui.def"
 #undef VORMELT_TEXT
+#endif
   Count_
 };
 

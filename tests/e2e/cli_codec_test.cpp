@@ -1,0 +1,102 @@
+// vormelt-cli codec as users run it: standard input in, the result out byte for byte, exit
+// status 2 with one line on stderr for a bad command line.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <random>
+#include <sstream>
+#include <string>
+
+#include "support/pcap_file.hpp"
+#include "tools/codec.hpp"
+#include "tools/codec_stream.hpp"
+
+namespace vormelt {
+namespace {
+
+struct CliRun {
+  int status = -1;
+  std::string out;
+  std::string err;
+};
+
+std::string Slurp(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::ostringstream text;
+  text << file.rdbuf();
+  return text.str();
+}
+
+CliRun RunCodec(const std::string& arguments, std::string_view input) {
+  const test::TempDir dir;
+  std::ofstream(dir.File("in"), std::ios::binary).write(input.data(), static_cast<std::streamsize>(input.size()));
+  const std::string command = std::string("'") + VORMELT_CLI_PATH + "' codec " + arguments + " < '" +
+                              dir.File("in") + "' > '" + dir.File("out") + "' 2> '" + dir.File("err") + "'";
+  const int raw = std::system(command.c_str());
+  CliRun run;
+  run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+  run.out = Slurp(dir.File("out"));
+  run.err = Slurp(dir.File("err"));
+  return run;
+}
+
+TEST(CliCodec, WritesTheResultWithNothingAdded) {
+  const CliRun md5 = RunCodec("--in text --out md5", "abc");
+  EXPECT_EQ(md5.status, 0);
+  EXPECT_EQ(md5.out, "900150983cd24fb0d6963f7d28e17f72");
+  EXPECT_EQ(md5.err, "");
+  EXPECT_EQ(RunCodec("--in hex --out hex", "ABC").out, "ABC0");
+  EXPECT_EQ(RunCodec("--in text --out md5", "").out, "d41d8cd98f00b204e9800998ecf8427e");
+  EXPECT_EQ(RunCodec("--in hex --out text", "48 65 6c 6c 6f\n").out, "Hello");
+  // "xxx" is "eHh4": 48 bytes make one full line of 64, which ends with CR LF.
+  std::string line;
+  for (int i = 0; i < 16; ++i) line += "eHh4";
+  EXPECT_EQ(RunCodec("--out base64 --clean --in text", std::string(48, 'x')).out, line + "\r\n");
+}
+
+TEST(CliCodec, BinaryInputAndOutputPassUntouched) {
+  const std::string binary("\0\x01\xff\r\n\x1a", 6);
+  EXPECT_EQ(RunCodec("--in text --out hex", binary).out, "0001FF0D0A1A");
+  EXPECT_EQ(RunCodec("--in hex --out text --null-to-space", "00 01 FF 0D 0A 1A").out,
+            std::string(" \x01\xff\r\n\x1a", 6));
+  EXPECT_EQ(RunCodec("--in hex --out text", "41 00 42").out, "A");
+  // Nothing decoded: nothing written, and that is no error.
+  const CliRun empty = RunCodec("--in base64 --out text", "====\n");
+  EXPECT_EQ(empty.status, 0);
+  EXPECT_EQ(empty.out, "");
+}
+
+TEST(CliCodec, LargeInputsMatchTheEngineInBothReadingPaths) {
+  std::mt19937_64 rng(11);
+  std::string data(3 * tools::StreamConverter::kPieceBytes + 5, '\0');
+  for (char& c : data) c = static_cast<char>(rng());
+  // The command converts piece by piece; the window's one-shot conversion is the reference.
+  const std::string base64 = tools::Convert(data, tools::InputType::Text, tools::OutputType::Base64).output;
+  EXPECT_EQ(RunCodec("--in text --out base64", data).out, base64);
+  const CliRun back = RunCodec("--in base64 --out md5", base64);
+  EXPECT_EQ(back.out, tools::Convert(data, tools::InputType::Text, tools::OutputType::Md5).output);
+}
+
+TEST(CliCodec, AsciiOptionReadsUtf8AndWritesCp437) {
+  EXPECT_EQ(RunCodec("--in text --out hex --ascii --clean", "Grüße").out, "47 72 81 E1 65");
+  EXPECT_EQ(RunCodec("--in hex --out text --ascii", "81E1").out, "üß");
+}
+
+TEST(CliCodec, BadCommandLinesExitWithStatusTwoAndOneLine) {
+  for (const char* arguments : {"--in text", "--out md5", "--in octal --out hex", "--in text --out rot13",
+                                "--in text --out hex --wrap", "--in text --out"}) {
+    SCOPED_TRACE(arguments);
+    const CliRun run = RunCodec(arguments, "abc");
+    EXPECT_EQ(run.status, 2);
+    EXPECT_EQ(run.out, "");
+    ASSERT_FALSE(run.err.empty());
+    EXPECT_EQ(run.err.find('\n'), run.err.size() - 1);
+  }
+  const CliRun help = RunCodec("--help", "");
+  EXPECT_EQ(help.status, 0);
+  EXPECT_NE(help.out.find("--null-to-space"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace vormelt
