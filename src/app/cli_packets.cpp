@@ -1,9 +1,246 @@
-// vormelt-cli packets (being built).
+// vormelt-cli packets: capture live or read a capture file into a packet store and print one
+// line per stored packet (or its text rendering, --render) while it arrives. Errors are one line on `err`; rows go to `out`.
+// SIGINT/SIGTERM end a capture cleanly: the rows and the count are still printed.
+#include <pthread.h>
+#include <signal.h>
+
+#include <charconv>
+#include <chrono>
+#include <cstdint>
 #include <ostream>
+#include <string>
+
 #include "app/cli.hpp"
+#include "capture/session.hpp"
+#include "packetmode/filter_profile.hpp"
+#include "packets/list_row.hpp"
+#include "packets/render.hpp"
+#include "packets/store.hpp"
+
 namespace vormelt::cli {
-int RunPackets(std::span<const std::string>, std::ostream&, std::ostream& err) {
-  err << "vormelt-cli: the packets command is not available yet\n";
-  return 1;
+namespace {
+
+constexpr int kExitOk = 0, kExitFailed = 1, kExitUsage = 2;
+constexpr auto kPollInterval = std::chrono::milliseconds(10);
+constexpr std::size_t kFlushBytes = 1 << 16;
+
+struct PacketsOptions {
+  std::optional<CaptureTarget> target;
+  long count = 0;  // 0: no limit
+  std::string filterProfile;  // empty: no filtering
+  bool matchCase = false;
+  std::optional<DataForm> render;  // set: print each packet's rendering instead of its row
+  DataLevel level = DataLevel::Datalink;
+  IpGap gap = IpGap::Narrow;
+};
+
+int Usage(std::ostream& err, const std::string& problem) {
+  err << "vormelt-cli packets: " << problem << "\n"
+      << "usage: vormelt-cli packets (--read FILE | --live ADDRESS | --adapter NAME) [--count N]\n"
+      << "                           [--filter-profile FILE.HBFP [--match-case]]\n"
+      << "                           [--render none|text|dec|hex|hex+text [--level LEVEL] [--wide]]\n";
+  return kExitUsage;
 }
+
+bool ParseCount(const std::string& text, long& count) {
+  const char* end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, count);
+  return error == std::errc() && stop == end && count > 0;
+}
+
+// Returns kExitOk, or the usage status after printing the problem.
+int ParseOptions(std::span<const std::string> args, PacketsOptions& options, std::ostream& err) {
+  for (std::size_t i = 0; i < args.size(); ++i) {
+    const std::string& option = args[i];
+    const bool hasValue = i + 1 < args.size();
+    const auto setTarget = [&](CaptureTarget target) {
+      if (options.target) return Usage(err, "give only one of --read, --live and --adapter");
+      options.target = std::move(target);
+      return kExitOk;
+    };
+    int status = kExitOk;
+    if (!hasValue && (option == "--read" || option == "--live" || option == "--adapter" ||
+                      option == "--count" || option == "--filter-profile" ||
+                      option == "--render" || option == "--level")) {
+      return Usage(err, option + " needs a value");
+    }
+    if (option == "--read") {
+      status = setTarget(CaptureTarget::File(args[++i]));
+    } else if (option == "--live") {
+      status = setTarget(CaptureTarget::Address(args[++i]));
+    } else if (option == "--adapter") {
+      status = setTarget(CaptureTarget::Adapter(args[++i]));
+    } else if (option == "--count") {
+      if (!ParseCount(args[++i], options.count)) return Usage(err, "--count needs a number above 0");
+    } else if (option == "--filter-profile") {
+      options.filterProfile = args[++i];
+    } else if (option == "--match-case") {
+      options.matchCase = true;
+    } else if (option == "--render") {
+      options.render = ParseDataForm(args[++i]);
+      if (!options.render) return Usage(err, "--render takes none, text, dec, hex or hex+text");
+    } else if (option == "--level") {
+      const std::optional<DataLevel> level = ParseDataLevel(args[++i]);
+      if (!level) return Usage(err, "--level takes datalink, network, transport or presentation");
+      options.level = *level;
+    } else if (option == "--wide") {
+      options.gap = IpGap::Wide;
+    } else {
+      return Usage(err, "unknown option '" + option + "'");
+    }
+    if (status != kExitOk) return status;
+  }
+  if (!options.target) return Usage(err, "give --read FILE, --live ADDRESS or --adapter NAME");
+  if (options.matchCase && options.filterProfile.empty()) {
+    return Usage(err, "--match-case needs --filter-profile");
+  }
+  return kExitOk;
+}
+
+// Ends the capture after `limit` stored packets, the way a full store would.
+class LimitedSink final : public FrameSink {
+ public:
+  LimitedSink(PacketStore& store, long limit) : store_(store), limit_(limit) {}
+  SinkVerdict Take(std::span<const std::uint8_t> frame, InterfaceKind kind) override {
+    const SinkVerdict verdict = store_.Take(frame, kind);
+    if (verdict == SinkVerdict::Stored && limit_ > 0 && ++stored_ >= limit_) {
+      return SinkVerdict::ItemLimitReached;
+    }
+    return verdict;
+  }
+  bool IsFull() const override { return store_.IsFull(); }
+
+ private:
+  PacketStore& store_;
+  long limit_;
+  long stored_ = 0;
+};
+
+// Prints the rows stored since the last call: the eleven list columns, TAB-separated.
+class RowPrinter {
+ public:
+  RowPrinter(const PacketStore& store, std::ostream& out, std::optional<RenderOptions> render)
+      : store_(store), out_(out) {
+    if (render) renderer_.emplace(*render);
+  }
+  ~RowPrinter() { Flush(); }
+
+  void PrintNewRows() {
+    const std::size_t rows = store_.RowCount();
+    for (; printed_ < rows; ++printed_) {
+      const std::int32_t index = store_.IndexAtRow(printed_);
+      AppendRow(store_.Get(index), store_.FilterTexts(index));
+      if (line_.size() >= kFlushBytes) Flush();
+    }
+  }
+
+  void Flush() {
+    out_.write(line_.data(), static_cast<std::streamsize>(line_.size()));
+    out_.flush();
+    line_.clear();
+  }
+
+  std::size_t Printed() const { return printed_; }
+
+ private:
+  void AppendRow(const PacketRef& packet, const FilterColumnTexts* filterTexts) {
+    if (renderer_) {
+      renderer_->Append(packet, line_);
+      return;
+    }
+    for (int column = 0; column < kListColumnCount; ++column) {
+      if (column) line_ += '\t';
+      line_ += ListColumnText(packet, filterTexts, static_cast<ListColumn>(column), buffer_);
+    }
+    line_ += '\n';
+  }
+
+  const PacketStore& store_;
+  std::ostream& out_;
+  std::size_t printed_ = 0;
+  std::string line_;
+  ListTextBuffer buffer_{};
+  std::optional<PacketRenderer> renderer_;
+};
+
+// The message as one line: its CR LF breaks become blanks.
+std::string OneLine(const CaptureMessage& message) {
+  std::string text = FormatMessage(message, UiLanguage::English);
+  std::string line;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '\r') continue;
+    line += text[i] == '\n' ? ' ' : text[i];
+  }
+  return line;
+}
+
+// SIGINT and SIGTERM are blocked in this thread (and so in the capture threads it starts) and
+// taken synchronously by the polling loop, so no handler runs inside libpcap.
+class StopSignals {
+ public:
+  StopSignals() {
+    sigemptyset(&set_);
+    sigaddset(&set_, SIGINT);
+    sigaddset(&set_, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &set_, &previous_);
+  }
+  ~StopSignals() { pthread_sigmask(SIG_SETMASK, &previous_, nullptr); }
+  // Waits up to `timeout` for one of them; true when one came.
+  bool Wait(std::chrono::milliseconds timeout) {
+    const timespec wait{0, static_cast<long>(timeout.count()) * 1'000'000L};
+    return sigtimedwait(&set_, nullptr, &wait) > 0;
+  }
+
+ private:
+  sigset_t set_{};
+  sigset_t previous_{};
+};
+
+}  // namespace
+
+int RunPackets(std::span<const std::string> args, std::ostream& out, std::ostream& err) {
+  PacketsOptions options;
+  if (const int status = ParseOptions(args, options, err); status != kExitOk) return status;
+
+  // A filter profile filters every packet, as Packet Mode does with filtering switched on.
+  FilterSettings filter;
+  if (!options.filterProfile.empty()) {
+    const ProfileResult profile = LoadFilterProfile(options.filterProfile);
+    if (!profile.ok()) {
+      err << "vormelt-cli: "
+          << DescribeProfileProblem(profile, options.filterProfile, UiLanguage::English) << "\n";
+      return kExitFailed;
+    }
+    ApplyProfile(*profile.profile, filter);
+    filter.SetMatchCase(options.matchCase);
+    filter.SetFilteringEnabled(true);
+  }
+
+  PacketStore store;
+  store.SetFilter(&filter);
+  LimitedSink sink(store, options.count);
+  std::optional<RenderOptions> render;
+  if (options.render) render = RenderOptions{*options.render, options.gap, options.level};
+  RowPrinter printer(store, out, render);
+  StopSignals signals;
+  CaptureSession session;
+  session.Start(*options.target, sink);
+  while (session.listening.load()) {
+    if (signals.Wait(kPollInterval)) session.Stop();
+    printer.PrintNewRows();
+  }
+  session.Wait();
+  printer.PrintNewRows();
+  printer.Flush();
+
+  int status = kExitOk;
+  for (const CaptureMessage& message : session.Messages().Drain()) {
+    err << "vormelt-cli: " << OneLine(message) << "\n";
+    status = kExitFailed;
+  }
+  // A capture that never opened has no count to report; its error line says it all.
+  if (session.Status().status != CaptureStatus::Idle) err << printer.Printed() << " packets\n";
+  return status;
+}
+
 }  // namespace vormelt::cli

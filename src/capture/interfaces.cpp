@@ -1,0 +1,99 @@
+// Interface listing with getifaddrs (addresses) and pcap_findalldevs (adapters). Both lists are
+// freed by RAII holders; a failure of either leaves the other's rows intact.
+#include "capture/interfaces.hpp"
+
+#include <arpa/inet.h>
+#include <ifaddrs.h>
+#include <net/if.h>
+#include <netinet/in.h>
+#include <pcap/pcap.h>
+
+#include <memory>
+
+namespace vormelt {
+namespace {
+
+struct IfaddrsFree {
+  void operator()(ifaddrs* list) const { freeifaddrs(list); }
+};
+using IfaddrsList = std::unique_ptr<ifaddrs, IfaddrsFree>;
+
+struct DevicesFree {
+  void operator()(pcap_if_t* list) const { pcap_freealldevs(list); }
+};
+using DeviceList = std::unique_ptr<pcap_if_t, DevicesFree>;
+
+IfaddrsList ReadIfaddrs() {
+  ifaddrs* list = nullptr;
+  if (getifaddrs(&list) != 0) return nullptr;
+  return IfaddrsList(list);
+}
+
+std::string Dotted(const sockaddr* address) {
+  char text[INET_ADDRSTRLEN] = {};
+  const auto* in = reinterpret_cast<const sockaddr_in*>(address);
+  inet_ntop(AF_INET, &in->sin_addr, text, sizeof text);
+  return text;
+}
+
+bool IsUpIpv4(const ifaddrs& entry) {
+  return entry.ifa_addr && entry.ifa_addr->sa_family == AF_INET && (entry.ifa_flags & IFF_UP);
+}
+
+void AddAdapterRows(std::vector<InterfaceRow>& rows) {
+  char error[PCAP_ERRBUF_SIZE] = {};
+  pcap_if_t* first = nullptr;
+  if (pcap_findalldevs(&first, error) != 0) return;  // adapters are optional; addresses remain
+  const DeviceList devices(first);
+  for (const pcap_if_t* device = first; device; device = device->next) {
+    InterfaceRow row;
+    row.kind = InterfaceKind::PacketDriver;
+    row.device = device->name;
+    row.name = device->description ? device->description : device->name;
+    for (const pcap_addr_t* address = device->addresses; address; address = address->next) {
+      if (address->addr && address->addr->sa_family == AF_INET) {
+        row.address = Dotted(address->addr);
+        break;
+      }
+    }
+    rows.push_back(std::move(row));
+  }
+}
+
+}  // namespace
+
+InterfaceList ListInterfaces() {
+  InterfaceList list;
+  const IfaddrsList addresses = ReadIfaddrs();
+  if (!addresses) {
+    list.failure = CaptureMessage{Text::ProgramTitle, Text::ErrorGettingInterfaceInfo,
+                                  MessageIcon::Stop, std::nullopt, std::nullopt};
+    return list;
+  }
+  for (const ifaddrs* entry = addresses.get(); entry; entry = entry->ifa_next) {
+    if (!IsUpIpv4(*entry)) continue;
+    list.rows.push_back(InterfaceRow{InterfaceKind::RawSockets, entry->ifa_name,
+                                     Dotted(entry->ifa_addr), entry->ifa_name});
+  }
+  AddAdapterRows(list.rows);
+  return list;
+}
+
+Text InterfaceTypeText(const InterfaceRow& row) {
+  return row.kind == InterfaceKind::RawSockets ? Text::InterfaceTypeSockets
+                                               : Text::InterfaceTypeAdapter;
+}
+
+std::optional<std::string> InterfaceHoldingAddress(std::string_view address) {
+  in_addr wanted{};
+  if (inet_pton(AF_INET, std::string(address).c_str(), &wanted) != 1) return std::nullopt;
+  const IfaddrsList addresses = ReadIfaddrs();
+  for (const ifaddrs* entry = addresses.get(); entry; entry = entry->ifa_next) {
+    if (!IsUpIpv4(*entry)) continue;
+    const auto* in = reinterpret_cast<const sockaddr_in*>(entry->ifa_addr);
+    if (in->sin_addr.s_addr == wanted.s_addr) return std::string(entry->ifa_name);
+  }
+  return std::nullopt;
+}
+
+}  // namespace vormelt

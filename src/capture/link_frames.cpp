@@ -1,0 +1,159 @@
+// Link-layer headers to Ethernet shape. One small function per link type; each checks the
+// header fits before reading it and copies at most the packet it was given.
+#include "capture/link_frames.hpp"
+
+#include <pcap/dlt.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "common/byte_order.hpp"
+
+namespace vormelt {
+namespace {
+
+constexpr std::size_t kEthernetHeader = 14;
+constexpr std::size_t kVlanTag = 4;
+constexpr std::uint16_t kEtherTypeVlan = 0x8100;
+constexpr std::size_t kNullHeader = 4;
+constexpr std::size_t kSllHeader = 16;
+constexpr std::size_t kSll2Header = 20;
+// pcap files say 101 for raw IP; libpcap hands that out as DLT_RAW, but both may be seen.
+constexpr int kLinkTypeRaw = 101;
+// Address families a DLT_NULL/DLT_LOOP header may carry for IPv6 (Linux, BSDs, macOS).
+constexpr std::uint32_t kFamilyInet = 2;
+constexpr std::uint32_t kFamiliesInet6[] = {10, 24, 28, 30};
+
+struct LinkPayload {
+  std::uint16_t etherType = 0;
+  std::span<const std::uint8_t> network;
+  const std::uint8_t* sourceAddress = nullptr;  // 6 bytes when the link names a sender
+};
+
+std::uint16_t TypeOfIpVersion(std::span<const std::uint8_t> packet) {
+  if (packet.empty()) return 0;
+  switch (packet[0] >> 4) {
+    case 4: return kEtherTypeIpv4;
+    case 6: return kEtherTypeIpv6;
+    default: return 0;
+  }
+}
+
+std::uint16_t TypeOfFamily(std::uint32_t family) {
+  if (family == kFamilyInet) return kEtherTypeIpv4;
+  const auto* end = std::end(kFamiliesInet6);
+  return std::find(std::begin(kFamiliesInet6), end, family) != end ? kEtherTypeIpv6 : 0;
+}
+
+// The family word is in the capturing host's byte order for DLT_NULL, network order for
+// DLT_LOOP; families are small numbers, so whichever reading is small is the right one.
+std::uint16_t TypeOfNullHeader(const std::uint8_t* header) {
+  std::uint32_t family = ReadBe32(header);
+  if (family > 0xFFFF) family = __builtin_bswap32(family);
+  return TypeOfFamily(family);
+}
+
+bool SplitEthernet(std::span<const std::uint8_t> packet, LinkPayload& out) {
+  if (packet.size() < kEthernetHeader) return false;
+  out.etherType = ReadBe16(packet.data() + 12);
+  out.network = packet.subspan(kEthernetHeader);
+  out.sourceAddress = packet.data() + 6;
+  if (out.etherType == kEtherTypeVlan && packet.size() >= kEthernetHeader + kVlanTag) {
+    out.etherType = ReadBe16(packet.data() + 16);
+    out.network = packet.subspan(kEthernetHeader + kVlanTag);
+  }
+  return true;
+}
+
+bool SplitLink(int linkType, std::span<const std::uint8_t> packet, LinkPayload& out) {
+  switch (linkType) {
+    case DLT_EN10MB: return SplitEthernet(packet, out);
+    case DLT_RAW:
+    case kLinkTypeRaw:
+    case DLT_IPV4:
+    case DLT_IPV6:
+      out.etherType = TypeOfIpVersion(packet);
+      out.network = packet;
+      return true;
+    case DLT_NULL:
+    case DLT_LOOP:
+      if (packet.size() < kNullHeader) return false;
+      out.etherType = TypeOfNullHeader(packet.data());
+      out.network = packet.subspan(kNullHeader);
+      return true;
+    case DLT_LINUX_SLL:
+      if (packet.size() < kSllHeader) return false;
+      out.etherType = ReadBe16(packet.data() + 14);
+      out.network = packet.subspan(kSllHeader);
+      if (ReadBe16(packet.data() + 4) == 6) out.sourceAddress = packet.data() + 6;
+      return true;
+    case DLT_LINUX_SLL2:
+      if (packet.size() < kSll2Header) return false;
+      out.etherType = ReadBe16(packet.data());
+      out.network = packet.subspan(kSll2Header);
+      if (packet[11] == 6) out.sourceAddress = packet.data() + 12;
+      return true;
+    default: return false;
+  }
+}
+
+void BuildFrame(std::span<const std::uint8_t> destination, const std::uint8_t* source,
+                std::uint16_t etherType, std::span<const std::uint8_t> network,
+                std::vector<std::uint8_t>& out) {
+  out.resize(kEthernetHeader + network.size());
+  std::uint8_t* frame = out.data();
+  std::memset(frame, 0, 12);
+  if (!destination.empty()) std::memcpy(frame, destination.data(), 6);
+  if (source) std::memcpy(frame + 6, source, 6);
+  WriteBe16(frame + 12, etherType);
+  if (!network.empty()) std::memcpy(frame + kEthernetHeader, network.data(), network.size());
+}
+
+}  // namespace
+
+InterfaceKind KindForLinkType(int linkType) {
+  switch (linkType) {
+    case DLT_RAW:
+    case kLinkTypeRaw:
+    case DLT_IPV4: return InterfaceKind::RawSockets;
+    default: return InterfaceKind::PacketDriver;
+  }
+}
+
+bool LinkTypeSupported(int linkType) {
+  switch (linkType) {
+    case DLT_EN10MB:
+    case DLT_RAW:
+    case kLinkTypeRaw:
+    case DLT_IPV4:
+    case DLT_IPV6:
+    case DLT_NULL:
+    case DLT_LOOP:
+    case DLT_LINUX_SLL:
+    case DLT_LINUX_SLL2: return true;
+    default: return false;
+  }
+}
+
+bool ToRawSocketsFrame(int linkType, std::span<const std::uint8_t> packet,
+                       std::vector<std::uint8_t>& out) {
+  LinkPayload payload;
+  if (!SplitLink(linkType, packet, payload) || payload.etherType != kEtherTypeIpv4) return false;
+  BuildFrame({}, nullptr, kEtherTypeIpv4, payload.network, out);
+  return true;
+}
+
+bool ToAdapterFrame(int linkType, std::span<const std::uint8_t> packet,
+                    std::vector<std::uint8_t>& out) {
+  // Ethernet frames go through untouched, even runts: they are what the wire carried.
+  if (linkType == DLT_EN10MB) {
+    out.assign(packet.begin(), packet.end());
+    return true;
+  }
+  LinkPayload payload;
+  if (!SplitLink(linkType, packet, payload)) return false;
+  BuildFrame({}, payload.sourceAddress, payload.etherType, payload.network, out);
+  return true;
+}
+
+}  // namespace vormelt

@@ -1,0 +1,35 @@
+// Turns what libpcap delivers on any link type into the one shape every reader expects: an
+// Ethernet frame. Pure functions over bytes; they never read past the packet they are given.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "common/types.hpp"
+
+namespace vormelt {
+
+inline constexpr std::uint16_t kEtherTypeIpv4 = 0x0800;
+inline constexpr std::uint16_t kEtherTypeArp = 0x0806;
+inline constexpr std::uint16_t kEtherTypeIpv6 = 0x86DD;
+
+// Which kind a capture of this libpcap link type (DLT_*) yields when read from a file:
+// raw IP links give the Raw Sockets kind (pseudo header, no MAC addresses), the rest adapters.
+InterfaceKind KindForLinkType(int linkType);
+// Whether ToRawSocketsFrame/ToAdapterFrame know the link type.
+bool LinkTypeSupported(int linkType);
+
+// Raw Sockets kind: keeps only IPv4, drops the link header and puts the 14-byte pseudo header
+// (zero MAC addresses, EtherType 0x0800) in front. False for anything that is not IPv4;
+// `out` then holds nothing useful.
+bool ToRawSocketsFrame(int linkType, std::span<const std::uint8_t> packet,
+                       std::vector<std::uint8_t>& out);
+
+// Adapter kind: Ethernet frames as they are; other links get an Ethernet header built from
+// their own (Linux cooked: its protocol and source address; loopback/null: IPv4 or IPv6 by the
+// address family; raw IP: by the IP version). False for a packet too short for its link header.
+bool ToAdapterFrame(int linkType, std::span<const std::uint8_t> packet,
+                    std::vector<std::uint8_t>& out);
+
+}  // namespace vormelt

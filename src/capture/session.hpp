@@ -1,0 +1,100 @@
+// CaptureSession: one mode's running capture — its flags, the starter and the receive thread
+// (a std::jthread), the status it publishes and the messages it wants shown. The threads here
+// never touch a window: windows read Status(), the flags and the message queue on a timer.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "capture/frame_sink.hpp"
+#include "capture/message.hpp"
+#include "capture/source.hpp"
+#include "common/texts.hpp"
+#include "common/types.hpp"
+
+namespace vormelt {
+
+enum class CaptureStatus : std::uint8_t {
+  Idle,              // nothing started yet: no status text
+  Listening,         // "Listening on %s (Using Raw Sockets)" or the adapter form
+  Stopped,           // "Stopped"
+  ItemLimitReached,  // "Stopped/Item Limit Reached"
+  MaxListItems,      // "Stopped/Max List Items"
+  MemoryError,       // "Stopped/Memory Error"
+};
+
+struct CaptureStatusSnapshot {
+  CaptureStatus status = CaptureStatus::Idle;
+  InterfaceKind kind = InterfaceKind::RawSockets;
+  std::string interfaceText;  // the %s of the listening text
+  bool file = false;          // reading a capture file: "Reading %s" while it runs
+};
+
+// The status line text in `language`; empty for Idle.
+std::string StatusText(const CaptureStatusSnapshot& snapshot, UiLanguage language);
+
+class CaptureSession {
+ public:
+  // How long Restart waits for the previous capture to end: 100 polls of 10 ms.
+  static constexpr int kRestartPolls = 100;
+
+  CaptureSession() = default;
+  // Requests quit, interrupts the source and joins the thread.
+  ~CaptureSession();
+  CaptureSession(const CaptureSession&) = delete;
+  CaptureSession& operator=(const CaptureSession&) = delete;
+
+  // The window's Start. Returns at once; a starter thread opens the target and runs the receive
+  // loop into `sink` (which must outlive the capture). Without `force` a request made while
+  // listening is dropped (returns false); with it the starter first waits, in 10 ms steps, for
+  // the previous receive loop to end. Failures to open are pushed to Messages().
+  bool Start(const CaptureTarget& target, FrameSink& sink, bool force = false);
+  // The window's Stop: sets stop requested and unblocks a pending receive. Returns at once.
+  void Stop();
+  // "Choose Interface" while listening: Stop, then poll listening every 10 ms at most
+  // kRestartPolls times; start on `target` as soon as it is clear, else push the
+  // problem-stopping message and return false. Blocks its caller for at most about a second.
+  bool Restart(const CaptureTarget& target, FrameSink& sink);
+  // The window is closing: quit requested, unblock, and wait for the thread to end. Final:
+  // a capture started afterwards ends at once.
+  void Quit();
+  // Waits until the current capture (if any) has ended.
+  void Wait();
+
+  CaptureStatusSnapshot Status() const;
+  MessageQueue& Messages() { return messages_; }
+  // File captures: bytes read and the file's size (0/0 when live).
+  std::uint64_t BytesRead() const { return bytesRead_.load(std::memory_order_relaxed); }
+  std::uint64_t BytesTotal() const { return bytesTotal_.load(std::memory_order_relaxed); }
+
+  // Flags, one writer per direction: the window sets stop/quit and clears new data; the
+  // capture threads set listening and new data and clear listening when the loop ends.
+  std::atomic<bool> listening{false};
+  std::atomic<bool> stopRequested{false};
+  std::atomic<bool> quitRequested{false};
+  std::atomic<bool> newData{false};
+  std::atomic<InterfaceKind> kindInUse{InterfaceKind::RawSockets};
+
+ private:
+  void RunStarter(std::stop_token stop, CaptureTarget target, FrameSink& sink, bool acquired);
+  void RunReceiveLoop(CaptureSource& source, FrameSink& sink, const CaptureTarget& target);
+  void SetStatus(CaptureStatus status, InterfaceKind kind, std::string interfaceText, bool file);
+  void SetStatus(CaptureStatus status);
+  void InterruptSource();
+
+  MessageQueue messages_;
+  mutable std::mutex statusMutex_;
+  CaptureStatusSnapshot status_;
+  std::mutex sourceMutex_;
+  CaptureSource* activeSource_ = nullptr;  // for Stop to interrupt; owned by the thread
+  std::mutex threadMutex_;
+  std::jthread thread_;
+  std::atomic<std::uint64_t> bytesRead_{0};
+  std::atomic<std::uint64_t> bytesTotal_{0};
+};
+
+}  // namespace vormelt

@@ -1,0 +1,214 @@
+// libpcap sources: live on an interface or adapter, or offline from a pcap/pcapng file. All of
+// them run through PcapSource, which turns each link type into Ethernet shape. Every pcap_t is
+// owned by a unique_ptr; nothing here knows what happens to a frame.
+#include "capture/source.hpp"
+
+#include <pcap/pcap.h>
+
+#include <atomic>
+#include <cerrno>
+#include <filesystem>
+#include <vector>
+
+#include "capture/interfaces.hpp"
+#include "capture/link_frames.hpp"
+#include "packets/record.hpp"
+
+namespace vormelt {
+namespace {
+
+// The kernel buffer that absorbs bursts while the receive thread is busy.
+constexpr int kBufferSize = 10'000'000;
+// A whole 65,535-byte datagram plus the longest link header we unwrap.
+constexpr int kSnapLength = 65535 + 64;
+// How long a blocked read waits before the loop looks at its flags again.
+constexpr int kReadTimeoutMs = 100;
+// Files: how often the read position is sampled for the progress display.
+constexpr unsigned kProgressEvery = 1024;
+
+struct PcapClose {
+  void operator()(pcap_t* handle) const { pcap_close(handle); }
+};
+using PcapHandle = std::unique_ptr<pcap_t, PcapClose>;
+
+CaptureMessage Message(Text caption, Text text, std::string argument) {
+  return CaptureMessage{caption, text, MessageIcon::Stop, std::move(argument), std::nullopt};
+}
+
+CaptureMessage UnableToListen(const std::string& interfaceText) {
+  return Message(Text::UnableToListenCaption, Text::UnableToListen, interfaceText);
+}
+
+std::string LinkTypeName(int linkType) {
+  const char* name = pcap_datalink_val_to_name(linkType);
+  return name ? name : std::to_string(linkType);
+}
+
+class PcapSource final : public CaptureSource {
+ public:
+  PcapSource(PcapHandle handle, InterfaceKind kind, std::uint64_t fileSize)
+      : handle_(std::move(handle)),
+        kind_(kind),
+        linkType_(pcap_datalink(handle_.get())),
+        file_(pcap_file(handle_.get())),
+        fileSize_(fileSize) {
+    converted_.reserve(kMaxFrameLength + 64);
+  }
+
+  InterfaceKind Kind() const override { return kind_; }
+
+  ReadResult Next(std::span<const std::uint8_t>& frame) override {
+    if (interrupted_.load(std::memory_order_acquire)) return ReadResult::End;
+    pcap_pkthdr* header = nullptr;
+    const u_char* data = nullptr;
+    const int status = pcap_next_ex(handle_.get(), &header, &data);
+    if (status == 0) return ReadResult::Nothing;
+    if (status == PCAP_ERROR_BREAK) return ReadResult::End;
+    if (status < 0) {
+      failure_ = pcap_geterr(handle_.get());
+      return ReadResult::Failed;
+    }
+    SampleProgress();
+    return Convert(std::span<const std::uint8_t>(data, header->caplen), frame);
+  }
+
+  void Interrupt() override {
+    interrupted_.store(true, std::memory_order_release);
+    pcap_breakloop(handle_.get());
+  }
+
+  CaptureMessage Failure() const override {
+    if (file_) return Message(Text::CaptureFileCaption, Text::CaptureFileDamaged, failure_);
+    return Message(Text::UnknownErrorCaption, Text::ErrorWithDetail, failure_);
+  }
+
+  std::uint64_t BytesRead() const override { return bytesRead_.load(std::memory_order_relaxed); }
+  std::uint64_t BytesTotal() const override { return fileSize_; }
+
+ private:
+  ReadResult Convert(std::span<const std::uint8_t> packet, std::span<const std::uint8_t>& frame) {
+    if (kind_ == InterfaceKind::PacketDriver && linkType_ == DLT_EN10MB) {
+      frame = packet;  // already what we keep: no copy
+      return ReadResult::Frame;
+    }
+    const bool kept = kind_ == InterfaceKind::RawSockets
+                          ? ToRawSocketsFrame(linkType_, packet, converted_)
+                          : ToAdapterFrame(linkType_, packet, converted_);
+    if (!kept) return ReadResult::Nothing;
+    frame = converted_;
+    return ReadResult::Frame;
+  }
+
+  void SampleProgress() {
+    if (!file_ || ++packetsSinceSample_ < kProgressEvery) return;
+    packetsSinceSample_ = 0;
+    const long position = std::ftell(file_);
+    if (position >= 0) bytesRead_.store(static_cast<std::uint64_t>(position));
+  }
+
+  PcapHandle handle_;
+  InterfaceKind kind_;
+  int linkType_;
+  std::FILE* file_;  // the offline file, owned by the handle; null when live
+  std::uint64_t fileSize_;
+  std::atomic<bool> interrupted_{false};
+  std::vector<std::uint8_t> converted_;
+  std::string failure_;
+  std::atomic<std::uint64_t> bytesRead_{0};
+  unsigned packetsSinceSample_ = 0;
+};
+
+// Opens a live capture on `device`. `interfaceText` names it in messages.
+OpenResult OpenLive(const std::string& device, InterfaceKind kind,
+                    const std::string& interfaceText) {
+  char error[PCAP_ERRBUF_SIZE] = {};
+  PcapHandle handle(pcap_create(device.c_str(), error));
+  if (!handle) {
+    return CaptureMessage{Text::ErrorCreatingSocketCaption, Text::ErrorCreatingSocket,
+                          MessageIcon::Stop, std::nullopt, static_cast<long>(errno)};
+  }
+  pcap_t* p = handle.get();
+  pcap_set_buffer_size(p, kBufferSize);
+  pcap_set_snaplen(p, kSnapLength);
+  pcap_set_promisc(p, 0);
+  pcap_set_immediate_mode(p, 1);
+  pcap_set_timeout(p, kReadTimeoutMs);
+  const int status = pcap_activate(p);
+  if (status == PCAP_ERROR_PERM_DENIED || status == PCAP_ERROR_NO_SUCH_DEVICE ||
+      status == PCAP_ERROR_IFACE_NOT_UP) {
+    return UnableToListen(interfaceText);
+  }
+  if (status < 0) {
+    const char* detail = status == PCAP_ERROR ? pcap_geterr(p) : pcap_statustostr(status);
+    return Message(Text::UnknownErrorCaption, Text::ErrorWithDetail, detail);
+  }
+  const int linkType = pcap_datalink(p);
+  if (!LinkTypeSupported(linkType)) {
+    return Message(Text::UnknownErrorCaption, Text::LinkTypeUnsupported, LinkTypeName(linkType));
+  }
+  return std::make_unique<PcapSource>(std::move(handle), kind, 0);
+}
+
+OpenResult OpenAddress(const std::string& address) {
+  const std::optional<std::string> device = InterfaceHoldingAddress(address);
+  if (!device) return UnableToListen(address);
+  return OpenLive(*device, InterfaceKind::RawSockets, address);
+}
+
+OpenResult OpenFile(const std::string& path) {
+  char error[PCAP_ERRBUF_SIZE] = {};
+  PcapHandle handle(pcap_open_offline(path.c_str(), error));
+  if (!handle) {
+    // libpcap names the file itself in some of its messages; name it once in all of them.
+    const std::string detail = std::string_view(error).starts_with(path) ? error : path + ": " + error;
+    return Message(Text::CaptureFileCaption, Text::CaptureFileUnreadable, detail);
+  }
+  const int linkType = pcap_datalink(handle.get());
+  if (!LinkTypeSupported(linkType)) {
+    return Message(Text::CaptureFileCaption, Text::CaptureFileLinkType, LinkTypeName(linkType));
+  }
+  std::error_code ignored;
+  const auto size = std::filesystem::file_size(path, ignored);
+  return std::make_unique<PcapSource>(std::move(handle), KindForLinkType(linkType),
+                                      ignored ? 0 : static_cast<std::uint64_t>(size));
+}
+
+std::string FileName(const std::string& path) {
+  return std::filesystem::path(path).filename().string();
+}
+
+}  // namespace
+
+CaptureTarget CaptureTarget::Address(std::string address) {
+  CaptureTarget target{Type::Address, std::move(address), {}};
+  target.displayName = target.name;
+  return target;
+}
+
+CaptureTarget CaptureTarget::Adapter(std::string device, std::string displayName) {
+  CaptureTarget target{Type::Adapter, std::move(device), std::move(displayName)};
+  if (target.displayName.empty()) target.displayName = target.name;
+  return target;
+}
+
+CaptureTarget CaptureTarget::File(std::string path) {
+  const std::string name = FileName(path);
+  return CaptureTarget{Type::File, std::move(path), name};
+}
+
+CaptureTarget CaptureTarget::FromSettings(const InterfaceSettings& settings) {
+  if (settings.chosenKind == InterfaceKind::RawSockets) return Address(settings.address);
+  return Adapter(settings.adapterDevice, settings.adapterDisplayName);
+}
+
+OpenResult OpenSource(const CaptureTarget& target) {
+  switch (target.type) {
+    case CaptureTarget::Type::Address: return OpenAddress(target.name);
+    case CaptureTarget::Type::Adapter:
+      return OpenLive(target.name, InterfaceKind::PacketDriver, target.displayName);
+    case CaptureTarget::Type::File: return OpenFile(target.name);
+  }
+  return UnableToListen(target.name);
+}
+
+}  // namespace vormelt

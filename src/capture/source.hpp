@@ -1,0 +1,63 @@
+// Capture sources: where a receive loop gets its frames. Live libpcap on the interface holding
+// an address (Raw Sockets kind), live libpcap on an adapter, or a pcap/pcapng file. Every
+// source hands out Ethernet-shaped frames; none of them knows who consumes them.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+#include <variant>
+
+#include "capture/message.hpp"
+#include "common/settings.hpp"
+#include "common/types.hpp"
+
+namespace vormelt {
+
+// What to capture from.
+struct CaptureTarget {
+  enum class Type : std::uint8_t { Address, Adapter, File };
+  Type type = Type::Address;
+  std::string name;         // dotted IPv4 address, libpcap device name, or file path
+  std::string displayName;  // shown in the status text (the address, adapter or file name)
+
+  static CaptureTarget Address(std::string address);
+  static CaptureTarget Adapter(std::string device, std::string displayName = {});
+  static CaptureTarget File(std::string path);
+  // The chosen interface of the settings (kind, address, adapter device and display name).
+  static CaptureTarget FromSettings(const InterfaceSettings& settings);
+};
+
+enum class ReadResult : std::uint8_t {
+  Frame,    // `frame` holds the next frame
+  Nothing,  // no frame yet (timeout, or a frame of another kind was dropped): poll flags
+  End,      // the file is finished, or Interrupt() was called
+  Failed,   // a read error; Failure() says what. Frames read before it stay valid.
+};
+
+class CaptureSource {
+ public:
+  virtual ~CaptureSource() = default;
+  virtual InterfaceKind Kind() const = 0;
+  // Blocks at most about 100 ms. `frame` starts with the 14-byte Ethernet header and stays
+  // valid until the next call.
+  virtual ReadResult Next(std::span<const std::uint8_t>& frame) = 0;
+  // From any thread: a blocked Next returns promptly, and every later one returns End.
+  virtual void Interrupt() = 0;
+  // The message for a Failed read.
+  virtual CaptureMessage Failure() const = 0;
+  // For files: bytes read so far and the file's size, for a progress display; 0/0 when live.
+  virtual std::uint64_t BytesRead() const { return 0; }
+  virtual std::uint64_t BytesTotal() const { return 0; }
+};
+
+// A source, or the message telling why there is none.
+using OpenResult = std::variant<std::unique_ptr<CaptureSource>, CaptureMessage>;
+
+// Opens the target. Fails with the unable-to-listen message when the address is on no
+// interface that is up or capturing is not permitted, "Error: %s" for other libpcap errors,
+// and the unreadable-file message for files.
+OpenResult OpenSource(const CaptureTarget& target);
+
+}  // namespace vormelt

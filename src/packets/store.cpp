@@ -1,0 +1,362 @@
+// PacketStore: arenas of packet blocks, slots that publish them, and the row table.
+// Insert is the receive thread's hot path: one bump allocation, two copies, no per-packet heap.
+// Must never hand a reader a slot before the block behind it is complete.
+#include "packets/store.hpp"
+
+#include <sys/mman.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <tuple>
+
+#include "common/clock.hpp"
+#include "packets/format.hpp"
+
+namespace vormelt {
+namespace {
+
+// A packet's block in the arena:
+//   [prefix: frame length u32, filter texts id u32, time text length u16, 2 spare]
+//   [record: 0, frame, kind byte, zeroed reserve — frame length + kRecordOverhead bytes]
+//   [time text, not NUL-terminated]
+// The slot points at the prefix, so one atomic pointer carries everything about the packet.
+constexpr std::size_t kPrefixSize = 12;
+constexpr std::size_t kBlockAlignment = 4;
+constexpr std::size_t kArenaChunkSize = 4u << 20;
+constexpr std::size_t kHugePageSize = 2u << 20;
+constexpr std::int32_t kSlotsPerChunk = 1 << 16;
+
+struct BlockView {
+  std::uint32_t frameLength;
+  std::uint32_t filterTextsId;
+  std::uint16_t timeLength;
+  const std::uint8_t* frame;
+  const char* time;
+};
+
+BlockView ReadBlock(const std::uint8_t* block) {
+  BlockView view{};
+  std::memcpy(&view.frameLength, block, 4);
+  std::memcpy(&view.filterTextsId, block + 4, 4);
+  std::memcpy(&view.timeLength, block + 8, 2);
+  view.frame = block + kPrefixSize + 1;
+  view.time = reinterpret_cast<const char*>(block + kPrefixSize + view.frameLength +
+                                            kRecordOverhead);
+  return view;
+}
+
+std::size_t BlockSize(std::uint32_t frameLength, std::size_t timeLength) {
+  return kPrefixSize + frameLength + kRecordOverhead + timeLength;
+}
+
+std::size_t BlockSize(const std::uint8_t* block) {
+  const BlockView view = ReadBlock(block);
+  return BlockSize(view.frameLength, view.timeLength);
+}
+
+}  // namespace
+
+// Bump allocation from 4 MiB chunks. Blocks are never freed one by one; Reset frees them all.
+// Chunks are aligned for transparent huge pages: a million packets fill about 700 MB, and
+// faulting that in 4 KiB pages costs more than copying the packets.
+class PacketStore::Arena {
+ public:
+  // Null when the system has no memory left.
+  std::uint8_t* Allocate(std::size_t size) {
+    size = (size + kBlockAlignment - 1) & ~(kBlockAlignment - 1);
+    if (chunks_.empty() || used_ + size > chunkSize_) {
+      if (!AddChunk(std::max(size, kArenaChunkSize))) return nullptr;
+    }
+    std::uint8_t* block = chunks_.back().get() + used_;
+    used_ += size;
+    return block;
+  }
+
+  void Reset() {
+    chunks_.clear();
+    used_ = 0;
+    chunkSize_ = 0;
+  }
+
+ private:
+  struct Free {
+    void operator()(std::uint8_t* chunk) const { std::free(chunk); }
+  };
+
+  bool AddChunk(std::size_t size) {
+    size = (size + kHugePageSize - 1) & ~(kHugePageSize - 1);
+    auto* chunk = static_cast<std::uint8_t*>(std::aligned_alloc(kHugePageSize, size));
+    if (!chunk) return false;
+    madvise(chunk, size, MADV_HUGEPAGE);  // a hint; without huge pages it still works
+    try {
+      chunks_.emplace_back(chunk);
+    } catch (const std::bad_alloc&) {
+      std::free(chunk);
+      return false;
+    }
+    used_ = 0;
+    chunkSize_ = size;
+    return true;
+  }
+
+  std::vector<std::unique_ptr<std::uint8_t, Free>> chunks_;
+  std::size_t used_ = 0;
+  std::size_t chunkSize_ = 0;
+};
+
+PacketStore::PacketStore(std::int32_t capacity)
+    : capacity_(std::max<std::int32_t>(capacity, 2)),
+      arena_(std::make_unique<Arena>()),
+      dateTimeTemplate_("%Y.%MY.%D - %H24:%MN:%S.%MS") {
+  const std::size_t chunkCount = (capacity_ + kSlotsPerChunk - 1) / kSlotsPerChunk;
+  slotChunks_.resize(chunkCount);
+  slotChunkTable_ = std::make_unique<std::atomic<Slot*>[]>(chunkCount);
+}
+
+PacketStore::~PacketStore() = default;
+
+PacketStore::Slot* PacketStore::SlotAt(std::int32_t index) const {
+  if (index < 0 || index >= capacity_) return nullptr;
+  Slot* chunk = slotChunkTable_[index / kSlotsPerChunk].load(std::memory_order_acquire);
+  return chunk ? chunk + index % kSlotsPerChunk : nullptr;
+}
+
+// Under the lock. Throws std::bad_alloc when a new chunk cannot be had.
+PacketStore::Slot* PacketStore::EnsureSlot(std::int32_t index) {
+  const std::size_t chunkIndex = index / kSlotsPerChunk;
+  if (!slotChunks_[chunkIndex]) {
+    slotChunks_[chunkIndex] = std::make_unique<Slot[]>(kSlotsPerChunk);
+    slotChunkTable_[chunkIndex].store(slotChunks_[chunkIndex].get(), std::memory_order_release);
+  }
+  return slotChunks_[chunkIndex].get() + index % kSlotsPerChunk;
+}
+
+// Under the lock. Rows of one filter share its texts: only a change of filter adds an entry.
+std::uint32_t PacketStore::FilterTextsId(std::shared_ptr<const FilterColumnTexts> texts) {
+  if (!texts) return 0;
+  if (filterTexts_.empty() || filterTexts_.back() != texts) filterTexts_.push_back(std::move(texts));
+  return static_cast<std::uint32_t>(filterTexts_.size());
+}
+
+InsertOutcome PacketStore::Insert(std::span<const std::uint8_t> frame, InterfaceKind kind) {
+  if (frame.size() > kMaxFrameLength) frame = frame.first(kMaxFrameLength);
+  const auto frameLength = static_cast<std::uint32_t>(frame.size());
+
+  // The filter reads the frame exactly as it will be stored, spare bytes included; a scratch
+  // record keeps rejected frames out of the arena altogether.
+  std::shared_ptr<const FilterColumnTexts> texts;
+  if (PacketFilterSeam* filter = filter_.load(std::memory_order_acquire);
+      filter && filter->Enabled()) {
+    thread_local std::vector<std::uint8_t> scratch;
+    scratch.resize(frameLength + kRecordOverhead);
+    const std::uint8_t* laidOut = LayOutRecord(scratch.data(), frame, kind);
+    if (!filter->Passes(laidOut, frameLength)) return InsertOutcome::FilteredOut;
+    texts = filter->ColumnTexts();
+  }
+
+  std::lock_guard lock(mutex_);
+  const std::int32_t index = itemCount_.load(std::memory_order_relaxed);
+  const bool atLimit = index >= capacity_ - 1;
+  if (atLimit && lastIndexFilled_) return InsertOutcome::ItemLimitReached;
+
+  Slot* slot = nullptr;
+  try {
+    slot = EnsureSlot(index);
+    if (!rows_) rows_ = std::make_unique_for_overwrite<std::int32_t[]>(capacity_);
+  } catch (const std::bad_alloc&) {
+    return slot ? InsertOutcome::ListFull : InsertOutcome::OutOfMemory;
+  }
+
+  const std::string_view timeText = TimeTextNow();
+  const std::size_t timeLength = timeText.size();
+  std::uint8_t* block = arena_->Allocate(BlockSize(frameLength, timeLength));
+  if (!block) return InsertOutcome::OutOfMemory;
+
+  const std::uint32_t textsId = FilterTextsId(std::move(texts));
+  const auto storedTimeLength = static_cast<std::uint16_t>(timeLength);
+  std::memcpy(block, &frameLength, 4);
+  std::memcpy(block + 4, &textsId, 4);
+  std::memcpy(block + 8, &storedTimeLength, 2);
+  block[10] = block[11] = 0;
+  LayOutRecord(block + kPrefixSize, frame, kind);
+  std::memcpy(block + kPrefixSize + frameLength + kRecordOverhead, timeText.data(), timeLength);
+  allocatedMemory_.fetch_add(frameLength + kRecordOverhead, std::memory_order_relaxed);
+
+  // Publish: the slot first, then the row, then the count, each after what it points at.
+  slot->store(block, std::memory_order_release);
+  const std::size_t row = rowCount_.load(std::memory_order_relaxed);
+  rows_[row] = index;
+  rowCount_.store(row + 1, std::memory_order_release);
+
+  if (atLimit) {
+    lastIndexFilled_ = true;
+    return InsertOutcome::ItemLimitReached;
+  }
+  itemCount_.store(index + 1, std::memory_order_release);
+  return InsertOutcome::Stored;
+}
+
+// Under the lock. Packets arrive many to the millisecond, so the text of the last one is
+// reused while the clock reads the same.
+std::string_view PacketStore::TimeTextNow() {
+  const LocalTime now = NowLocal();
+  const auto fields = [](const LocalTime& t) {
+    return std::tie(t.year, t.month, t.day, t.hour, t.minute, t.second, t.millisecond);
+  };
+  if (!timeTextValid_ || fields(now) != fields(lastTime_)) {
+    lastTimeLength_ = format::ExpandDateTime(dateTimeTemplate_, now, lastTimeText_.data(),
+                                             lastTimeText_.size());
+    lastTime_ = now;
+    timeTextValid_ = true;
+  }
+  return {lastTimeText_.data(), lastTimeLength_};
+}
+
+SinkVerdict PacketStore::Take(std::span<const std::uint8_t> frame, InterfaceKind kind) {
+  switch (Insert(frame, kind)) {
+    case InsertOutcome::Stored: return SinkVerdict::Stored;
+    case InsertOutcome::FilteredOut: return SinkVerdict::Skipped;
+    case InsertOutcome::OutOfMemory: return SinkVerdict::OutOfMemory;
+    case InsertOutcome::ListFull: return SinkVerdict::ListFull;
+    case InsertOutcome::ItemLimitReached: return SinkVerdict::ItemLimitReached;
+  }
+  return SinkVerdict::OutOfMemory;
+}
+
+bool PacketStore::IsFull() const { return ItemCount() >= capacity_ - 1; }
+
+void PacketStore::SetFilter(PacketFilterSeam* filter) {
+  filter_.store(filter, std::memory_order_release);
+}
+
+void PacketStore::SetDateTimeTemplate(std::string dateTimeTemplate) {
+  std::lock_guard lock(mutex_);
+  dateTimeTemplate_ = std::move(dateTimeTemplate);
+  timeTextValid_ = false;
+}
+
+// Under the lock: the last index outlives Clear, so its block leaves the arena first, and its
+// filter texts become the only ones left.
+void PacketStore::KeepLastRecord() {
+  Slot* slot = SlotAt(capacity_ - 1);
+  std::uint8_t* block = slot ? slot->load(std::memory_order_relaxed) : nullptr;
+  if (!block) {
+    filterTexts_.clear();
+    return;
+  }
+  const std::uint32_t oldId = ReadBlock(block).filterTextsId;
+  std::shared_ptr<const FilterColumnTexts> texts = oldId ? filterTexts_[oldId - 1] : nullptr;
+  filterTexts_.clear();
+  const std::uint32_t newId = FilterTextsId(std::move(texts));
+  if (block != keptLastBlock_.get()) {
+    const std::size_t size = BlockSize(block);
+    auto kept = std::make_unique_for_overwrite<std::uint8_t[]>(size);
+    std::memcpy(kept.get(), block, size);
+    keptLastBlock_ = std::move(kept);
+  }
+  std::memcpy(keptLastBlock_.get() + 4, &newId, 4);
+  slot->store(keptLastBlock_.get(), std::memory_order_release);
+}
+
+void PacketStore::Clear() {
+  std::lock_guard lock(mutex_);
+  allocatedMemory_.store(0, std::memory_order_relaxed);
+  KeepLastRecord();
+  const std::int32_t end = std::min(itemCount_.load() + 1, capacity_ - 1);
+  for (std::int32_t index = 0; index < end; ++index) {
+    if (Slot* slot = SlotAt(index)) slot->store(nullptr, std::memory_order_relaxed);
+  }
+  rowCount_.store(0, std::memory_order_release);
+  itemCount_.store(0, std::memory_order_release);
+  lastIndexFilled_ = false;
+  arena_->Reset();
+  lastClearTime_.store(MillisecondsSinceStart(), std::memory_order_relaxed);
+  generation_.fetch_add(1, std::memory_order_release);
+}
+
+// Under the lock. `sortedIndices` ascending; one compaction pass over the rows.
+void PacketStore::RemoveRows(std::span<const std::int32_t> sortedIndices) {
+  const std::size_t count = rowCount_.load(std::memory_order_relaxed);
+  std::size_t kept = 0;
+  for (std::size_t row = 0; row < count; ++row) {
+    if (std::binary_search(sortedIndices.begin(), sortedIndices.end(), rows_[row])) continue;
+    rows_[kept++] = rows_[row];
+  }
+  rowCount_.store(kept, std::memory_order_release);
+}
+
+bool PacketStore::Delete(std::int32_t index) {
+  return DeleteMany(std::span<const std::int32_t>(&index, 1)) == 1;
+}
+
+std::size_t PacketStore::DeleteMany(std::span<const std::int32_t> indices) {
+  std::vector<std::int32_t> removed;
+  std::lock_guard lock(mutex_);
+  for (const std::int32_t index : indices) {
+    Slot* slot = SlotAt(index);
+    if (!slot || !slot->load(std::memory_order_relaxed)) continue;
+    slot->store(nullptr, std::memory_order_release);
+    removed.push_back(index);
+  }
+  if (removed.empty()) return 0;
+  std::sort(removed.begin(), removed.end());
+  RemoveRows(removed);
+  generation_.fetch_add(1, std::memory_order_release);
+  return removed.size();
+}
+
+bool PacketStore::IsPresent(std::int32_t index) const {
+  const Slot* slot = SlotAt(index);
+  return slot && slot->load(std::memory_order_acquire) != nullptr;
+}
+
+PacketRef PacketStore::Get(std::int32_t index) const {
+  const Slot* slot = SlotAt(index);
+  const std::uint8_t* block = slot ? slot->load(std::memory_order_acquire) : nullptr;
+  if (!block) return {};
+  const BlockView view = ReadBlock(block);
+  return PacketRef{view.frame, view.frameLength,
+                   static_cast<InterfaceKind>(view.frame[view.frameLength]),
+                   std::string_view(view.time, view.timeLength)};
+}
+
+const FilterColumnTexts* PacketStore::FilterTexts(std::int32_t index) const {
+  const Slot* slot = SlotAt(index);
+  const std::uint8_t* block = slot ? slot->load(std::memory_order_acquire) : nullptr;
+  if (!block) return nullptr;
+  const std::uint32_t id = ReadBlock(block).filterTextsId;
+  if (id == 0) return nullptr;
+  std::lock_guard lock(mutex_);
+  return id <= filterTexts_.size() ? filterTexts_[id - 1].get() : nullptr;
+}
+
+std::size_t PacketStore::RowCount() const { return rowCount_.load(std::memory_order_acquire); }
+
+std::int32_t PacketStore::IndexAtRow(std::size_t row) const {
+  return row < RowCount() ? rows_[row] : -1;
+}
+
+std::optional<std::size_t> PacketStore::RowOfIndex(std::int32_t index) const {
+  const std::size_t count = RowCount();
+  if (count == 0) return std::nullopt;
+  const std::int32_t* begin = rows_.get();
+  const std::int32_t* found = std::lower_bound(begin, begin + count, index);
+  if (found == begin + count || *found != index) return std::nullopt;
+  return static_cast<std::size_t>(found - begin);
+}
+
+std::uint64_t PacketStore::Generation() const {
+  return generation_.load(std::memory_order_acquire);
+}
+std::int32_t PacketStore::ItemCount() const { return itemCount_.load(std::memory_order_acquire); }
+std::uint64_t PacketStore::AllocatedMemory() const {
+  return allocatedMemory_.load(std::memory_order_relaxed);
+}
+std::int64_t PacketStore::LastClearTime() const {
+  return lastClearTime_.load(std::memory_order_relaxed);
+}
+std::unique_lock<std::mutex> PacketStore::Lock() const { return std::unique_lock(mutex_); }
+
+}  // namespace vormelt

@@ -1,0 +1,125 @@
+// Link-layer conversion: every link type ends as an Ethernet frame of the right kind, and
+// packets too short for their link header are refused rather than read past.
+#include <gtest/gtest.h>
+
+#include <pcap/dlt.h>
+
+#include "capture/link_frames.hpp"
+#include "common/byte_order.hpp"
+#include "support/frames.hpp"
+
+namespace vormelt {
+namespace {
+
+using test::Bytes;
+
+const test::Mac kDestination{0x00, 0x1b, 0x21, 0xaa, 0xbb, 0xcc};
+const test::Mac kSource{0x3c, 0x7c, 0x3f, 0x01, 0x02, 0x0d};
+
+Bytes Ip4() { return test::UdpPacket({}, 5353, 5353, test::ToBytes("mdns")); }
+Bytes Ip6() {
+  Bytes packet(48, 0);
+  packet[0] = 0x60;
+  return packet;
+}
+
+Bytes Concat(Bytes head, const Bytes& tail) {
+  head.insert(head.end(), tail.begin(), tail.end());
+  return head;
+}
+
+// Linux cooked header v1: packet type, ARPHRD, address length, 8 address bytes, protocol.
+Bytes Sll(std::uint16_t protocol, const Bytes& network) {
+  Bytes header(16, 0);
+  WriteBe16(&header[2], 1);
+  WriteBe16(&header[4], 6);
+  std::copy(kSource.begin(), kSource.end(), header.begin() + 6);
+  WriteBe16(&header[14], protocol);
+  return Concat(header, network);
+}
+
+// Linux cooked header v2: protocol, reserved, interface index, ARPHRD, type, length, address.
+Bytes Sll2(std::uint16_t protocol, const Bytes& network) {
+  Bytes header(20, 0);
+  WriteBe16(&header[0], protocol);
+  header[11] = 6;
+  std::copy(kSource.begin(), kSource.end(), header.begin() + 12);
+  return Concat(header, network);
+}
+
+Bytes NullHeader(std::uint32_t family, bool networkOrder, const Bytes& network) {
+  Bytes header(4, 0);
+  WriteBe32(header.data(), networkOrder ? family : __builtin_bswap32(family));
+  return Concat(header, network);
+}
+
+TEST(LinkFrames, RawSocketsKindKeepsOnlyIpv4BehindThePseudoHeader) {
+  const Bytes expected = test::RawSocketsFrame(Ip4());
+  Bytes out;
+  const Bytes ethernet = test::EthernetFrame(kDestination, kSource, kEtherTypeIpv4, Ip4());
+  ASSERT_TRUE(ToRawSocketsFrame(DLT_EN10MB, ethernet, out));
+  EXPECT_EQ(out, expected);
+  ASSERT_TRUE(ToRawSocketsFrame(DLT_LINUX_SLL, Sll(kEtherTypeIpv4, Ip4()), out));
+  EXPECT_EQ(out, expected);
+  ASSERT_TRUE(ToRawSocketsFrame(DLT_LINUX_SLL2, Sll2(kEtherTypeIpv4, Ip4()), out));
+  EXPECT_EQ(out, expected);
+  ASSERT_TRUE(ToRawSocketsFrame(DLT_RAW, Ip4(), out));
+  EXPECT_EQ(out, expected);
+  ASSERT_TRUE(ToRawSocketsFrame(DLT_NULL, NullHeader(2, false, Ip4()), out));
+  EXPECT_EQ(out, expected);
+  ASSERT_TRUE(ToRawSocketsFrame(DLT_LOOP, NullHeader(2, true, Ip4()), out));
+  EXPECT_EQ(out, expected);
+
+  // A VLAN tag is looked through.
+  Bytes tagged = test::EthernetFrame(kDestination, kSource, 0x8100, Concat({0x00, 0x05, 0x08, 0x00}, Ip4()));
+  ASSERT_TRUE(ToRawSocketsFrame(DLT_EN10MB, tagged, out));
+  EXPECT_EQ(out, expected);
+
+  EXPECT_FALSE(ToRawSocketsFrame(DLT_EN10MB,
+                                 test::EthernetFrame(kDestination, kSource, kEtherTypeArp,
+                                                     test::ArpPacket({})),
+                                 out));
+  EXPECT_FALSE(ToRawSocketsFrame(DLT_RAW, Ip6(), out));
+  EXPECT_FALSE(ToRawSocketsFrame(DLT_NULL, NullHeader(10, false, Ip6()), out));
+}
+
+TEST(LinkFrames, AdapterKindBuildsAnEthernetHeaderFromTheLinksOwn) {
+  Bytes out;
+  const Bytes ethernet = test::EthernetFrame(kDestination, kSource, kEtherTypeArp, test::ArpPacket({}));
+  ASSERT_TRUE(ToAdapterFrame(DLT_EN10MB, ethernet, out));
+  EXPECT_EQ(out, ethernet);
+
+  // Cooked captures keep the sender's address and the protocol; the destination is unknown.
+  const Bytes fromSll = test::EthernetFrame({}, kSource, kEtherTypeArp, test::ArpPacket({}));
+  ASSERT_TRUE(ToAdapterFrame(DLT_LINUX_SLL, Sll(kEtherTypeArp, test::ArpPacket({})), out));
+  EXPECT_EQ(out, fromSll);
+  ASSERT_TRUE(ToAdapterFrame(DLT_LINUX_SLL2, Sll2(kEtherTypeArp, test::ArpPacket({})), out));
+  EXPECT_EQ(out, fromSll);
+
+  ASSERT_TRUE(ToAdapterFrame(DLT_RAW, Ip6(), out));
+  EXPECT_EQ(ReadBe16(&out[12]), kEtherTypeIpv6);
+  EXPECT_EQ(out.size(), 14 + Ip6().size());
+  ASSERT_TRUE(ToAdapterFrame(DLT_NULL, NullHeader(30, false, Ip6()), out));  // a BSD's AF_INET6
+  EXPECT_EQ(ReadBe16(&out[12]), kEtherTypeIpv6);
+  ASSERT_TRUE(ToAdapterFrame(DLT_LOOP, NullHeader(2, true, Ip4()), out));
+  EXPECT_EQ(out, test::RawSocketsFrame(Ip4()));
+}
+
+TEST(LinkFrames, ShortPacketsAndUnknownLinksAreRefused) {
+  Bytes out;
+  EXPECT_FALSE(ToAdapterFrame(DLT_LINUX_SLL, Bytes(15, 0), out));
+  EXPECT_FALSE(ToAdapterFrame(DLT_LINUX_SLL2, Bytes(19, 0), out));
+  EXPECT_FALSE(ToAdapterFrame(DLT_NULL, Bytes(3, 0), out));
+  EXPECT_FALSE(ToRawSocketsFrame(DLT_EN10MB, Bytes(13, 0), out));
+  EXPECT_FALSE(ToRawSocketsFrame(DLT_RAW, {}, out));
+  EXPECT_FALSE(ToAdapterFrame(DLT_IEEE802_11, Bytes(100, 0), out));
+  EXPECT_FALSE(LinkTypeSupported(DLT_IEEE802_11));
+  // A runt Ethernet frame is still what the wire carried.
+  ASSERT_TRUE(ToAdapterFrame(DLT_EN10MB, Bytes(10, 1), out));
+  EXPECT_EQ(out.size(), 10u);
+  EXPECT_EQ(KindForLinkType(DLT_RAW), InterfaceKind::RawSockets);
+  EXPECT_EQ(KindForLinkType(DLT_EN10MB), InterfaceKind::PacketDriver);
+}
+
+}  // namespace
+}  // namespace vormelt

@@ -1,0 +1,288 @@
+// CaptureSession over capture files: the frames a sink receives and their kind, how damaged
+// files end, how sink verdicts end a capture with their status, and the start/restart rules.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "capture/session.hpp"
+#include "packets/store.hpp"
+#include "support/frames.hpp"
+#include "support/pcap_file.hpp"
+
+namespace vormelt {
+namespace {
+
+using test::Bytes;
+using namespace std::chrono_literals;
+
+const test::Mac kDestination{0x00, 0x1b, 0x21, 0xaa, 0xbb, 0xcc};
+const test::Mac kSource{0x3c, 0x7c, 0x3f, 0x01, 0x02, 0x0d};
+
+// Keeps every frame; can be told to answer with a verdict after some frames, or to hold the
+// receive thread inside Take until released.
+class RecordingSink final : public FrameSink {
+ public:
+  SinkVerdict Take(std::span<const std::uint8_t> frame, InterfaceKind kind) override {
+    std::unique_lock lock(mutex_);
+    frames.emplace_back(frame.begin(), frame.end());
+    kinds.push_back(kind);
+    released_.wait(lock, [&] { return !hold; });
+    return frames.size() > verdictAfter ? verdict : SinkVerdict::Stored;
+  }
+  bool IsFull() const override { return full; }
+  void Release() {
+    {
+      std::lock_guard lock(mutex_);
+      hold = false;
+    }
+    released_.notify_all();
+  }
+  std::size_t Count() {
+    std::lock_guard lock(mutex_);
+    return frames.size();
+  }
+
+  std::vector<Bytes> frames;
+  std::vector<InterfaceKind> kinds;
+  std::size_t verdictAfter = SIZE_MAX;
+  SinkVerdict verdict = SinkVerdict::Stored;
+  bool full = false;
+  bool hold = false;
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable released_;
+};
+
+std::vector<Bytes> MixedEthernetFrames() {
+  return {
+      test::EthernetFrame(kDestination, kSource, 0x0800,
+                          test::TcpPacket({}, {}, test::ToBytes("GET / HTTP/1.1\r\n\r\n"))),
+      test::EthernetFrame(kDestination, kSource, 0x0806, test::ArpPacket({})),
+      test::EthernetFrame(kDestination, kSource, 0x86DD, Bytes(40, 0x60)),
+      Bytes(10, 0xEE),  // a runt, as the wire had it
+  };
+}
+
+// Runs one capture of `target` into `sink` to its end.
+std::vector<CaptureMessage> Capture(CaptureSession& session, const CaptureTarget& target,
+                                    FrameSink& sink) {
+  EXPECT_TRUE(session.Start(target, sink));
+  session.Wait();
+  EXPECT_FALSE(session.listening.load());
+  return session.Messages().Drain();
+}
+
+TEST(CaptureFromFile, EthernetFilesGiveWholeFramesOfTheAdapterKind) {
+  test::TempDir dir;
+  const auto frames = MixedEthernetFrames();
+  test::WritePcap(dir.File("mixed.pcap"), test::kLinkEthernet, frames);
+  CaptureSession session;
+  RecordingSink sink;
+  EXPECT_TRUE(Capture(session, CaptureTarget::File(dir.File("mixed.pcap")), sink).empty());
+  EXPECT_EQ(sink.frames, frames);
+  EXPECT_EQ(sink.kinds, std::vector<InterfaceKind>(frames.size(), InterfaceKind::PacketDriver));
+  EXPECT_EQ(session.Status().status, CaptureStatus::Stopped);
+  EXPECT_EQ(StatusText(session.Status(), UiLanguage::English), "Stopped");
+  EXPECT_TRUE(session.newData.load());
+  EXPECT_EQ(session.BytesRead(), std::filesystem::file_size(dir.File("mixed.pcap")));
+  EXPECT_EQ(session.BytesTotal(), session.BytesRead());
+}
+
+TEST(CaptureFromFile, RawIpFilesGiveIpv4BehindThePseudoHeader) {
+  test::TempDir dir;
+  const Bytes udp = test::UdpPacket({}, 53, 40000, test::ToBytes("answer"));
+  const Bytes icmp = test::IcmpPacket({}, 0, 0, Bytes(56, 1));
+  Bytes ipv6(40, 0);
+  ipv6[0] = 0x60;
+  test::WritePcap(dir.File("raw.pcap"), test::kLinkRaw, {udp, ipv6, icmp});
+  CaptureSession session;
+  RecordingSink sink;
+  EXPECT_TRUE(Capture(session, CaptureTarget::File(dir.File("raw.pcap")), sink).empty());
+  EXPECT_EQ(sink.frames, (std::vector<Bytes>{test::RawSocketsFrame(udp), test::RawSocketsFrame(icmp)}));
+  EXPECT_EQ(session.kindInUse.load(), InterfaceKind::RawSockets);
+
+  // The largest datagram becomes a 65,549-byte frame, and the store keeps all of it.
+  const Bytes largest = test::UdpPacket({}, 9, 9, Bytes(65535 - 28, 'z'));
+  test::WritePcap(dir.File("largest.pcap"), test::kLinkRaw, {largest});
+  PacketStore store;
+  EXPECT_TRUE(Capture(session, CaptureTarget::File(dir.File("largest.pcap")), store).empty());
+  ASSERT_EQ(store.RowCount(), 1u);
+  EXPECT_EQ(store.Get(0).frameLength, 65549u);
+  EXPECT_EQ(store.Get(0).frame[65548], 'z');
+}
+
+TEST(CaptureFromFile, PcapngFilesReadLikePcap) {
+  if (std::system("command -v editcap >/dev/null 2>&1") != 0) {
+    GTEST_SKIP() << "editcap (wireshark tools) is not installed, so no pcapng file can be made";
+  }
+  test::TempDir dir;
+  const auto frames = MixedEthernetFrames();
+  test::WritePcap(dir.File("in.pcap"), test::kLinkEthernet, frames);
+  const std::string convert =
+      "editcap -F pcapng '" + dir.File("in.pcap") + "' '" + dir.File("out.pcapng") + "'";
+  ASSERT_EQ(std::system(convert.c_str()), 0);
+  std::ifstream magic(dir.File("out.pcapng"), std::ios::binary);
+  char first[4] = {};
+  magic.read(first, 4);
+  ASSERT_EQ(Bytes(first, first + 4), (Bytes{0x0A, 0x0D, 0x0D, 0x0A})) << "not a pcapng file";
+
+  CaptureSession session;
+  RecordingSink sink;
+  EXPECT_TRUE(Capture(session, CaptureTarget::File(dir.File("out.pcapng")), sink).empty());
+  EXPECT_EQ(sink.frames, frames);
+}
+
+TEST(CaptureFromFile, DamagedFilesKeepWhatWasReadAndSaySo) {
+  test::TempDir dir;
+  const auto frames = MixedEthernetFrames();
+  test::WritePcap(dir.File("cut.pcap"), test::kLinkEthernet, frames);
+  // Cut into the last record's data.
+  std::filesystem::resize_file(dir.File("cut.pcap"),
+                               std::filesystem::file_size(dir.File("cut.pcap")) - 4);
+  CaptureSession session;
+  RecordingSink sink;
+  auto messages = Capture(session, CaptureTarget::File(dir.File("cut.pcap")), sink);
+  EXPECT_EQ(sink.frames, std::vector<Bytes>(frames.begin(), frames.end() - 1));
+  ASSERT_EQ(messages.size(), 1u);
+  EXPECT_EQ(messages[0].text, Text::CaptureFileDamaged);
+  EXPECT_NE(FormatMessage(messages[0], UiLanguage::English).find("truncated"), std::string::npos);
+
+  std::ofstream(dir.File("garbage.pcap")) << "this is not a capture file at all";
+  messages = Capture(session, CaptureTarget::File(dir.File("garbage.pcap")), sink);
+  ASSERT_EQ(messages.size(), 1u);
+  EXPECT_EQ(messages[0].text, Text::CaptureFileUnreadable);
+
+  messages = Capture(session, CaptureTarget::File(dir.File("missing.pcap")), sink);
+  ASSERT_EQ(messages.size(), 1u);
+  EXPECT_EQ(FormatMessage(messages[0], UiLanguage::English),
+            "Unable to read the capture file:\r\n" + dir.File("missing.pcap") +
+                ": No such file or directory");
+
+  test::WritePcap(dir.File("wifi.pcap"), 105, frames);  // 802.11: not ours to read
+  messages = Capture(session, CaptureTarget::File(dir.File("wifi.pcap")), sink);
+  ASSERT_EQ(messages.size(), 1u);
+  EXPECT_EQ(messages[0].text, Text::CaptureFileLinkType);
+  EXPECT_EQ(sink.frames.size(), frames.size() - 1);
+}
+
+TEST(CaptureFromFile, SinkVerdictsEndTheCaptureWithTheirStatus) {
+  test::TempDir dir;
+  test::WritePcap(dir.File("mixed.pcap"), test::kLinkEthernet, MixedEthernetFrames());
+  const auto target = CaptureTarget::File(dir.File("mixed.pcap"));
+  const std::pair<SinkVerdict, CaptureStatus> cases[] = {
+      {SinkVerdict::OutOfMemory, CaptureStatus::MemoryError},
+      {SinkVerdict::ListFull, CaptureStatus::MaxListItems},
+      {SinkVerdict::ItemLimitReached, CaptureStatus::ItemLimitReached},
+  };
+  for (const auto& [verdict, status] : cases) {
+    CaptureSession session;
+    RecordingSink sink;
+    sink.verdictAfter = 1;
+    sink.verdict = verdict;
+    Capture(session, target, sink);
+    EXPECT_EQ(sink.frames.size(), 2u);
+    EXPECT_EQ(session.Status().status, status);
+  }
+
+  CaptureSession session;
+  RecordingSink full;
+  full.full = true;
+  Capture(session, target, full);
+  EXPECT_TRUE(full.frames.empty());
+  EXPECT_EQ(StatusText(session.Status(), UiLanguage::German),
+            "Angehalten/Höchstzahl an Paketen erreicht");
+}
+
+TEST(CaptureFromFile, AStoreFillsUpAndAFreshStartStopsAtOnce) {
+  test::TempDir dir;
+  test::WritePcap(dir.File("mixed.pcap"), test::kLinkEthernet, MixedEthernetFrames());
+  const auto target = CaptureTarget::File(dir.File("mixed.pcap"));
+  PacketStore store(3);
+  CaptureSession session;
+  Capture(session, target, store);
+  EXPECT_EQ(store.RowCount(), 3u);
+  EXPECT_EQ(store.ItemCount(), 2);
+  EXPECT_EQ(session.Status().status, CaptureStatus::ItemLimitReached);
+  EXPECT_EQ(store.Get(1).etherType(), 0x0806);
+
+  Capture(session, target, store);
+  EXPECT_EQ(store.RowCount(), 3u);
+  EXPECT_EQ(session.Status().status, CaptureStatus::ItemLimitReached);
+}
+
+TEST(CaptureSessionControl, StartWhileListeningIsDroppedUnlessForced) {
+  test::TempDir dir;
+  test::WritePcap(dir.File("a.pcap"), test::kLinkEthernet, MixedEthernetFrames());
+  const Bytes other = test::EthernetFrame(kSource, kDestination, 0x0800, test::UdpPacket({}, 1, 2, {}));
+  test::WritePcap(dir.File("b.pcap"), test::kLinkEthernet, {other});
+
+  CaptureSession session;
+  RecordingSink sink;
+  sink.hold = true;  // the first frame keeps the receive thread busy
+  ASSERT_TRUE(session.Start(CaptureTarget::File(dir.File("a.pcap")), sink));
+  while (sink.Count() == 0) std::this_thread::sleep_for(1ms);
+  EXPECT_EQ(StatusText(session.Status(), UiLanguage::English), "Reading a.pcap");
+  EXPECT_FALSE(session.Start(CaptureTarget::File(dir.File("b.pcap")), sink));
+
+  // Forced: waits for the running capture, which Stop ends after its current frame.
+  ASSERT_TRUE(session.Start(CaptureTarget::File(dir.File("b.pcap")), sink, true));
+  std::this_thread::sleep_for(30ms);
+  EXPECT_EQ(sink.Count(), 1u);
+  session.Stop();
+  sink.Release();
+  session.Wait();
+  // The forced start runs once the first loop has ended; it may have only just begun.
+  while (session.listening.load()) std::this_thread::sleep_for(1ms);
+  session.Wait();
+  EXPECT_EQ(sink.frames.size(), 2u);
+  EXPECT_EQ(sink.frames.back(), other);
+}
+
+TEST(CaptureSessionControl, RestartGivesUpAfterASecondWhenTheCaptureWillNotEnd) {
+  test::TempDir dir;
+  test::WritePcap(dir.File("a.pcap"), test::kLinkEthernet, MixedEthernetFrames());
+  const auto target = CaptureTarget::File(dir.File("a.pcap"));
+  CaptureSession session;
+  RecordingSink sink;
+  sink.hold = true;
+  ASSERT_TRUE(session.Start(target, sink));
+  while (sink.Count() == 0) std::this_thread::sleep_for(1ms);
+
+  const auto begun = std::chrono::steady_clock::now();
+  EXPECT_FALSE(session.Restart(target, sink));
+  const auto waited = std::chrono::steady_clock::now() - begun;
+  EXPECT_GE(waited, 900ms);
+  EXPECT_LT(waited, 5s);
+  const auto messages = session.Messages().Drain();
+  ASSERT_EQ(messages.size(), 1u);
+  EXPECT_EQ(messages[0].text, Text::ProblemStoppingListening);
+
+  sink.Release();
+  session.Wait();
+  EXPECT_EQ(sink.Count(), 1u);  // stopped after the frame it was holding
+  EXPECT_TRUE(session.Restart(target, sink));
+  session.Wait();
+  EXPECT_EQ(sink.Count(), 1u + MixedEthernetFrames().size());
+}
+
+TEST(CaptureMessages, NumbersAndLongTextsGoIntoTheirConversion) {
+  CaptureMessage message{Text::ErrorCreatingSocketCaption, Text::ErrorCreatingSocket,
+                         MessageIcon::Stop, std::nullopt, 24L};
+  EXPECT_EQ(FormatMessage(message, UiLanguage::English),
+            "Error code 24 while attempting to create socket.");
+  const std::string longPath(5000, 'x');
+  message = {Text::UnknownErrorCaption, Text::ErrorWithDetail, MessageIcon::Stop, longPath,
+             std::nullopt};
+  EXPECT_EQ(FormatMessage(message, UiLanguage::German), "Fehler: " + longPath);
+}
+
+}  // namespace
+}  // namespace vormelt

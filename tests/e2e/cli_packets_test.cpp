@@ -1,0 +1,220 @@
+// vormelt-cli packets as a user runs it: one row per packet tcpdump sees, the row columns,
+// the count on stderr, one-line errors with their exit status, and a clean end on SIGINT.
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "capture/source.hpp"
+#include "packets/names.hpp"
+#include "support/frames.hpp"
+#include "support/pcap_file.hpp"
+
+extern char** environ;
+
+namespace vormelt {
+namespace {
+
+using test::Bytes;
+
+struct CliRun {
+  int status = -1;
+  std::string out;
+  std::string err;
+};
+
+std::string ReadAll(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::ostringstream text;
+  text << file.rdbuf();
+  return text.str();
+}
+
+// Runs vormelt-cli without a shell. With `interruptAfter`, sends SIGINT after that long.
+CliRun RunCli(std::vector<std::string> words,
+           std::optional<std::chrono::milliseconds> interruptAfter = std::nullopt) {
+  test::TempDir dir;
+  const std::string outPath = dir.File("out"), errPath = dir.File("err");
+  words.insert(words.begin(), VORMELT_CLI_PATH);
+  std::vector<char*> argv;
+  for (std::string& word : words) argv.push_back(word.data());
+  argv.push_back(nullptr);
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, 1, outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+  posix_spawn_file_actions_addopen(&actions, 2, errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+  pid_t pid = 0;
+  CliRun run;
+  if (posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ) != 0) return run;
+  posix_spawn_file_actions_destroy(&actions);
+  if (interruptAfter) {
+    std::this_thread::sleep_for(*interruptAfter);
+    kill(pid, SIGINT);
+  }
+  int status = 0;
+  waitpid(pid, &status, 0);
+  run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  run.out = ReadAll(outPath);
+  run.err = ReadAll(errPath);
+  return run;
+}
+
+std::vector<std::string> Split(const std::string& text, char separator) {
+  std::vector<std::string> parts;
+  std::string part;
+  std::istringstream stream(text);
+  while (std::getline(stream, part, separator)) parts.push_back(part);
+  if (!text.empty() && text.back() == separator && separator == '\t') parts.push_back("");
+  return parts;
+}
+
+std::string Shell(const std::string& command) {
+  std::string output;
+  if (FILE* pipe = popen(command.c_str(), "r")) {
+    char chunk[4096];
+    std::size_t got = 0;
+    while ((got = std::fread(chunk, 1, sizeof chunk, pipe)) > 0) output.append(chunk, got);
+    pclose(pipe);
+  }
+  return output;
+}
+
+// A mixed Ethernet capture: TCP with payloads and IP options, UDP, ICMP, ARP, IPv6, another
+// EtherType and a runt, in a repeating pattern.
+void WriteMixedCapture(const std::string& path, int rounds) {
+  const test::Mac a{0x00, 0x0c, 0x29, 0x12, 0x34, 0x56}, b{0xf0, 0x9f, 0xc2, 0x00, 0x00, 0x01};
+  test::PcapFileWriter writer(path, test::kLinkEthernet);
+  for (int i = 0; i < rounds; ++i) {
+    test::Ipv4Header ip;
+    ip.id = static_cast<std::uint16_t>(i);
+    test::TcpHeader tcp;
+    tcp.sourcePort = static_cast<std::uint16_t>(40000 + i);
+    writer.Write(test::EthernetFrame(a, b, 0x0800, test::TcpPacket(ip, tcp, Bytes(100 + i % 1300, 'x'))));
+    ip.options = {0x94, 0x04, 0x00, 0x00};
+    writer.Write(test::EthernetFrame(a, b, 0x0800, test::TcpPacket(ip, tcp, {})));
+    ip.options.clear();
+    writer.Write(test::EthernetFrame(b, a, 0x0800, test::UdpPacket(ip, 53, 33000, Bytes(60, 1))));
+    writer.Write(test::EthernetFrame(b, a, 0x0800, test::IcmpPacket(ip, 8, 0, Bytes(56, 2))));
+    writer.Write(test::EthernetFrame(b, a, 0x0806, test::ArpPacket({})));
+    writer.Write(test::EthernetFrame(b, a, 0x86DD, Bytes(60, 0x60)));
+    writer.Write(test::EthernetFrame(b, a, 0x88CC, Bytes(46, 0)));
+    writer.Write(Bytes(12, 0xAA));
+  }
+}
+
+TEST(CliPackets, PrintsOneRowPerPacketTcpdumpSees) {
+  test::TempDir dir;
+  const std::string path = dir.File("mixed.pcap");
+  WriteMixedCapture(path, 250);
+  const CliRun run = RunCli({"packets", "--read", path});
+  ASSERT_EQ(run.status, 0) << run.err;
+  const auto lines = Split(run.out, '\n');
+  const std::string tcpdumpCount = Shell("tcpdump -n -r '" + path + "' 2>/dev/null | wc -l");
+  EXPECT_EQ(std::to_string(lines.size()) + "\n", tcpdumpCount);
+  EXPECT_EQ(run.err, std::to_string(lines.size()) + " packets\n");
+
+  for (const std::string& line : lines) ASSERT_EQ(Split(line, '\t').size(), 11u) << line;
+  const auto tcp = Split(lines[0], '\t');
+  EXPECT_EQ(tcp[0], names::ProtocolName(6));
+  EXPECT_EQ(tcp[2], "10.0.0.1");
+  EXPECT_EQ(tcp[3], "10.0.0.2");
+  EXPECT_EQ(tcp[4], "40000");
+  EXPECT_EQ(tcp[5], "80");
+  EXPECT_EQ(tcp[9], "F0:9F:C2:00:00:01");
+  EXPECT_EQ(tcp[10], "00:0C:29:12:34:56");
+  EXPECT_EQ(Split(lines[1], '\t')[4], std::to_string(0x9404));  // options where ports would be
+  EXPECT_EQ(Split(lines[4], '\t')[0], "ARP");
+  EXPECT_EQ(Split(lines[5], '\t')[0], "86DD");
+  EXPECT_EQ(Split(lines[6], '\t')[0], "88CC");
+  EXPECT_EQ(Split(lines[7], '\t')[1], "12");
+
+  const CliRun limited = RunCli({"packets", "--read", path, "--count", "3"});
+  EXPECT_EQ(limited.status, 0);
+  EXPECT_EQ(Split(limited.out, '\n').size(), 3u);
+  EXPECT_EQ(limited.err, "3 packets\n");
+}
+
+TEST(CliPackets, ErrorsAreOneLineWithAFailingStatus) {
+  test::TempDir dir;
+  CliRun run = RunCli({"packets", "--read", dir.File("missing.pcap")});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.err, "vormelt-cli: Unable to read the capture file: " + dir.File("missing.pcap") +
+                         ": No such file or directory\n");
+  EXPECT_EQ(run.out, "");
+
+  run = RunCli({"packets", "--live", "192.0.2.77"});  // documentation address: on no interface
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.err.rfind("vormelt-cli: Unable to listen on the interface: 192.0.2.77 ", 0), 0u)
+      << run.err;
+  EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1);
+
+  // A damaged file still prints what it held before the damage.
+  WriteMixedCapture(dir.File("cut.pcap"), 2);
+  std::filesystem::resize_file(dir.File("cut.pcap"), std::filesystem::file_size(dir.File("cut.pcap")) - 3);
+  run = RunCli({"packets", "--read", dir.File("cut.pcap")});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(Split(run.out, '\n').size(), 15u);
+  EXPECT_NE(run.err.find("damaged"), std::string::npos);
+  EXPECT_NE(run.err.find("15 packets\n"), std::string::npos);
+
+  for (const auto& words : std::vector<std::vector<std::string>>{
+           {"packets"},
+           {"packets", "--read"},
+           {"packets", "--read", "a", "--live", "127.0.0.1"},
+           {"packets", "--read", "a", "--count", "0"},
+           {"packets", "--read", "a", "--count", "3x"},
+           {"packets", "--bogus"}}) {
+    run = RunCli(words);
+    EXPECT_EQ(run.status, 2) << words.back();
+    EXPECT_EQ(run.out, "");
+  }
+}
+
+// Skips unless this process may capture on loopback.
+#define SKIP_UNLESS_CAPTURE_PERMITTED()                                                        \
+  do {                                                                                         \
+    const OpenResult probe = OpenSource(CaptureTarget::Address("127.0.0.1"));                  \
+    if (const auto* failure = std::get_if<CaptureMessage>(&probe)) {                           \
+      GTEST_SKIP() << "cannot capture on loopback here (needs root or cap_net_raw,cap_net_admin): " \
+                   << FormatMessage(*failure, UiLanguage::English);                            \
+    }                                                                                          \
+  } while (false)
+
+TEST(CliPacketsLive, CountsPingRowsAndEndsCleanlyOnSigint) {
+  SKIP_UNLESS_CAPTURE_PERMITTED();
+  std::thread ping([] { std::system("ping -c 12 -i 0.2 127.0.0.1 >/dev/null 2>&1"); });
+  const CliRun counted = RunCli({"packets", "--live", "127.0.0.1", "--count", "5"});
+  EXPECT_EQ(counted.status, 0) << counted.err;
+  const auto lines = Split(counted.out, '\n');
+  ASSERT_EQ(lines.size(), 5u) << counted.out;
+  EXPECT_EQ(counted.err, "5 packets\n");
+
+  const CliRun interrupted = RunCli({"packets", "--live", "127.0.0.1"}, std::chrono::milliseconds(800));
+  ping.join();
+  EXPECT_EQ(interrupted.status, 0) << interrupted.err;
+  const auto rows = Split(interrupted.out, '\n');
+  EXPECT_EQ(interrupted.err, std::to_string(rows.size()) + " packets\n");
+  bool sawPing = false;
+  for (const std::string& line : rows) {
+    const auto columns = Split(line, '\t');
+    sawPing |= columns[0] == names::ProtocolName(1) && columns[2] == "127.0.0.1";
+  }
+  EXPECT_TRUE(sawPing) << interrupted.out;
+}
+
+}  // namespace
+}  // namespace vormelt

@@ -1,0 +1,248 @@
+// PacketStore: the item limit and its extra packet, clear keeping the last index, stable
+// indices across deletes, memory counting, the filter seam, and reading while inserting.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstring>
+#include <thread>
+#include <vector>
+
+#include "packets/list_row.hpp"
+#include "common/byte_order.hpp"
+#include "packets/store.hpp"
+#include "support/frames.hpp"
+
+namespace vormelt {
+namespace {
+
+using test::Bytes;
+
+// A frame whose bytes say which packet it is: a UDP datagram with the number as payload.
+Bytes NumberedFrame(std::uint32_t number, std::size_t payloadSize = 8) {
+  Bytes payload(std::max<std::size_t>(payloadSize, 4), 0);
+  WriteBe32(payload.data(), number);
+  return test::RawSocketsFrame(test::UdpPacket({}, 1000, 2000, payload));
+}
+
+std::uint32_t NumberOf(const PacketRef& packet) {
+  return ReadBe32(packet.network() + 28);  // 20 IP + 8 UDP header bytes
+}
+
+TEST(PacketStore, StoresOneMorePacketAfterTheCountReachesTheLimit) {
+  PacketStore store(11);  // indices 0..10, item limit 10
+  for (std::uint32_t i = 0; i < 10; ++i) {
+    ASSERT_EQ(store.Insert(NumberedFrame(i), InterfaceKind::RawSockets), InsertOutcome::Stored);
+  }
+  EXPECT_EQ(store.ItemCount(), 10);
+  EXPECT_TRUE(store.IsFull());
+
+  EXPECT_EQ(store.Insert(NumberedFrame(10), InterfaceKind::RawSockets),
+            InsertOutcome::ItemLimitReached);
+  EXPECT_EQ(store.ItemCount(), 10);
+  ASSERT_TRUE(store.IsPresent(10));
+  EXPECT_EQ(NumberOf(store.Get(10)), 10u);
+  EXPECT_EQ(store.RowCount(), 11u);
+
+  // A full store takes nothing more and overwrites nothing.
+  const auto memory = store.AllocatedMemory();
+  EXPECT_EQ(store.Insert(NumberedFrame(99), InterfaceKind::RawSockets),
+            InsertOutcome::ItemLimitReached);
+  EXPECT_EQ(NumberOf(store.Get(10)), 10u);
+  EXPECT_EQ(store.RowCount(), 11u);
+  EXPECT_EQ(store.AllocatedMemory(), memory);
+  EXPECT_EQ(store.Take(NumberedFrame(99), InterfaceKind::RawSockets),
+            SinkVerdict::ItemLimitReached);
+}
+
+TEST(PacketStore, TheRealCapacityHoldsOneMillionAndOnePackets) {
+  PacketStore store;
+  const Bytes frame(14, 0);
+  std::int32_t stored = 0;
+  InsertOutcome outcome = InsertOutcome::Stored;
+  while ((outcome = store.Insert(frame, InterfaceKind::RawSockets)) == InsertOutcome::Stored) {
+    ++stored;
+  }
+  EXPECT_EQ(outcome, InsertOutcome::ItemLimitReached);
+  EXPECT_EQ(stored, 1'000'000);
+  EXPECT_EQ(store.ItemCount(), 1'000'000);
+  EXPECT_EQ(store.RowCount(), 1'000'001u);
+  EXPECT_TRUE(store.IsPresent(1'000'000));
+  EXPECT_FALSE(store.IsPresent(1'000'001));
+  EXPECT_EQ(store.AllocatedMemory(), 1'000'001ull * (14 + kRecordOverhead));
+}
+
+TEST(PacketStore, ClearFreesEverythingButTheLastIndexAndStartsAgainAtZero) {
+  PacketStore store(6);
+  for (std::uint32_t i = 0; i < 6; ++i) store.Insert(NumberedFrame(i), InterfaceKind::RawSockets);
+  ASSERT_TRUE(store.IsPresent(5));
+  const auto generation = store.Generation();
+
+  store.Clear();
+  EXPECT_EQ(store.ItemCount(), 0);
+  EXPECT_EQ(store.AllocatedMemory(), 0u);
+  EXPECT_EQ(store.RowCount(), 0u);
+  EXPECT_NE(store.Generation(), generation);
+  for (std::int32_t i = 0; i < 5; ++i) EXPECT_FALSE(store.IsPresent(i)) << i;
+  ASSERT_TRUE(store.IsPresent(5));  // survives, bytes intact, out of the arena
+  EXPECT_EQ(NumberOf(store.Get(5)), 5u);
+  EXPECT_FALSE(store.IsFull());
+
+  const Bytes next = NumberedFrame(42, 100);
+  ASSERT_EQ(store.Insert(next, InterfaceKind::RawSockets), InsertOutcome::Stored);
+  EXPECT_EQ(NumberOf(store.Get(0)), 42u);
+  EXPECT_EQ(store.AllocatedMemory(), next.size() + kRecordOverhead);
+
+  store.Clear();  // a second clear still keeps it
+  EXPECT_EQ(NumberOf(store.Get(5)), 5u);
+
+  // Filling up again gives the last index to the new packet.
+  for (std::uint32_t i = 0; i < 6; ++i) store.Insert(NumberedFrame(100 + i), InterfaceKind::RawSockets);
+  EXPECT_EQ(NumberOf(store.Get(5)), 105u);
+}
+
+TEST(PacketStore, DeleteKeepsIndicesAndDropsTheRow) {
+  PacketStore store(100);
+  for (std::uint32_t i = 0; i < 6; ++i) store.Insert(NumberedFrame(i), InterfaceKind::RawSockets);
+  const auto generation = store.Generation();
+  const auto memory = store.AllocatedMemory();
+
+  EXPECT_TRUE(store.Delete(2));
+  EXPECT_FALSE(store.Delete(2));
+  EXPECT_FALSE(store.Delete(77));
+  EXPECT_FALSE(store.Delete(-1));
+  EXPECT_FALSE(store.IsPresent(2));
+  EXPECT_EQ(store.Get(2).frame, nullptr);
+  EXPECT_NE(store.Generation(), generation);
+  EXPECT_EQ(store.AllocatedMemory(), memory);
+
+  const std::vector<std::int32_t> several = {5, 0, 3, 3, 40};
+  EXPECT_EQ(store.DeleteMany(several), 3u);
+  ASSERT_EQ(store.RowCount(), 2u);
+  EXPECT_EQ(store.IndexAtRow(0), 1);
+  EXPECT_EQ(store.IndexAtRow(1), 4);
+  EXPECT_EQ(store.IndexAtRow(2), -1);
+  EXPECT_EQ(store.RowOfIndex(4), 1u);
+  EXPECT_EQ(store.RowOfIndex(3), std::nullopt);
+  EXPECT_EQ(NumberOf(store.Get(4)), 4u);
+
+  // Indices are never given twice.
+  store.Insert(NumberedFrame(6), InterfaceKind::RawSockets);
+  EXPECT_EQ(store.IndexAtRow(2), 6);
+  EXPECT_EQ(store.ItemCount(), 7);
+}
+
+TEST(PacketStore, RecordsKeepTheirLayoutKindAndTimeText) {
+  PacketStore store;
+  store.SetDateTimeTemplate("at %Y");
+  const Bytes frame = test::EthernetFrame({1, 2, 3, 4, 5, 6}, {7, 8, 9, 10, 11, 12}, 0x0806,
+                                          test::ArpPacket({}));
+  store.Insert(frame, InterfaceKind::PacketDriver);
+  const PacketRef packet = store.Get(0);
+  ASSERT_NE(packet.frame, nullptr);
+  ASSERT_EQ(packet.frameLength, frame.size());
+  EXPECT_EQ(std::memcmp(packet.frame, frame.data(), frame.size()), 0);
+  EXPECT_EQ(packet.kind, InterfaceKind::PacketDriver);
+  EXPECT_EQ(packet.frame[-1], 0);
+  EXPECT_EQ(packet.frame[frame.size()], 1);  // the kind byte
+  for (std::uint32_t i = 1; i < kSpareAfterFrame; ++i) ASSERT_EQ(packet.frame[frame.size() + i], 0);
+  ASSERT_EQ(packet.timeText.size(), 7u);
+  EXPECT_EQ(packet.timeText.substr(0, 3), "at ");
+
+  // A template change applies to later packets only.
+  store.SetDateTimeTemplate("no tokens");
+  store.Insert(frame, InterfaceKind::PacketDriver);
+  EXPECT_EQ(store.Get(1).timeText, "no tokens");
+  EXPECT_EQ(store.Get(0).timeText.substr(0, 3), "at ");
+
+  // Frames beyond the largest datagram are cut, and empty frames are still records.
+  store.Insert(Bytes(kMaxFrameLength + 500, 0xAB), InterfaceKind::PacketDriver);
+  EXPECT_EQ(store.Get(2).frameLength, kMaxFrameLength);
+  store.Insert({}, InterfaceKind::RawSockets);
+  EXPECT_EQ(store.Get(3).frameLength, 0u);
+  EXPECT_EQ(store.Get(3).networkLength(), 0u);
+}
+
+class FakeFilter final : public PacketFilterSeam {
+ public:
+  bool Enabled() const override { return enabled; }
+  bool Passes(const std::uint8_t* frame, std::uint32_t frameLength) override {
+    ++asked;
+    sawKindByte = frame[frameLength] == 0 && frame[-1] == 0;
+    return ReadBe32(frame + 14 + 28) % 2 == 0;  // keeps even numbers
+  }
+  std::shared_ptr<const FilterColumnTexts> ColumnTexts() override { return texts; }
+
+  bool enabled = true;
+  int asked = 0;
+  bool sawKindByte = false;
+  std::shared_ptr<const FilterColumnTexts> texts =
+      std::make_shared<FilterColumnTexts>(FilterColumnTexts{"GET", "favicon"});
+};
+
+TEST(PacketStore, FilteredFramesChangeNothingAndKeptOnesShareTheFilterTexts) {
+  PacketStore store;
+  FakeFilter filter;
+  store.SetFilter(&filter);
+
+  EXPECT_EQ(store.Insert(NumberedFrame(1), InterfaceKind::RawSockets), InsertOutcome::FilteredOut);
+  EXPECT_EQ(store.Take(NumberedFrame(3), InterfaceKind::RawSockets), SinkVerdict::Skipped);
+  EXPECT_EQ(store.ItemCount(), 0);
+  EXPECT_EQ(store.AllocatedMemory(), 0u);
+  EXPECT_EQ(store.RowCount(), 0u);
+  EXPECT_TRUE(filter.sawKindByte);
+
+  store.Insert(NumberedFrame(2), InterfaceKind::RawSockets);
+  store.Insert(NumberedFrame(4), InterfaceKind::RawSockets);
+  ASSERT_EQ(store.ItemCount(), 2);
+  EXPECT_EQ(store.FilterTexts(0), filter.texts.get());
+  EXPECT_EQ(store.FilterTexts(1), filter.texts.get());
+
+  // A disabled filter is not asked and leaves no texts.
+  filter.enabled = false;
+  const int asked = filter.asked;
+  store.Insert(NumberedFrame(5), InterfaceKind::RawSockets);
+  EXPECT_EQ(filter.asked, asked);
+  EXPECT_EQ(store.FilterTexts(2), nullptr);
+
+  // The texts stay with the rows after the filter moves on.
+  filter.enabled = true;
+  const auto first = filter.texts;
+  filter.texts = std::make_shared<FilterColumnTexts>(FilterColumnTexts{"POST", ""});
+  store.Insert(NumberedFrame(6), InterfaceKind::RawSockets);
+  store.SetFilter(nullptr);
+  EXPECT_EQ(store.FilterTexts(0)->mustContain, "GET");
+  EXPECT_EQ(store.FilterTexts(3)->mustContain, "POST");
+}
+
+// One thread inserts while another reads rows and records, as the window does on its timer.
+TEST(PacketStore, ReadersSeeOnlyCompletePacketsWhileInserting) {
+  constexpr std::uint32_t kPackets = 100'000;
+  PacketStore store;
+  std::atomic<bool> done{false};
+  std::thread inserter([&] {
+    for (std::uint32_t i = 0; i < kPackets; ++i) {
+      store.Insert(NumberedFrame(i, 8 + i % 300), InterfaceKind::RawSockets);
+    }
+    done = true;
+  });
+  std::size_t checked = 0;
+  ListTextBuffer buffer{};
+  while (!done || checked < store.RowCount()) {
+    const std::size_t rows = store.RowCount();
+    for (; checked < rows; ++checked) {
+      const std::int32_t index = store.IndexAtRow(checked);
+      ASSERT_EQ(index, static_cast<std::int32_t>(checked));
+      const PacketRef packet = store.Get(index);
+      ASSERT_NE(packet.frame, nullptr);
+      ASSERT_EQ(NumberOf(packet), static_cast<std::uint32_t>(index));
+      ASSERT_EQ(packet.frameLength, 14 + 28 + 8 + index % 300);
+      ASSERT_FALSE(packet.timeText.empty());
+      ASSERT_EQ(ListColumnText(packet, nullptr, ListColumn::DestinationPort, buffer), "2000");
+    }
+  }
+  inserter.join();
+  EXPECT_EQ(checked, kPackets);
+}
+
+}  // namespace
+}  // namespace vormelt
