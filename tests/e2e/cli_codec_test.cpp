@@ -7,38 +7,24 @@
 #include <random>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "support/pcap_file.hpp"
+#include "support/process.hpp"
 #include "tools/codec.hpp"
 #include "tools/codec_stream.hpp"
 
 namespace vormelt {
 namespace {
 
-struct CliRun {
-  int status = -1;
-  std::string out;
-  std::string err;
-};
+using CliRun = test::ProcessRun;
 
-std::string Slurp(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  std::ostringstream text;
-  text << file.rdbuf();
-  return text.str();
-}
-
+// `arguments` are blank-separated words after "codec"; `input` goes to standard input.
 CliRun RunCodec(const std::string& arguments, std::string_view input) {
-  const test::TempDir dir;
-  std::ofstream(dir.File("in"), std::ios::binary).write(input.data(), static_cast<std::streamsize>(input.size()));
-  const std::string command = std::string("'") + VORMELT_CLI_PATH + "' codec " + arguments + " < '" +
-                              dir.File("in") + "' > '" + dir.File("out") + "' 2> '" + dir.File("err") + "'";
-  const int raw = std::system(command.c_str());
-  CliRun run;
-  run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-  run.out = Slurp(dir.File("out"));
-  run.err = Slurp(dir.File("err"));
-  return run;
+  std::vector<std::string> words{"codec"};
+  std::istringstream split(arguments);
+  for (std::string word; split >> word;) words.push_back(word);
+  return test::RunCli(std::move(words), input);
 }
 
 TEST(CliCodec, WritesTheResultWithNothingAdded) {

@@ -1,65 +1,19 @@
 // vormelt-cli names as a user runs it: output bytes, exit status and the one-line errors.
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
-#include <spawn.h>
-#include <sys/wait.h>
-
-#include <fstream>
 #include <initializer_list>
-#include <sstream>
 #include <string>
 #include <vector>
 
-#include "support/pcap_file.hpp"
-
-extern char** environ;
+#include "support/process.hpp"
 
 namespace {
 
-struct Run {
-  int status = -1;
-  std::string out;
-  std::string err;
-};
+using Run = vormelt::test::ProcessRun;
 
-std::string ReadFile(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  std::ostringstream text;
-  text << file.rdbuf();
-  return text.str();
-}
-
-// Runs vormelt-cli with its output and errors redirected to files; no shell is involved, so
-// arguments reach the program exactly as given.
+// Runs vormelt-cli without a shell, so arguments reach the program exactly as given.
 Run RunCli(std::initializer_list<std::string> words) {
-  vormelt::test::TempDir dir;
-  const std::string outPath = dir.File("out");
-  const std::string errPath = dir.File("err");
-  std::vector<std::string> argv{VORMELT_CLI_PATH};
-  argv.insert(argv.end(), words);
-  std::vector<char*> pointers;
-  for (std::string& word : argv) pointers.push_back(word.data());
-  pointers.push_back(nullptr);
-
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, 1, outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
-                                   0600);
-  posix_spawn_file_actions_addopen(&actions, 2, errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
-                                   0600);
-  pid_t child = 0;
-  Run run;
-  if (posix_spawn(&child, pointers[0], &actions, nullptr, pointers.data(), environ) == 0) {
-    int waitStatus = 0;
-    if (waitpid(child, &waitStatus, 0) == child && WIFEXITED(waitStatus)) {
-      run.status = WEXITSTATUS(waitStatus);
-    }
-  }
-  posix_spawn_file_actions_destroy(&actions);
-  run.out = ReadFile(outPath);
-  run.err = ReadFile(errPath);
-  return run;
+  return vormelt::test::RunCli(std::vector<std::string>(words));
 }
 
 void ExpectPrints(std::initializer_list<std::string> words, const std::string& expected) {

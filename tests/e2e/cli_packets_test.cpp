@@ -2,10 +2,7 @@
 // the count on stderr, one-line errors with their exit status, and a clean end on SIGINT.
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
 #include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -23,54 +20,19 @@
 #include "packets/names.hpp"
 #include "support/frames.hpp"
 #include "support/pcap_file.hpp"
-
-extern char** environ;
+#include "support/process.hpp"
 
 namespace vormelt {
 namespace {
 
 using test::Bytes;
 
-struct CliRun {
-  int status = -1;
-  std::string out;
-  std::string err;
-};
-
-std::string ReadAll(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  std::ostringstream text;
-  text << file.rdbuf();
-  return text.str();
-}
+using CliRun = test::ProcessRun;
 
 // Runs vormelt-cli without a shell. With `interruptAfter`, sends SIGINT after that long.
 CliRun RunCli(std::vector<std::string> words,
-           std::optional<std::chrono::milliseconds> interruptAfter = std::nullopt) {
-  test::TempDir dir;
-  const std::string outPath = dir.File("out"), errPath = dir.File("err");
-  words.insert(words.begin(), VORMELT_CLI_PATH);
-  std::vector<char*> argv;
-  for (std::string& word : words) argv.push_back(word.data());
-  argv.push_back(nullptr);
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, 1, outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-  posix_spawn_file_actions_addopen(&actions, 2, errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-  pid_t pid = 0;
-  CliRun run;
-  if (posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ) != 0) return run;
-  posix_spawn_file_actions_destroy(&actions);
-  if (interruptAfter) {
-    std::this_thread::sleep_for(*interruptAfter);
-    kill(pid, SIGINT);
-  }
-  int status = 0;
-  waitpid(pid, &status, 0);
-  run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  run.out = ReadAll(outPath);
-  run.err = ReadAll(errPath);
-  return run;
+              std::optional<std::chrono::milliseconds> interruptAfter = std::nullopt) {
+  return test::RunCli(std::move(words), {}, interruptAfter);
 }
 
 std::vector<std::string> Split(const std::string& text, char separator) {
@@ -82,16 +44,7 @@ std::vector<std::string> Split(const std::string& text, char separator) {
   return parts;
 }
 
-std::string Shell(const std::string& command) {
-  std::string output;
-  if (FILE* pipe = popen(command.c_str(), "r")) {
-    char chunk[4096];
-    std::size_t got = 0;
-    while ((got = std::fread(chunk, 1, sizeof chunk, pipe)) > 0) output.append(chunk, got);
-    pclose(pipe);
-  }
-  return output;
-}
+std::string Shell(const std::string& command) { return test::ShellOutput(command); }
 
 // A mixed Ethernet capture: TCP with payloads and IP options, UDP, ICMP, ARP, IPv6, another
 // EtherType and a runt, in a repeating pattern.

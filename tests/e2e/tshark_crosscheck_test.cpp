@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "packets/decoder.hpp"
+#include "support/process.hpp"
 #include "support/frames.hpp"
 #include "support/pcap_file.hpp"
 
@@ -31,20 +32,8 @@ enum Column {
   IcmpType, IcmpCode, ArpSrc, ArpDst, FrameLen, ColumnCount
 };
 
-bool Have(const std::string& tool) {
-  return std::system((tool + " --version >/dev/null 2>&1").c_str()) == 0;
-}
-
-std::string Output(const std::string& command) {
-  std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
-  std::string output;
-  if (!pipe) return output;
-  char buffer[65536];
-  for (std::size_t n; (n = std::fread(buffer, 1, sizeof buffer, pipe.get())) > 0;) {
-    output.append(buffer, n);
-  }
-  return output;
-}
+bool Have(const std::string& tool) { return test::ToolAvailable(tool); }
+std::string Output(const std::string& command) { return test::ShellOutput(command); }
 
 std::vector<Bytes> MixedFrames() {
   std::mt19937 rng(7);

@@ -2,13 +2,14 @@
 // exactly the packets the profile allows, and the kept rows name the text filters in force.
 #include <gtest/gtest.h>
 
-#include <cstdio>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "packetmode/filter_profile.hpp"
 #include "support/frames.hpp"
 #include "support/pcap_file.hpp"
+#include "support/process.hpp"
 
 namespace vormelt {
 namespace {
@@ -21,16 +22,15 @@ struct CliRun {
   std::vector<std::string> rows;
 };
 
-// Runs the program with its output captured; each row is one stored packet.
+// Runs "vormelt-cli packets" with blank-separated `arguments`; each row is one stored packet.
 CliRun RunCli(const std::string& arguments) {
-  const std::string command = std::string(VORMELT_CLI_PATH) + " packets " + arguments + " 2>/dev/null";
+  std::vector<std::string> words{"packets"};
+  std::istringstream split(arguments);
+  for (std::string word; split >> word;) words.push_back(word);
+  const test::ProcessRun process = test::RunCli(std::move(words));
   CliRun run;
-  FILE* pipe = popen(command.c_str(), "r");
-  if (!pipe) return run;
-  std::string text;
-  char chunk[4096];
-  for (std::size_t n; (n = std::fread(chunk, 1, sizeof chunk, pipe)) > 0;) text.append(chunk, n);
-  run.status = pclose(pipe);
+  run.status = process.status;
+  const std::string& text = process.out;
   for (std::size_t start = 0, end; (end = text.find('\n', start)) != std::string::npos;
        start = end + 1) {
     run.rows.push_back(text.substr(start, end - start));
@@ -116,8 +116,8 @@ TEST_F(FilterCli, TextFiltersFollowMatchCaseAndFillTheirColumns) {
 TEST_F(FilterCli, UnreadableProfileFailsBeforeReading) {
   const std::string bad = dir_.File("bad.HBFP");
   test::WritePcap(bad, test::kLinkEthernet, {});  // a pcap file is no profile
-  EXPECT_EQ(WEXITSTATUS(RunCli("--read " + capture_ + " --filter-profile " + bad).status), 1);
-  EXPECT_EQ(WEXITSTATUS(RunCli("--read " + capture_ + " --match-case").status), 2);
+  EXPECT_EQ((RunCli("--read " + capture_ + " --filter-profile " + bad).status), 1);
+  EXPECT_EQ((RunCli("--read " + capture_ + " --match-case").status), 2);
 }
 
 }  // namespace

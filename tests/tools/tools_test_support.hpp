@@ -16,6 +16,7 @@
 #include <string_view>
 #include <vector>
 
+#include "support/process.hpp"
 #include "support/pcap_file.hpp"
 
 namespace vormelt::test {
@@ -31,16 +32,13 @@ inline std::vector<std::uint8_t> RandomBytes(std::size_t size, std::uint64_t see
   return data;
 }
 
-inline bool OpensslAvailable() { return std::system("openssl version >/dev/null 2>&1") == 0; }
+inline bool OpensslAvailable() { return ToolAvailable("openssl"); }
 
 // Everything `command` prints on standard output, or nothing when it could not run or failed.
 inline std::optional<std::string> CommandOutput(const std::string& command) {
-  const std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
-  if (!pipe) return std::nullopt;
-  std::string output;
-  char chunk[4096];
-  std::size_t got = 0;
-  while ((got = std::fread(chunk, 1, sizeof chunk, pipe.get())) > 0) output.append(chunk, got);
+  int status = 0;
+  std::string output = ShellOutput(command, &status);
+  if (status != 0) return std::nullopt;
   return output;
 }
 

@@ -1,0 +1,86 @@
+#include "support/process.hpp"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include "support/pcap_file.hpp"
+
+extern char** environ;
+
+namespace vormelt::test {
+namespace {
+
+std::string ReadAll(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::ostringstream text;
+  text << file.rdbuf();
+  return text.str();
+}
+
+}  // namespace
+
+ProcessRun RunProgram(std::vector<std::string> words, std::string_view input,
+                      std::optional<std::chrono::milliseconds> interruptAfter) {
+  ProcessRun run;
+  if (words.empty()) return run;
+  TempDir dir;
+  const std::string inPath = dir.File("in"), outPath = dir.File("out"), errPath = dir.File("err");
+  std::ofstream(inPath, std::ios::binary).write(input.data(), static_cast<std::streamsize>(input.size()));
+  std::vector<char*> argv;
+  for (std::string& word : words) argv.push_back(word.data());
+  argv.push_back(nullptr);
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, 0, inPath.c_str(), O_RDONLY, 0);
+  posix_spawn_file_actions_addopen(&actions, 1, outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+  posix_spawn_file_actions_addopen(&actions, 2, errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+  pid_t pid = 0;
+  const int spawned = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ);
+  posix_spawn_file_actions_destroy(&actions);
+  if (spawned != 0) return run;
+  if (interruptAfter) {
+    std::this_thread::sleep_for(*interruptAfter);
+    kill(pid, SIGINT);
+  }
+  int status = 0;
+  waitpid(pid, &status, 0);
+  run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  run.out = ReadAll(outPath);
+  run.err = ReadAll(errPath);
+  return run;
+}
+
+ProcessRun RunCli(std::vector<std::string> words, std::string_view input,
+                  std::optional<std::chrono::milliseconds> interruptAfter) {
+  words.insert(words.begin(), VORMELT_CLI_PATH);
+  return RunProgram(std::move(words), input, interruptAfter);
+}
+
+std::string ShellOutput(const std::string& commandLine, int* status) {
+  std::string output;
+  FILE* pipe = popen(commandLine.c_str(), "r");
+  if (!pipe) {
+    if (status) *status = -1;
+    return output;
+  }
+  char chunk[65536];
+  std::size_t got = 0;
+  while ((got = std::fread(chunk, 1, sizeof chunk, pipe)) > 0) output.append(chunk, got);
+  const int raw = pclose(pipe);
+  if (status) *status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+  return output;
+}
+
+bool ToolAvailable(const std::string& tool) {
+  return std::system((tool + " --version >/dev/null 2>&1 || " + tool + " version >/dev/null 2>&1").c_str()) == 0;
+}
+
+}  // namespace vormelt::test
