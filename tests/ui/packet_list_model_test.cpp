@@ -1,0 +1,173 @@
+// The packet list model over a real store: rows arrive in one insert per sync, deletes and clears
+// keep rows and store indices in step, and every change passes Qt's own model consistency checks.
+#include <QAbstractItemModelTester>
+#include <QSignalSpy>
+#include <QTest>
+#include <atomic>
+#include <thread>
+
+// moc reads this file for the test class and cannot read the text catalogue behind these.
+#ifndef Q_MOC_RUN
+#include "packets/list_row.hpp"
+#include "packets/store.hpp"
+#include "support/frames.hpp"
+#include "ui/packet_list_model.hpp"
+#include "ui/qt_text.hpp"
+#endif
+
+using namespace vormelt;
+using namespace vormelt::test;
+
+namespace {
+
+const Mac kMacA{0x00, 0x11, 0x22, 0x33, 0x44, 0x55};
+const Mac kMacB{0xAA, 0xBB, 0xCC, 0xDD, 0xEE, 0xFF};
+
+Bytes TcpFrame(std::uint16_t sourcePort) {
+  TcpHeader tcp;
+  tcp.sourcePort = sourcePort;
+  return EthernetFrame(kMacB, kMacA, 0x0800, TcpPacket({}, tcp, ToBytes("hello")));
+}
+
+void InsertTcp(PacketStore& store, std::uint16_t sourcePort) {
+  QCOMPARE(store.Insert(TcpFrame(sourcePort), InterfaceKind::PacketDriver), InsertOutcome::Stored);
+}
+
+QString Cell(const ui::PacketListModel& model, int row, ListColumn column) {
+  return model.data(model.index(row, static_cast<int>(column))).toString();
+}
+
+}  // namespace
+
+class PacketListModelTest : public QObject {
+  Q_OBJECT
+
+ private slots:
+  void appendsNewRowsWithOneInsertPerSync() {
+    PacketStore store;
+    ui::PacketListModel model(store);
+    QAbstractItemModelTester tester(&model, QAbstractItemModelTester::FailureReportingMode::QtTest);
+    QSignalSpy inserted(&model, &QAbstractItemModel::rowsInserted);
+
+    for (std::uint16_t port = 1000; port < 1003; ++port) InsertTcp(store, port);
+    QCOMPARE(model.rowCount(), 0);  // the view hears of rows only on the tick
+    QCOMPARE(model.syncWithStore(), 3);
+    QCOMPARE(inserted.count(), 1);
+    QCOMPARE(inserted.at(0).at(1).toInt(), 0);
+    QCOMPARE(inserted.at(0).at(2).toInt(), 2);
+
+    InsertTcp(store, 1003);
+    InsertTcp(store, 1004);
+    QCOMPARE(model.syncWithStore(), 2);
+    QCOMPARE(inserted.count(), 2);
+    QCOMPARE(inserted.at(1).at(1).toInt(), 3);
+    QCOMPARE(inserted.at(1).at(2).toInt(), 4);
+    QCOMPARE(model.syncWithStore(), 0);
+    QCOMPARE(inserted.count(), 2);
+    QCOMPARE(Cell(model, 4, ListColumn::SourcePort), QStringLiteral("1004"));
+  }
+
+  // Cells come from the record behind each row; headings from the catalogue.
+  void cellsAndHeadingsComeFromTheStoreAndCatalogue() {
+    PacketStore store;
+    store.Insert(TcpFrame(40000), InterfaceKind::PacketDriver);
+    store.Insert(RawSocketsFrame(UdpPacket({}, 53, 5353, ToBytes("x"))), InterfaceKind::RawSockets);
+    ui::PacketListModel model(store);
+    QCOMPARE(model.rowCount(), 2);  // rows present at construction are known at once
+    QCOMPARE(model.columnCount(), kListColumnCount);
+    QCOMPARE(Cell(model, 0, ListColumn::Type), QStringLiteral("TCP"));
+    QCOMPARE(Cell(model, 0, ListColumn::SourceMac), QStringLiteral("00:11:22:33:44:55"));
+    QCOMPARE(Cell(model, 1, ListColumn::DestinationPort), QStringLiteral("5353"));
+    QCOMPARE(Cell(model, 1, ListColumn::SourceMac), QString());
+    QVERIFY(!Cell(model, 1, ListColumn::Time).isEmpty());
+    QCOMPARE(model.data(model.index(1, 0), ui::PacketListModel::kStoreIndexRole).toInt(), 1);
+    QVERIFY(!model.data(model.index(2, 0)).isValid());
+
+    ui::SetLanguage(UiLanguage::German);
+    QCOMPARE(model.headerData(0, Qt::Horizontal).toString(), QStringLiteral("Typ"));
+    ui::SetLanguage(UiLanguage::English);
+    QCOMPARE(model.headerData(0, Qt::Horizontal).toString(), QStringLiteral("Type"));
+  }
+
+  void deleteAndClearKeepRowsAndIndicesInStep() {
+    PacketStore store;
+    ui::PacketListModel model(store);
+    QAbstractItemModelTester tester(&model, QAbstractItemModelTester::FailureReportingMode::QtTest);
+    for (std::uint16_t port = 1000; port < 1004; ++port) InsertTcp(store, port);
+    model.syncWithStore();
+    QSignalSpy removed(&model, &QAbstractItemModel::rowsRemoved);
+
+    QVERIFY(model.deletePacket(1));
+    QCOMPARE(removed.count(), 1);
+    QCOMPARE(removed.at(0).at(1).toInt(), 1);
+    QCOMPARE(model.rowCount(), 3);
+    QCOMPARE(model.storeIndexAt(1), 2);  // rows below moved up, indices did not
+    QCOMPARE(model.rowOfStoreIndex(3), 2);
+    QCOMPARE(model.rowOfStoreIndex(1), -1);
+    QCOMPARE(Cell(model, 1, ListColumn::SourcePort), QStringLiteral("1002"));
+    QVERIFY(!model.deletePacket(1));
+    QVERIFY(!model.deletePacket(99));
+    QCOMPARE(removed.count(), 1);
+
+    // New packets after a delete are appended, not mistaken for a removal elsewhere.
+    QSignalSpy reset(&model, &QAbstractItemModel::modelReset);
+    InsertTcp(store, 1004);
+    QCOMPARE(model.syncWithStore(), 1);
+    QCOMPARE(reset.count(), 0);
+    QCOMPARE(model.storeIndexAt(3), 4);
+
+    // Clear empties store and list; indices start again at 0.
+    model.clear();
+    QCOMPARE(reset.count(), 1);
+    QCOMPARE(model.rowCount(), 0);
+    QCOMPARE(store.AllocatedMemory(), std::uint64_t{0});
+    InsertTcp(store, 3);
+    QCOMPARE(model.syncWithStore(), 1);
+    QCOMPARE(model.storeIndexAt(0), 0);
+  }
+
+  void removalsBehindTheModelsBackReset() {
+    PacketStore store;
+    ui::PacketListModel model(store);
+    QAbstractItemModelTester tester(&model, QAbstractItemModelTester::FailureReportingMode::QtTest);
+    for (std::uint16_t port = 0; port < 5; ++port) InsertTcp(store, port);
+    model.syncWithStore();
+    QSignalSpy reset(&model, &QAbstractItemModel::modelReset);
+    const std::int32_t gone[] = {0, 3};
+    QCOMPARE(store.DeleteMany(gone), std::size_t{2});
+    InsertTcp(store, 5);
+    model.syncWithStore();
+    QCOMPARE(reset.count(), 1);
+    QCOMPARE(model.rowCount(), 4);
+    QCOMPARE(model.storeIndexAt(0), 1);
+    QCOMPARE(model.storeIndexAt(3), 5);
+  }
+
+  // The receive thread appends while the window syncs and paints: the model never shows a row
+  // the store has not finished, and ends with every packet.
+  void syncsSafelyWhileTheReceiveThreadInserts() {
+    constexpr int kPackets = 20000;
+    PacketStore store;
+    ui::PacketListModel model(store);
+    const Bytes frame = TcpFrame(7);
+    std::atomic<bool> done{false};
+    std::thread receiver([&] {
+      for (int i = 0; i < kPackets; ++i) store.Insert(frame, InterfaceKind::PacketDriver);
+      done = true;
+    });
+    int syncs = 0;
+    while (!done.load() || model.rowCount() < kPackets) {
+      model.syncWithStore();
+      ++syncs;
+      const int last = model.rowCount() - 1;
+      if (last >= 0) QCOMPARE(Cell(model, last, ListColumn::SourcePort), QStringLiteral("7"));
+    }
+    receiver.join();
+    QCOMPARE(model.rowCount(), kPackets);
+    QCOMPARE(model.storeIndexAt(kPackets - 1), kPackets - 1);
+    QVERIFY(syncs > 0);
+  }
+};
+
+QTEST_MAIN(PacketListModelTest)
+#include "packet_list_model_test.moc"
