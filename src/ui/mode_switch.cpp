@@ -1,0 +1,82 @@
+// The switch-modes question and the relaunch. A switch always starts a new process: the
+// windows of one process never change mode, so nothing here touches the asking window.
+#include "ui/mode_switch.hpp"
+
+#include <QCoreApplication>
+#include <QProcess>
+
+#include "app/startup.hpp"
+#include "ui/dialogs.hpp"
+#include "ui/qt_text.hpp"
+
+namespace vormelt::ui {
+namespace {
+
+ProgramLauncher& Launcher() {
+  static ProgramLauncher launcher;
+  return launcher;
+}
+
+SwitchDecision ToDecision(SwitchStep step) {
+  switch (step) {
+    case SwitchStep::RelaunchAlongside: return SwitchDecision::RelaunchAndKeepRunning;
+    case SwitchStep::CloseAndRelaunch: return SwitchDecision::CloseThenRelaunch;
+    case SwitchStep::Nothing: break;
+  }
+  return SwitchDecision::Cancel;
+}
+
+}  // namespace
+
+bool AskGraphicalWarning(QWidget* parent) {
+  MessageRequest request;
+  request.caption = T(Text::ProgramTitle);
+  request.text = FromCrLf(Tr(Text::GraphicalWarning, Language()));
+  request.icon = MessageIcon::Question;
+  request.buttons = MessageButtons::YesNo;
+  request.onDismiss = MessageAnswer::No;
+  return ShowMessage(parent, request) == MessageAnswer::Yes;
+}
+
+SwitchDecision AskSwitchModes(QWidget* parent, ProgramSettings& settings, ProgramMode from,
+                              ProgramMode to) {
+  if (NeedsGraphicalWarning(to, settings)) {
+    if (!AskGraphicalWarning(parent)) return SwitchDecision::Cancel;
+    settings.graphicalWarningAcknowledged = true;
+  }
+  MessageRequest request;
+  request.caption = T(Text::SwitchModesCaption);
+  request.text = FromCrLf(SwitchModesMessage(to, from, Language()));
+  request.icon = MessageIcon::Question;
+  request.buttons = MessageButtons::YesNoCancel;
+  request.onDismiss = MessageAnswer::Cancel;
+  return ToDecision(AfterSwitchQuestion(ToAnswer(ShowMessage(parent, request))));
+}
+
+bool Relaunch(ProgramMode target) {
+  QStringList arguments;
+  for (const std::string& word : RelaunchArguments(target)) {
+    arguments << QString::fromStdString(word);
+  }
+  if (arguments.isEmpty()) return false;
+  return LaunchProgram(QCoreApplication::applicationFilePath(), arguments);
+}
+
+Answer ToAnswer(MessageAnswer answer) {
+  switch (answer) {
+    case MessageAnswer::Yes: return Answer::Yes;
+    case MessageAnswer::No: return Answer::No;
+    case MessageAnswer::Ok:
+    case MessageAnswer::Cancel: break;
+  }
+  return Answer::Cancel;
+}
+
+void SetProgramLauncher(ProgramLauncher launcher) { Launcher() = std::move(launcher); }
+
+bool LaunchProgram(const QString& program, const QStringList& arguments) {
+  if (Launcher()) return Launcher()(program, arguments);
+  return QProcess::startDetached(program, arguments);
+}
+
+}  // namespace vormelt::ui

@@ -1,0 +1,310 @@
+// Start-up with windows, run against a temporary configuration folder with every message box
+// and program launch answered by the test: help, the deinstaller, the installation check and
+// its answers, the settings write, the mode choice, the colours, the windows not built yet, and
+// the switch-modes question with its relaunch.
+#include <QApplication>
+#include <QFile>
+#include <QStyle>
+#include <QTemporaryDir>
+#include <QTimer>
+#include <QtTest>
+#include <deque>
+#include <vector>
+
+// moc reads this file too, and cannot parse the text catalogue's generated enum.
+#ifndef Q_MOC_RUN
+#include "common/install_record.hpp"
+#include "common/settings_store.hpp"
+#include "ui/app_startup.hpp"
+#include "ui/dialogs.hpp"
+#include "ui/mode_switch.hpp"
+#include "ui/qt_text.hpp"
+#endif
+
+using namespace vormelt;
+using ui::MessageAnswer;
+
+namespace {
+
+const QString kProgram = QStringLiteral("/opt/hollowbright/bin/vormelt");
+
+// Answers message boxes from a queue (then Ok) and starts no programs, keeping what was asked.
+struct Seams {
+  QStringList messages;
+  std::vector<ui::MessageRequest> requests;
+  std::deque<MessageAnswer> answers;
+  std::vector<QStringList> launches;  // program followed by its arguments
+  bool launchSucceeds = true;
+
+  Seams() {
+    ui::SetMessageHandler([this](const ui::MessageRequest& request) {
+      requests.push_back(request);
+      messages << request.text;
+      if (answers.empty()) return MessageAnswer::Ok;
+      const MessageAnswer answer = answers.front();
+      answers.pop_front();
+      return answer;
+    });
+    ui::SetProgramLauncher([this](const QString& program, const QStringList& arguments) {
+      launches.push_back(QStringList{program} + arguments);
+      return launchSucceeds;
+    });
+  }
+  ~Seams() {
+    ui::SetMessageHandler({});
+    ui::SetProgramLauncher({});
+  }
+};
+
+QString Catalogue(Text key) { return ui::FromCrLf(Tr(key, ui::Language())); }
+
+}  // namespace
+
+class AppStartupTest : public QObject {
+  Q_OBJECT
+
+ private slots:
+  void init() {
+    folder_ = std::make_unique<QTemporaryDir>();
+    QVERIFY(folder_->isValid());
+    paths_ = {std::filesystem::path(folder_->path().toStdString()), kProgram};
+    choiceCalls_ = 0;
+    choicePress_ = ModeChoiceButton::Packet;
+    QApplication::setPalette(QApplication::style()->standardPalette());
+    ui::SetLanguage(UiLanguage::English);
+  }
+
+  void helpWinsOverModesAndWritesNothing() {
+    Seams seams;
+    QVERIFY(!Run("-packet_mode -help").window);
+    QCOMPARE(seams.requests.size(), size_t{1});
+    QCOMPARE(seams.requests[0].caption, QStringLiteral("Hollowbright VORMELT"));
+    QVERIFY(seams.messages[0].startsWith(QStringLiteral("Current available command line options:\n\n-uninstall  ")));
+    QVERIFY(seams.messages[0].endsWith(QStringLiteral("\nauto_listen  Begin listening automatically.")));
+    QCOMPARE(choiceCalls_, 0);
+    QVERIFY(!std::filesystem::exists(paths_.SettingsFile()));
+
+    QVERIFY(!Run("--verbose").window);
+    QCOMPARE(seams.messages[1], QStringLiteral("Command line sniffing is not currently implemented ;(\n"
+                                               "To see available command options, use -help"));
+  }
+
+  void languageKeywordIsKeptInTheSettings() {
+    Seams seams;
+    QCOMPARE(Run("-english -deutsch -noinstall -file_mode").window, ProgramMode::File);
+    QCOMPARE(ui::Language(), UiLanguage::German);
+    QCOMPARE(LoadSettings(paths_.SettingsFile()).settings.language, UiLanguage::German);
+  }
+
+  void deinstallerRemovesRecordAndSettingsOnlyOnYes_data() {
+    QTest::addColumn<QString>("commandLine");
+    QTest::addColumn<bool>("yes");
+    QTest::newRow("yes") << "-uninstall" << true;
+    QTest::newRow("no") << "/uninstall" << false;
+    QTest::newRow("a longer word still matches") << "-uninstalled" << true;
+  }
+  void deinstallerRemovesRecordAndSettingsOnlyOnYes() {
+    QFETCH(QString, commandLine);
+    QFETCH(bool, yes);
+    Install(kProgram);
+    QVERIFY(SaveSettings(ProgramSettings{}, paths_.SettingsFile(), nullptr));
+    Seams seams;
+    seams.answers = {yes ? MessageAnswer::Yes : MessageAnswer::No};
+    QVERIFY(!Run(commandLine).window);
+    QCOMPARE(choiceCalls_, 0);
+    QCOMPARE(seams.requests[0].buttons, ui::MessageButtons::YesNo);
+    QCOMPARE(std::filesystem::exists(paths_.InstallRecordFile()), !yes);
+    QCOMPARE(std::filesystem::exists(paths_.SettingsFile()), !yes);
+    QCOMPARE(seams.messages.size(), yes ? 2 : 1);
+  }
+
+  // Each row: what the record says, the answer to the question, and what must follow.
+  void installationCheck_data() {
+    QTest::addColumn<QString>("installed");  // "" = no record; "script" = an executable copy
+    QTest::addColumn<int>("answer");
+    QTest::addColumn<bool>("window");
+    QTest::addColumn<QString>("recordAfter");
+    QTest::addColumn<int>("launches");
+    QTest::newRow("first start installs") << "" << int(MessageAnswer::Ok) << true << kProgram << 0;
+    QTest::newRow("installed here, any case") << kProgram.toUpper() << int(MessageAnswer::Ok) << true
+                                              << kProgram.toUpper() << 0;
+    QTest::newRow("elsewhere, Cancel") << "/usr/bin/vormelt" << int(MessageAnswer::Cancel) << false
+                                       << "/usr/bin/vormelt" << 0;
+    QTest::newRow("elsewhere, Yes") << "/usr/bin/vormelt" << int(MessageAnswer::Yes) << true << kProgram << 0;
+    QTest::newRow("elsewhere, No, runs") << "script" << int(MessageAnswer::No) << false << "script" << 1;
+    QTest::newRow("elsewhere, No, gone") << "/nonexistent/vormelt" << int(MessageAnswer::No) << true
+                                         << "/nonexistent/vormelt" << 0;
+  }
+  void installationCheck() {
+    QFETCH(QString, installed);
+    QFETCH(int, answer);
+    QFETCH(bool, window);
+    QFETCH(QString, recordAfter);
+    QFETCH(int, launches);
+    const QString script = folder_->filePath(QStringLiteral("installed-vormelt"));
+    if (installed == QLatin1String("script")) {
+      QFile file(script);
+      QVERIFY(file.open(QIODevice::WriteOnly));
+      QVERIFY(file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+      installed = recordAfter = script;
+    }
+    if (!installed.isEmpty()) Install(installed);
+    Seams seams;
+    seams.answers = {static_cast<MessageAnswer>(answer)};
+
+    QCOMPARE(Run("").window.has_value(), window);
+    const InstallRecordLoad record = LoadInstallRecord(paths_.InstallRecordFile());
+    QCOMPARE(QString::fromStdString(record.record->installedPath), recordAfter);
+    QCOMPARE(int(seams.launches.size()), launches);
+    if (launches) QCOMPARE(seams.launches[0], (QStringList{script, QStringLiteral("NoInstall")}));
+    if (installed.startsWith(QLatin1String("/nonexistent"))) {
+      QCOMPARE(seams.messages.last(), Catalogue(Text::InstalledProgramNotExecutable));
+    }
+    if (installed.startsWith(QLatin1String("/usr"))) {
+      QCOMPARE(seams.messages[0], QStringLiteral("Would you like to re-install Hollowbright VORMELT 2.2?"));
+      QCOMPARE(seams.requests[0].onDismiss, MessageAnswer::Cancel);
+    }
+    // The settings are written after the check, and only when this copy goes on.
+    QCOMPARE(std::filesystem::exists(paths_.SettingsFile()), window);
+  }
+
+  void damagedSettingsAreKeptAsideReportedOnceAndRewritten() {
+    QFile file(QString::fromStdString(paths_.SettingsFile().string()));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write("{\"rememberedMode\": 3,,,");
+    file.close();
+    Seams seams;
+    QCOMPARE(Run("-noinstall").window, ProgramMode::Packet);
+    QCOMPARE(seams.messages.size(), 1);
+    QVERIFY(seams.messages[0].contains(QStringLiteral("settings.json.bad")));
+    QVERIFY(std::filesystem::exists(paths_.configDirectory / "settings.json.bad"));
+    QVERIFY(!LoadSettings(paths_.SettingsFile()).problem);  // a fresh file took its place
+    QCOMPARE(choiceCalls_, 1);                               // the defaults show the mode choice
+  }
+
+  void modeChoiceShowsOnlyWithoutAModeAndDecidesTheWindow() {
+    Seams seams;
+    choicePress_ = ModeChoiceButton::Statistical;
+    QCOMPARE(Run("-noinstall").window, ProgramMode::Statistical);
+    QCOMPARE(choiceCalls_, 1);
+    choicePress_ = ModeChoiceButton::ToolsDecoder;
+    QCOMPARE(Run("-noinstall").window, ProgramMode::Decoder);
+    choicePress_ = ModeChoiceButton::Exit;
+    QVERIFY(!Run("-noinstall").window);
+    QCOMPARE(choiceCalls_, 3);
+    // Two mode keywords: Packet Mode has precedence, and no mode choice.
+    QCOMPARE(Run("/NoInstall /File_Mode /Packet_Mode").window, ProgramMode::Packet);
+    QCOMPARE(choiceCalls_, 3);
+  }
+
+  void modeWindowsRunInTheirColours_data() {
+    QTest::addColumn<QString>("commandLine");
+    QTest::addColumn<bool>("systemColours");
+    QTest::addColumn<int>("background");  // -1: the palette is left alone
+    QTest::addColumn<int>("text");
+    QTest::newRow("light grey") << "-noinstall -packet_mode" << false << 0xC8C8C8 << 0x000000;
+    QTest::newRow("system") << "-noinstall -packet_mode" << true << -1 << -1;
+    QTest::newRow("graphical") << "-noinstall -gp_mode" << false << 0x000000 << 0xFFFF00;
+    QTest::newRow("graphical, system") << "-noinstall -gp_mode" << true << 0x000000 << 0xFFFF00;
+  }
+  void modeWindowsRunInTheirColours() {
+    QFETCH(QString, commandLine);
+    QFETCH(bool, systemColours);
+    QFETCH(int, background);
+    QFETCH(int, text);
+    ProgramSettings stored;
+    stored.useSystemColors = systemColours;
+    QVERIFY(SaveSettings(stored, paths_.SettingsFile(), nullptr));
+    const QPalette before = QApplication::palette();
+    Seams seams;
+    QVERIFY(Run(commandLine).window);
+    if (background < 0) {
+      QCOMPARE(QApplication::palette().color(QPalette::Window), before.color(QPalette::Window));
+      return;
+    }
+    QCOMPARE(int(QApplication::palette().color(QPalette::Window).rgb() & 0xFFFFFF), background);
+    QCOMPARE(int(QApplication::palette().color(QPalette::WindowText).rgb() & 0xFFFFFF), text);
+  }
+
+  void modesWithoutAWindowYetSaySoAndEnd() {
+    Seams seams;
+    ProgramSettings settings;
+    for (const ProgramMode mode : {ProgramMode::File, ProgramMode::GraphicalPackets, ProgramMode::Statistical}) {
+      QCOMPARE(ui::RunModeWindow(mode, StartupDecision{}, settings, paths_), 0);
+    }
+    QCOMPARE(seams.messages, (QStringList{QStringLiteral("File Mode is not available yet in this version."),
+                                          QStringLiteral("Graphical Packets Mode is not available yet in this version."),
+                                          QStringLiteral("Statistical Mode is not available yet in this version.")}));
+  }
+
+  void standaloneEncoderRunsUntilClosedAndSavesItsChoices() {
+    ProgramSettings settings;
+    settings.codec.outputType = 2;
+    QTimer::singleShot(50, [] {
+      if (QWidget* modal = QApplication::activeModalWidget()) modal->close();
+    });
+    QCOMPARE(ui::RunModeWindow(ProgramMode::Decoder, StartupDecision{}, settings, paths_), 0);
+    QCOMPARE(LoadSettings(paths_.SettingsFile()).settings.codec.outputType, 2);
+  }
+
+  void switchQuestionAndGraphicalWarning() {
+    Seams seams;
+    ProgramSettings settings;
+    seams.answers = {MessageAnswer::Yes, MessageAnswer::No, MessageAnswer::Cancel};
+    QCOMPARE(ui::AskSwitchModes(nullptr, settings, ProgramMode::Packet, ProgramMode::File),
+             ui::SwitchDecision::CloseThenRelaunch);
+    QCOMPARE(seams.requests[0].caption, QStringLiteral("Switch modes?"));
+    QVERIFY(seams.messages[0].startsWith(QStringLiteral(
+        "Would you like to to switch modes?\n\nSwitching to File Mode will cancel the current operation (Packet Mode).")));
+    QCOMPARE(ui::AskSwitchModes(nullptr, settings, ProgramMode::Packet, ProgramMode::File),
+             ui::SwitchDecision::RelaunchAndKeepRunning);
+    QCOMPARE(ui::AskSwitchModes(nullptr, settings, ProgramMode::Packet, ProgramMode::File),
+             ui::SwitchDecision::Cancel);
+
+    // Graphical Packets: the warning comes first; declined, the switch question never comes.
+    seams.answers = {MessageAnswer::No};
+    QCOMPARE(ui::AskSwitchModes(nullptr, settings, ProgramMode::Packet, ProgramMode::GraphicalPackets),
+             ui::SwitchDecision::Cancel);
+    QCOMPARE(seams.messages.size(), 4);
+    QCOMPARE(seams.messages[3], Catalogue(Text::GraphicalWarning));
+    seams.answers = {MessageAnswer::Yes, MessageAnswer::No};
+    QCOMPARE(ui::AskSwitchModes(nullptr, settings, ProgramMode::Packet, ProgramMode::GraphicalPackets),
+             ui::SwitchDecision::RelaunchAndKeepRunning);
+    QVERIFY(settings.graphicalWarningAcknowledged);
+    seams.answers = {MessageAnswer::Cancel};
+    ui::AskSwitchModes(nullptr, settings, ProgramMode::Packet, ProgramMode::GraphicalPackets);
+    QCOMPARE(seams.messages.size(), 7);  // acknowledged: only the switch question
+  }
+
+  void relaunchStartsThisProgramInTheTargetMode() {
+    Seams seams;
+    QVERIFY(ui::Relaunch(ProgramMode::Statistical));
+    QCOMPARE(seams.launches[0], (QStringList{QCoreApplication::applicationFilePath(),
+                                             QStringLiteral("/NoInstall"), QStringLiteral("/Statistical_Mode")}));
+    seams.launchSucceeds = false;
+    QVERIFY(!ui::Relaunch(ProgramMode::Packet));
+    QVERIFY(!ui::Relaunch(ProgramMode::Decoder));  // the encoder is never switched to
+    QCOMPARE(seams.launches.size(), size_t{2});
+  }
+
+ private:
+  ui::StartupOutcome Run(const QString& commandLine) {
+    ProgramSettings settings;
+    return ui::PrepareStartup(commandLine.toStdString(), paths_, settings,
+                              [this](ProgramSettings& s, StartupDecision& d) {
+                                ++choiceCalls_;
+                                return ApplyModeChoice(choicePress_, false, true, s, d);
+                              });
+  }
+  void Install(const QString& path) {
+    QVERIFY(SaveInstallRecord(MakeInstallRecord(path.toStdString()), paths_.InstallRecordFile(), nullptr));
+  }
+
+  std::unique_ptr<QTemporaryDir> folder_;
+  ui::StartupPaths paths_;
+  int choiceCalls_ = 0;
+  ModeChoiceButton choicePress_ = ModeChoiceButton::Packet;
+};
+
+QTEST_MAIN(AppStartupTest)
+#include "app_startup_test.moc"

@@ -1,0 +1,305 @@
+// The mode-choice window on the offscreen platform: what each button does to the settings and
+// the decision, the blinking-warning question, Tools and Help, the ways out that count as Exit,
+// the outline mask, the drag handle and the logo link. Run with --screenshot PATH to also save
+// a picture of the window.
+#include <QApplication>
+#include <QCheckBox>
+#include <QDesktopServices>
+#include <QLabel>
+#include <QMenu>
+#include <QPainter>
+#include <QPushButton>
+#include <QtTest>
+#include <vector>
+
+// moc reads this file too, and cannot parse the text catalogue's generated enum.
+#ifndef Q_MOC_RUN
+#include "app/startup.hpp"
+#include "ui/app_startup.hpp"
+#include "ui/dialogs.hpp"
+#include "ui/mode_choice_window.hpp"
+#include "ui/qt_text.hpp"
+#endif
+
+using vormelt::ModeChoiceButton;
+using vormelt::ModeChoiceResult;
+using vormelt::ProgramSettings;
+using vormelt::StartupDecision;
+using vormelt::ui::MessageAnswer;
+using vormelt::ui::MessageRequest;
+using vormelt::ui::ModeChoiceWindow;
+
+namespace {
+
+// Answers every message box with `answer` and keeps what was asked.
+struct MessageLog {
+  std::vector<MessageRequest> asked;
+  MessageAnswer answer = MessageAnswer::Ok;
+
+  MessageLog() {
+    vormelt::ui::SetMessageHandler([this](const MessageRequest& request) {
+      asked.push_back(request);
+      return answer;
+    });
+  }
+  ~MessageLog() { vormelt::ui::SetMessageHandler({}); }
+};
+
+QString Catalogue(vormelt::Text key) {
+  return vormelt::ui::FromCrLf(vormelt::Tr(key, vormelt::ui::Language()));
+}
+
+// Records the addresses the desktop would open.
+class UrlCatcher : public QObject {
+  Q_OBJECT
+ public:
+  QList<QUrl> opened;
+ public slots:
+  void open(const QUrl& url) { opened << url; }
+};
+
+}  // namespace
+
+class ModeChoiceWindowTest : public QObject {
+  Q_OBJECT
+
+ private slots:
+  void init() {
+    vormelt::ui::SetLanguage(vormelt::UiLanguage::English);
+    settings_ = ProgramSettings{};
+    decision_ = StartupDecision{};
+  }
+
+  void modeButtonsSetTheRememberedModeAndTheCheckBoxDecidesTheNextStart_data() {
+    QTest::addColumn<int>("button");
+    QTest::addColumn<int>("mode");
+    QTest::addColumn<bool>("remember");
+    QTest::newRow("packet") << int(ModeChoiceButton::Packet) << 0 << false;
+    QTest::newRow("file, remembered") << int(ModeChoiceButton::File) << 1 << true;
+    QTest::newRow("statistical") << int(ModeChoiceButton::Statistical) << 3 << false;
+  }
+  void modeButtonsSetTheRememberedModeAndTheCheckBoxDecidesTheNextStart() {
+    QFETCH(int, button);
+    QFETCH(int, mode);
+    QFETCH(bool, remember);
+    settings_.rememberedMode = 2;
+    ModeChoiceWindow window(settings_, decision_);
+    window.show();
+    QVERIFY(!window.rememberBox()->isChecked());
+    if (remember) window.rememberBox()->click();
+    QTest::mouseClick(window.modeButton(static_cast<ModeChoiceButton>(button)), Qt::LeftButton);
+
+    QCOMPARE(window.choice(), ModeChoiceResult::Close);
+    QVERIFY(!window.isVisible());
+    QCOMPARE(settings_.rememberedMode, mode);
+    QCOMPARE(settings_.showModeChoiceAtStartup, !remember);
+    QVERIFY(!decision_.decoder);
+    QVERIFY(settings_.modeChoiceWindow.valid);  // where it stood is kept for next time
+  }
+
+  void graphicalModeAsksTheWarningFirstAndStaysOpenWhenDeclined() {
+    MessageLog log;
+    log.answer = MessageAnswer::No;
+    ModeChoiceWindow window(settings_, decision_);
+    window.show();
+    window.modeButton(ModeChoiceButton::GraphicalPackets)->click();
+
+    QCOMPARE(log.asked.size(), size_t{1});
+    QCOMPARE(log.asked[0].text, Catalogue(vormelt::Text::GraphicalWarning));
+    QCOMPARE(log.asked[0].caption, QStringLiteral("Hollowbright VORMELT"));
+    QCOMPARE(log.asked[0].buttons, vormelt::ui::MessageButtons::YesNo);
+    QVERIFY(window.isVisible());
+    QCOMPARE(window.choice(), ModeChoiceResult::Exit);
+    QCOMPARE(settings_.rememberedMode, 0);
+    QVERIFY(!settings_.graphicalWarningAcknowledged);
+
+    log.answer = MessageAnswer::Yes;
+    window.modeButton(ModeChoiceButton::GraphicalPackets)->click();
+    QCOMPARE(window.choice(), ModeChoiceResult::Close);
+    QCOMPARE(settings_.rememberedMode, 2);
+    QVERIFY(settings_.graphicalWarningAcknowledged);
+
+    // Once acknowledged, the next start goes straight on.
+    ModeChoiceWindow again(settings_, decision_);
+    again.show();
+    again.modeButton(ModeChoiceButton::GraphicalPackets)->click();
+    QCOMPARE(log.asked.size(), size_t{2});
+    QCOMPARE(again.choice(), ModeChoiceResult::Close);
+  }
+
+  void toolsMenuOpensBelowTheButtonAndChoosesTheEncoderWithoutTouchingTheMode() {
+    settings_.rememberedMode = 3;
+    ModeChoiceWindow window(settings_, decision_);
+    window.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&window));
+    window.rememberBox()->setChecked(true);
+    window.toolsButton()->click();
+    QMenu* menu = window.toolsMenu();
+    QTRY_VERIFY(menu->isVisible());
+    const QPoint below = window.toolsButton()->mapToGlobal(QPoint(0, window.toolsButton()->height()));
+    QCOMPARE(menu->pos(), below);
+    QCOMPARE(menu->actions().size(), 1);
+    QCOMPARE(menu->actions()[0]->text(), QStringLiteral("Base Encoder/Decoder"));
+
+    menu->actions()[0]->trigger();
+    QVERIFY(decision_.decoder);
+    QCOMPARE(window.choice(), ModeChoiceResult::Close);
+    QCOMPARE(settings_.rememberedMode, 3);
+    QVERIFY(settings_.showModeChoiceAtStartup);
+  }
+
+  void helpShowsTheModeDescriptions() {
+    MessageLog log;
+    ModeChoiceWindow window(settings_, decision_);
+    window.show();
+    window.helpButton()->click();
+    QCOMPARE(log.asked.size(), size_t{1});
+    QVERIFY(log.asked[0].text.startsWith(QStringLiteral(
+        "Packet Mode:\n  Packet Mode is for the reception of TCP/IP packets, this mode allows "
+        "you to view the contents of received packets.")));
+    QCOMPARE(log.asked[0].icon, vormelt::ui::MessageIcon::Information);
+    QVERIFY(window.isVisible());
+  }
+
+  void exitButtonCloseAndEscapeAllCountAsExit_data() {
+    QTest::addColumn<int>("way");
+    QTest::newRow("X Exit X") << 0;
+    QTest::newRow("closed by the desktop") << 1;
+    QTest::newRow("Escape") << 2;
+  }
+  void exitButtonCloseAndEscapeAllCountAsExit() {
+    QFETCH(int, way);
+    const ProgramSettings before = settings_;
+    ModeChoiceWindow window(settings_, decision_);
+    window.show();
+    QVERIFY(QTest::qWaitForWindowActive(&window));
+    if (way == 0) window.modeButton(ModeChoiceButton::Exit)->click();
+    if (way == 1) window.close();
+    if (way == 2) QTest::keyClick(&window, Qt::Key_Escape);
+    QVERIFY(!window.isVisible());
+    QCOMPARE(window.choice(), ModeChoiceResult::Exit);
+    QCOMPARE(settings_.rememberedMode, before.rememberedMode);
+    QCOMPARE(settings_.showModeChoiceAtStartup, before.showModeChoiceAtStartup);
+    QVERIFY(!decision_.AnyModeSwitch());
+  }
+
+  void looksAsDesigned() {
+    ModeChoiceWindow window(settings_, decision_);
+    QCOMPARE(window.windowTitle(), QStringLiteral("Hollowbright VORMELT Mode Choice"));
+    QVERIFY(window.windowFlags() & Qt::FramelessWindowHint);
+    QCOMPARE(window.palette().color(QPalette::Window).rgb() & 0xFFFFFF, 0x005000u);
+    QCOMPARE(window.palette().color(QPalette::WindowText).rgb() & 0xFFFFFF, 0xFFFFFFu);
+    QVERIFY(!window.logo()->pixmap().isNull());
+    QCOMPARE(window.logo()->cursor().shape(), Qt::PointingHandCursor);
+
+    // Only the top corners are round: the corner ellipse is 300 x 150 and the square part
+    // begins 100 pixels down.
+    const QRegion outline = window.mask();
+    const int w = window.width();
+    const int h = window.height();
+    QVERIFY(!outline.contains(QPoint(2, 2)));
+    QVERIFY(!outline.contains(QPoint(w - 3, 2)));
+    QVERIFY(!outline.contains(QPoint(10, 30)));  // still beyond the 150 x 75 corner curve
+    QVERIFY(outline.contains(QPoint(w / 2, 1)));
+    QVERIFY(outline.contains(QPoint(1, 101)));
+    QVERIFY(outline.contains(QPoint(w - 2, 101)));
+    QVERIFY(outline.contains(QPoint(1, h - 1)));
+    QVERIFY(outline.contains(QPoint(w - 1, h - 1)));
+  }
+
+  void titlePictureDragsTheWindowAndTheLogoDoesNot() {
+    ModeChoiceWindow window(settings_, decision_);
+    window.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&window));
+    QLabel* title = window.titlePicture();
+    const QPoint handle(20, title->height() - 10);  // beside the logo
+
+    QTest::mousePress(title, Qt::LeftButton, {}, handle);
+    QVERIFY(window.isDragging());
+    QTest::mouseRelease(title, Qt::LeftButton, {}, handle);
+    QVERIFY(!window.isDragging());
+
+    QTest::mousePress(title, Qt::LeftButton, {}, handle);
+    QVERIFY(window.isDragging());
+    QMouseEvent moveWithoutButton(QEvent::MouseMove, QPointF(handle + QPoint(5, 0)),
+                                  QPointF(title->mapToGlobal(handle + QPoint(5, 0))),
+                                  Qt::NoButton, Qt::NoButton, Qt::NoModifier);
+    QApplication::sendEvent(title, &moveWithoutButton);
+    QVERIFY(!window.isDragging());
+
+    QTest::mousePress(title, Qt::RightButton, {}, handle);
+    QVERIFY(!window.isDragging());
+    QTest::mouseRelease(title, Qt::RightButton, {}, handle);
+
+    QTest::mousePress(window.logo(), Qt::LeftButton, {}, QPoint(10, 10));
+    QVERIFY(!window.isDragging());
+    QTest::mouseRelease(window.logo(), Qt::LeftButton, {}, QPoint(10, 10));
+  }
+
+  void logoClickOpensTheMakersPage() {
+    UrlCatcher catcher;
+    QDesktopServices::setUrlHandler(QStringLiteral("https"), &catcher, "open");
+    ModeChoiceWindow window(settings_, decision_);
+    window.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&window));
+    QTest::mouseClick(window.logo(), Qt::LeftButton, {}, QPoint(40, 40));
+    QDesktopServices::unsetUrlHandler(QStringLiteral("https"));
+    QCOMPARE(catcher.opened.size(), 1);
+    QCOMPARE(catcher.opened[0], QUrl(QStringLiteral("https://hollowbright.example/vormelt")));
+    QVERIFY(window.isVisible());  // a visit to the web page is not a choice
+  }
+
+  void reopensWhereItWasLeft() {
+    ModeChoiceWindow first(settings_, decision_);
+    first.show();
+    first.move(first.pos() + QPoint(30, 20));
+    const QPoint left = first.pos();
+    first.modeButton(ModeChoiceButton::Packet)->click();
+    ModeChoiceWindow second(settings_, decision_);
+    QCOMPARE(second.pos(), left);
+  }
+
+ private:
+  ProgramSettings settings_;
+  StartupDecision decision_;
+};
+
+namespace {
+
+bool SaveScreenshot(const QString& path) {
+  ProgramSettings settings;
+  StartupDecision decision;
+  ModeChoiceWindow window(settings, decision);
+  window.show();
+  QTest::qWait(200);
+  // The grab ignores the mask; paint what lies outside it as the desktop would show it.
+  QPixmap picture = window.grab();
+  QPixmap framed(picture.size());
+  framed.fill(QColor(0x30, 0x30, 0x38));
+  QPainter painter(&framed);
+  painter.setClipRegion(window.mask());
+  painter.drawPixmap(0, 0, picture);
+  painter.end();
+  return framed.save(path);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  QApplication app(argc, argv);
+  QString screenshot;
+  std::vector<char*> testArgs;
+  for (int i = 0; i < argc; ++i) {
+    if (QByteArray(argv[i]) == "--screenshot" && i + 1 < argc) {
+      screenshot = QString::fromLocal8Bit(argv[++i]);
+    } else {
+      testArgs.push_back(argv[i]);
+    }
+  }
+  ModeChoiceWindowTest test;
+  int failures = QTest::qExec(&test, static_cast<int>(testArgs.size()), testArgs.data());
+  if (!screenshot.isEmpty() && !SaveScreenshot(screenshot)) ++failures;
+  return failures;
+}
+
+#include "mode_choice_window_test.moc"
