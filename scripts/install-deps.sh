@@ -7,7 +7,7 @@ packages=(
   # build
   build-essential g++ cmake ninja-build pkg-config python3
   # libraries
-  qt6-base-dev qt6-base-dev-tools qt6-tools-dev qt6-tools-dev-tools libqt6svg6
+  qt6-base-dev qt6-base-dev-tools qt6-tools-dev qt6-tools-dev-tools libqt6svg6 qt6-translations-l10n
   libgl-dev libpcap-dev nlohmann-json3-dev libsystemd-dev
   # tests and benchmarks
   libgtest-dev libgmock-dev googletest libbenchmark-dev

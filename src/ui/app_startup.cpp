@@ -266,6 +266,15 @@ QPalette DialogPalette(QColor background, QColor text) {
   palette.setColor(QPalette::AlternateBase, palette.color(QPalette::Base).darker(105));
   palette.setColor(QPalette::ToolTipBase, background);
   palette.setColor(QPalette::PlaceholderText, text.darker(140));
+  // setColor() above painted every colour group; greyed-out controls must still look greyed
+  // out, so the disabled group's texts sit halfway between text and background.
+  const QColor disabled = QColor((text.red() + background.red()) / 2,
+                                 (text.green() + background.green()) / 2,
+                                 (text.blue() + background.blue()) / 2);
+  for (const QPalette::ColorRole role : {QPalette::WindowText, QPalette::ButtonText,
+                                         QPalette::Text}) {
+    palette.setColor(QPalette::Disabled, role, disabled);
+  }
   return palette;
 }
 
