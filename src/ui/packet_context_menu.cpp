@@ -1,0 +1,67 @@
+// The row context menu: which items a record allows, the menu itself, and the reverse look-ups
+// it starts. Deleting is left to the caller, which owns the list.
+#include "ui/packet_context_menu.hpp"
+
+#include <QAction>
+#include <QMenu>
+#include <string>
+
+#include "packets/decoder.hpp"
+#include "packets/list_row.hpp"
+#include "packets/store.hpp"
+#include "ui/qt_text.hpp"
+#include "ui/reverse_resolver.hpp"
+
+namespace vormelt::ui {
+namespace {
+
+// The IPv4 protocol byte, counted from the start of the Ethernet header.
+constexpr std::uint32_t kIpProtocolFrameOffset = kEthernetHeaderLength + 9;
+
+// The address as the list shows it: IPv4 header addresses, or an ARP packet's protocol
+// addresses when they are Ethernet/IPv4 ones; empty otherwise (the look-up then fails).
+std::string AddressOf(const PacketStore& store, std::uint32_t storeIndex, bool source) {
+  const PacketRef packet = store.Get(static_cast<std::int32_t>(storeIndex));
+  ListTextBuffer buffer{};
+  return std::string(ListColumnText(packet, store.FilterTexts(static_cast<std::int32_t>(storeIndex)),
+                                    source ? ListColumn::SourceIp : ListColumn::DestinationIp, buffer));
+}
+
+}  // namespace
+
+PacketMenuState MenuStateFor(const PacketStore& store, std::uint32_t storeIndex) {
+  const PacketRef packet = store.Get(static_cast<std::int32_t>(storeIndex));
+  if (!packet.frame) return {};
+  const std::uint16_t etherType = packet.etherType();
+  PacketMenuState state;
+  state.reverseResolve = etherType == kEtherTypeIpv4 || etherType == kEtherTypeArp;
+  state.tcpOptions = etherType == kEtherTypeIpv4 &&
+                     packet.frame[kIpProtocolFrameOffset] == kProtocolTcp;
+  return state;
+}
+
+PacketMenuChoice ShowPacketContextMenu(QWidget* parent, const QPoint& globalPos,
+                                       const PacketStore& store, std::uint32_t storeIndex) {
+  const PacketMenuState state = MenuStateFor(store, storeIndex);
+  QMenu menu(parent);
+  menu.setObjectName(QStringLiteral("packetContextMenu"));
+  QAction* resolveSource = menu.addAction(T(Text::MenuReverseResolveSource));
+  QAction* resolveDestination = menu.addAction(T(Text::MenuReverseResolveDestination));
+  QMenu* tcpOptions = menu.addMenu(T(Text::MenuTcpSpecificOptions));
+  QAction* deletePacket = menu.addAction(T(Text::MenuDeletePacket));
+  resolveSource->setEnabled(state.reverseResolve);
+  resolveDestination->setEnabled(state.reverseResolve);
+  // The acknowledgement navigation commands are not in this submenu yet; an empty submenu that
+  // opens to nothing would only puzzle, so it stays greyed until it has something to offer.
+  tcpOptions->setEnabled(state.tcpOptions && !tcpOptions->isEmpty());
+
+  const QAction* chosen = menu.exec(globalPos);
+  if (chosen == deletePacket) return PacketMenuChoice::DeletePacket;
+  if (chosen == resolveSource || chosen == resolveDestination) {
+    // The address is read now: the row may be deleted or the list cleared while the look-up runs.
+    ReverseResolveAndShow(parent, AddressOf(store, storeIndex, chosen == resolveSource));
+  }
+  return PacketMenuChoice::None;
+}
+
+}  // namespace vormelt::ui

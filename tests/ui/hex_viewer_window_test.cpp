@@ -1,0 +1,193 @@
+// The Hex viewer on the offscreen platform: the three columns for short and odd ranges, hex
+// selections mirrored into the character column, field selections, the font fallback order,
+// scrolling in step and the remembered geometry.
+#include <QFontInfo>
+#include <QPlainTextEdit>
+#include <QScrollBar>
+#include <QSet>
+#include <QTextCursor>
+#include <QtTest>
+#include <cstdint>
+#include <vector>
+
+#ifndef Q_MOC_RUN
+#include "common/settings.hpp"
+#include "ui/hex_viewer_window.hpp"
+#endif
+
+using vormelt::WindowState;
+using vormelt::ui::HexViewerWindow;
+
+namespace {
+
+std::vector<std::uint8_t> Sequence(std::size_t count, std::uint8_t first) {
+  std::vector<std::uint8_t> bytes(count);
+  for (std::size_t i = 0; i < count; ++i) bytes[i] = static_cast<std::uint8_t>(first + i);
+  return bytes;
+}
+
+// Selects [anchor, position) in Qt positions, the way a mouse drag leaves it.
+void Drag(QPlainTextEdit& box, int anchor, int position) {
+  QTextCursor cursor(box.document());
+  cursor.setPosition(anchor);
+  cursor.setPosition(position, QTextCursor::KeepAnchor);
+  box.setTextCursor(cursor);
+}
+
+QPair<int, int> Selection(const QPlainTextEdit& box) {
+  const QTextCursor cursor = box.textCursor();
+  return {cursor.selectionStart(), cursor.selectionEnd()};
+}
+
+vormelt::ui::FontInstalled Only(QSet<QString> families) {
+  return [families](const QString& family) { return families.contains(family); };
+}
+
+}  // namespace
+
+class HexViewerWindowTest : public QObject {
+  Q_OBJECT
+
+ private slots:
+  void columnsShowOffsetsHexAndCharacters() {
+    HexViewerWindow viewer;
+    viewer.showBytes(Sequence(16, 'A'));
+    // Exactly one line each: no break after the last line.
+    QCOMPARE(viewer.offsetsBox().toPlainText(), QStringLiteral("00000000"));
+    QCOMPARE(viewer.hexBox().toPlainText(),
+             QStringLiteral("41 42 43 44 45 46 47 48 49 4A 4B 4C 4D 4E 4F 50"));
+    QCOMPARE(viewer.charactersBox().toPlainText(), QStringLiteral("ABCDEFGHIJKLMNOP"));
+
+    viewer.showBytes(Sequence(17, 'a'));
+    QCOMPARE(viewer.offsetsBox().toPlainText(), QStringLiteral("00000000\n00000010"));
+    QCOMPARE(viewer.charactersBox().toPlainText(), QStringLiteral("abcdefghijklmnop\nq"));
+    QVERIFY(viewer.hexBox().toPlainText().endsWith(QStringLiteral("70\n71 ")));
+  }
+
+  void everyByteIsOneCharacter() {
+    // C3 A9 is valid UTF-8 for one character; read that way it would shift every later
+    // character and break the mirrored selections. 0x81 is one of the bytes shown as '.'.
+    // 0x80 and 0x9C are single-byte text characters, not controls to draw as boxes.
+    const std::vector<std::uint8_t> bytes = {0xC3, 0xA9, 0x81, 0xE9, 0x00, 0x0D, 0x0A, 'z', 0x80, 0x9C};
+    HexViewerWindow viewer;
+    viewer.showBytes(bytes);
+    const QString characters = viewer.charactersBox().toPlainText();
+    QCOMPARE(characters.size(), 10);
+    QCOMPARE(characters.mid(2), QStringLiteral(".\u00E9...z\u20AC\u0153"));
+    QCOMPARE(characters.at(0), QChar(0xC3));
+  }
+
+  void anEmptyRangeLeavesTheColumnsAsTheyWere() {
+    HexViewerWindow viewer;
+    viewer.showBytes(Sequence(20, 0x30));
+    const QString hex = viewer.hexBox().toPlainText();
+    viewer.showBytes({});
+    QCOMPARE(viewer.hexBox().toPlainText(), hex);
+    QCOMPARE(viewer.offsetsBox().toPlainText(), QStringLiteral("00000000\n00000010"));
+    viewer.clearBytes();
+    QVERIFY(viewer.hexBox().toPlainText().isEmpty());
+    QVERIFY(viewer.charactersBox().toPlainText().isEmpty());
+  }
+
+  void hexSelectionsAreMirroredIntoTheCharacters() {
+    HexViewerWindow viewer;
+    viewer.showBytes(Sequence(40, 0x40));
+    QPlainTextEdit& hex = viewer.hexBox();
+    QPlainTextEdit& characters = viewer.charactersBox();
+    // The second value of the second line is byte 17: Qt positions 51..53 in the hex column
+    // (48 characters per line there), character 18 in Qt terms, 19 counted over CR LF.
+    Drag(hex, 51, 53);
+    QCOMPARE(hex.textCursor().selectedText(), QStringLiteral("51"));
+    QCOMPARE(Selection(characters), qMakePair(18, 19));
+    QCOMPARE(characters.textCursor().selectedText(), QStringLiteral("Q"));
+
+    // Dragged backwards, the same.
+    Drag(hex, 53, 51);
+    QCOMPARE(Selection(characters), qMakePair(18, 19));
+
+    // Across a line end: from byte 14 to the start of byte 18.
+    Drag(hex, 42, 54);
+    QCOMPARE(Selection(characters), qMakePair(14, 19));
+    QCOMPARE(characters.textCursor().selectedText(), QStringLiteral("NO\u2029PQ"));
+
+    // A plain click is one character; a click at the very start clears the mirror.
+    Drag(hex, 100, 100);  // line 2, column 4: byte 33
+    QCOMPARE(Selection(characters), qMakePair(35, 36));
+    Drag(hex, 0, 0);
+    QVERIFY(!characters.textCursor().hasSelection());
+  }
+
+  void fieldSelectionsSelectInBothColumns() {
+    HexViewerWindow viewer;
+    viewer.showBytes(Sequence(40, 0x40));
+    // Byte 22 and 23 in CR LF positions of the hex text: line 1 starts at 49, value 6 at 67.
+    viewer.selectHexRange(67, 72);
+    QCOMPARE(viewer.hexBox().textCursor().selectedText(), QStringLiteral("56 57"));
+    QCOMPARE(viewer.charactersBox().textCursor().selectionStart(), 16 + 1 + 6);
+    QVERIFY(viewer.charactersBox().textCursor().selectedText().startsWith(QLatin1Char('V')));
+    // A range past the end stays inside the text.
+    viewer.selectHexRange(110, 400);
+    QCOMPARE(viewer.hexBox().textCursor().selectionEnd(), viewer.hexBox().toPlainText().size());
+  }
+
+  void fontFallsBackInOrder() {
+    using vormelt::ui::FixedFontFamily;
+    QCOMPARE(FixedFontFamily(Only({"Courier New", "Lucida Console", "Terminal"})), QStringLiteral("Courier New"));
+    QCOMPARE(FixedFontFamily(Only({"Lucida Console", "Terminal"})), QStringLiteral("Lucida Console"));
+    QCOMPARE(FixedFontFamily(Only({"Terminal"})), QStringLiteral("Terminal"));
+    const QString last = FixedFontFamily(Only({}));
+    QVERIFY(!last.isEmpty());
+    QVERIFY(QFontInfo(QFont(last)).fixedPitch());
+
+    HexViewerWindow viewer(nullptr, Only({}));
+    QCOMPARE(viewer.hexBox().font().family(), last);
+    QCOMPARE(viewer.hexBox().font().pointSize(), HexViewerWindow::kFontPointSize);
+    QCOMPARE(viewer.charactersBox().font(), viewer.offsetsBox().font());
+  }
+
+  void fontCheckSeesThroughSubstitutes() {
+    // The matcher substitutes a real font for any name; a made-up one is not "installed".
+    QVERIFY(!vormelt::ui::IsFontFamilyInstalled(QStringLiteral("No Such Font Family 4711")));
+    const QString real = QFontInfo(QFont(QStringLiteral("monospace"))).family();
+    QVERIFY(vormelt::ui::IsFontFamilyInstalled(real));
+  }
+
+  void columnsScrollInStep() {
+    HexViewerWindow viewer;
+    viewer.resize(viewer.width(), 150);
+    viewer.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&viewer));
+    viewer.showBytes(Sequence(4000, 0));
+    QScrollBar* offsets = viewer.offsetsBox().verticalScrollBar();
+    QScrollBar* hex = viewer.hexBox().verticalScrollBar();
+    QScrollBar* characters = viewer.charactersBox().verticalScrollBar();
+    QVERIFY(characters->maximum() > 100);
+
+    hex->setValue(40);
+    QCOMPARE(offsets->value(), 40);
+    QCOMPARE(characters->value(), 40);
+    characters->setValue(7);
+    QCOMPARE(offsets->value(), 7);
+    QCOMPARE(hex->value(), 7);
+    QCOMPARE(viewer.offsetsBox().cursorForPosition(QPoint(2, 2)).blockNumber(),
+             viewer.charactersBox().cursorForPosition(QPoint(2, 2)).blockNumber());
+  }
+
+  void geometryRoundTrips() {
+    HexViewerWindow viewer;
+    viewer.restoreState(WindowState{true, 120, 80, 640, 360, false, false});
+    const WindowState saved = viewer.savedState();
+    QVERIFY(saved.valid);
+    QCOMPARE(saved.width, 640);
+    QCOMPARE(saved.height, 360);
+    QCOMPARE(saved.x, 120);
+    QCOMPARE(saved.y, 80);
+    // A state never saved changes nothing.
+    viewer.restoreState(WindowState{});
+    QCOMPARE(viewer.savedState().width, 640);
+  }
+};
+
+QTEST_MAIN(HexViewerWindowTest)
+
+#include "hex_viewer_window_test.moc"

@@ -1,0 +1,444 @@
+// The detail pane over a real store on the offscreen platform: texts and visible groups per
+// packet kind, TCP flags, field clicks selecting bytes in the dump and the Hex viewer at every
+// level, the dump box choice, the vendor message, unreadable records, the row menu's rules and
+// the reverse look-ups. Run with --screenshot DIR to also save pictures of pane and viewer.
+#include <QCheckBox>
+#include <QComboBox>
+#include <QDir>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPlainTextEdit>
+#include <QRadioButton>
+#include <QSignalSpy>
+#include <QTextCursor>
+#include <QThread>
+#include <QtTest>
+#include <algorithm>
+#include <optional>
+#include <vector>
+
+#ifndef Q_MOC_RUN
+#include "common/settings.hpp"
+#include "packets/decoder.hpp"
+#include "packets/names.hpp"
+#include "packets/store.hpp"
+#include "support/frames.hpp"
+#include "ui/dialogs.hpp"
+#include "ui/hex_viewer_window.hpp"
+#include "ui/packet_context_menu.hpp"
+#include "ui/packet_details_pane.hpp"
+#include "ui/qt_text.hpp"
+#include "ui/reverse_resolver.hpp"
+#endif
+
+using namespace vormelt;
+using namespace vormelt::test;
+using vormelt::ui::PacketDetailsPane;
+
+namespace {
+
+const Mac kVmwareMac{0x00, 0x0C, 0x29, 0x12, 0x34, 0x56};
+const Mac kOtherMac{0xAA, 0xBB, 0xCC, 0xDD, 0xEE, 0xFF};
+
+// A pane over its own store; the pane is shown so clicks and visibility behave as on screen.
+struct Bench {
+  explicit Bench(ProgramSettings initial = {}) : settings(initial) {
+    pane.resize(1100, 420);
+    pane.show();
+  }
+  std::uint32_t Add(const Bytes& frame, InterfaceKind kind = InterfaceKind::PacketDriver) {
+    if (store.Insert(frame, kind) != InsertOutcome::Stored) qFatal("the store refused a frame");
+    return static_cast<std::uint32_t>(store.ItemCount() - 1);
+  }
+  template <typename Widget = QLineEdit>
+  Widget& Child(const char* name) const {
+    auto* child = pane.findChild<Widget*>(QString::fromLatin1(name));
+    if (!child) qFatal("the pane has no %s", name);
+    return *child;
+  }
+  QString Value(const char* name) const { return Child(name).text(); }
+  bool Shown(const char* name) const { return Child<QWidget>(name).isVisibleTo(&pane); }
+  QPlainTextEdit& Dump() const {
+    return Child<QPlainTextEdit>(settings.packetMode.wrapDump ? "wrappedDump" : "scrollingDump");
+  }
+  QString Selected() const { return Dump().textCursor().selectedText(); }
+  void Click(const char* name) const { QTest::mouseClick(&Child<QWidget>(name), Qt::LeftButton); }
+
+  PacketStore store{256};
+  ProgramSettings settings;
+  PacketDetailsPane pane{store, settings};
+};
+
+Bytes Tcp(std::uint8_t flags, Bytes ipOptions = {}, std::string_view payload = {}) {
+  Ipv4Header ip;
+  ip.options = std::move(ipOptions);
+  TcpHeader tcp;
+  tcp.flags = flags;
+  tcp.sequence = 1000;
+  tcp.acknowledgement = 2000;
+  tcp.window = 0x1234;
+  return EthernetFrame(kOtherMac, kVmwareMac, kEtherTypeIpv4, TcpPacket(ip, tcp, ToBytes(payload)));
+}
+
+Bytes Icmp(std::uint8_t type, std::uint8_t code) {
+  return EthernetFrame(kOtherMac, kVmwareMac, kEtherTypeIpv4, IcmpPacket({}, type, code, ToBytes("ping")));
+}
+
+Bytes Arp() { return EthernetFrame(kOtherMac, kVmwareMac, kEtherTypeArp, ArpPacket({})); }
+
+Bytes Other(std::uint16_t etherType) { return EthernetFrame(kOtherMac, kVmwareMac, etherType, Bytes(40, 0x11)); }
+
+// Records every message instead of showing it and answers with `answer`.
+struct MessageLog {
+  explicit MessageLog(ui::MessageAnswer answer = ui::MessageAnswer::Ok) {
+    ui::SetMessageHandler([this, answer](const ui::MessageRequest& request) {
+      requests.push_back(request);
+      return answer;
+    });
+  }
+  ~MessageLog() { ui::SetMessageHandler({}); }
+  std::vector<ui::MessageRequest> requests;
+};
+
+}  // namespace
+
+class PacketDetailsPaneTest : public QObject {
+  Q_OBJECT
+
+ private slots:
+  void tcpPacketShowsItsFieldsAndFlags() {
+    Bench b;
+    const Bytes frame = Tcp(kAck | kSyn);
+    b.pane.showPacket(b.Add(frame));
+    QCOMPARE(b.Value("sourceMac"), QStringLiteral("00:0C:29:12:34:56"));
+    QCOMPARE(b.Value("destinationMac"), QStringLiteral("AA:BB:CC:DD:EE:FF"));
+    QCOMPARE(b.Value("sourceIp"), QStringLiteral("10.0.0.1"));
+    QCOMPARE(b.Value("destinationIp"), QStringLiteral("10.0.0.2"));
+    QCOMPARE(b.Value("packetSize"), QString::number(frame.size()));
+    QVERIFY(b.Value("etherType").startsWith(QStringLiteral("0x800 - ")));
+    QCOMPARE(b.Value("packetType").trimmed(), QStringLiteral("TCP"));
+    QCOMPARE(b.Value("protocolNumber"), QStringLiteral("6"));
+    QCOMPARE(b.Value("ttl"), QStringLiteral("64"));
+    QCOMPARE(b.Value("sourcePort"), QStringLiteral("40000"));
+    QCOMPARE(b.Value("destinationPort"), QStringLiteral("80"));
+    QCOMPARE(b.Value("destinationPortName"), QString::fromLatin1(names::PortName(names::PortProtocol::Tcp, 80)));
+    QCOMPARE(b.Value("sequence"), QStringLiteral("1000"));
+    QCOMPARE(b.Value("acknowledgement"), QStringLiteral("2000"));
+    QCOMPARE(b.Value("window"), QStringLiteral("4660"));
+
+    QVERIFY(b.Shown("tcpGroup"));
+    QVERIFY(b.Shown("sourcePort"));
+    QVERIFY(!b.Shown("icmpGroup"));
+    QVERIFY(!b.Shown("arpOperation"));
+    const auto flagsShown = [&b] {
+      QString shown;
+      for (const char* flag : {"flagUrg", "flagAck", "flagPsh", "flagRst", "flagSyn", "flagFin"}) {
+        if (b.Shown(flag)) shown += b.Child<QLabel>(flag).text() + QLatin1Char(' ');
+      }
+      return shown.trimmed();
+    };
+    QCOMPARE(flagsShown(), QStringLiteral("ACK SYN"));
+    // The reserved high bits pass for URG and let every lower flag but FIN show.
+    b.pane.showPacket(b.Add(Tcp(0x52)));
+    QCOMPARE(flagsShown(), QStringLiteral("URG ACK PSH RST SYN"));
+    b.pane.showPacket(b.Add(Tcp(kFin)));
+    QCOMPARE(flagsShown(), QStringLiteral("FIN"));
+  }
+
+  void udpAndIcmpChangeTheTransportGroups() {
+    Bench b;
+    b.pane.showPacket(b.Add(EthernetFrame(kOtherMac, kVmwareMac, kEtherTypeIpv4,
+                                          UdpPacket({}, 5353, 53, ToBytes("q")))));
+    QCOMPARE(b.Value("sourcePort"), QStringLiteral("5353"));
+    QVERIFY(b.Shown("sourcePortName"));
+    QVERIFY(!b.Shown("tcpGroup"));
+    QVERIFY(!b.Shown("icmpGroup"));
+
+    b.pane.showPacket(b.Add(Icmp(3, 13)));
+    QVERIFY(b.Shown("icmpGroup"));
+    QVERIFY(!b.Shown("sourcePort"));
+    QVERIFY(!b.Shown("tcpGroup"));
+    QCOMPARE(b.Value("icmpType"), QStringLiteral("3 - Destination unreachable"));
+    QCOMPARE(b.Value("icmpCode"), QStringLiteral("13 - Communication administratively prohibited by filtering"));
+    b.pane.showPacket(b.Add(Icmp(3, 16)));
+    QCOMPARE(b.Value("icmpCode"), QStringLiteral("16 - Unknown"));
+    b.pane.showPacket(b.Add(Icmp(8, 0)));
+    QCOMPARE(b.Value("icmpCode"), QStringLiteral("0 - Null"));
+  }
+
+  void arpAndOtherEtherTypesShowTheirOwnFields() {
+    Bench b;
+    b.pane.showPacket(b.Add(Icmp(8, 0)));
+    b.pane.showPacket(b.Add(Arp()));
+    QVERIFY(b.Shown("arpOperation"));
+    QVERIFY(b.Shown("arpHardwareLength"));
+    QVERIFY(!b.Shown("packetType"));
+    QVERIFY(!b.Shown("ttl"));
+    QVERIFY(b.Shown("sourceIp"));
+    QCOMPARE(b.Value("sourceIp"), QStringLiteral("192.168.1.10"));
+    QCOMPARE(b.Value("destinationIp"), QStringLiteral("192.168.1.1"));
+    QCOMPARE(b.Value("arpHardwareType"), QStringLiteral("0x0001 - Ethernet"));
+    QCOMPARE(b.Value("arpOperation"), QStringLiteral("0x0001 - Request"));
+    QCOMPARE(b.Value("arpHardwareLength"), QStringLiteral("0x06"));
+    // Transport groups follow IPv4 packets only: the ICMP group stays from the ping.
+    QVERIFY(b.Shown("icmpGroup"));
+
+    b.pane.showPacket(b.Add(Other(0x86DD)));
+    QCOMPARE(b.Value("etherType"), QStringLiteral("0x86DD - IP version 6"));
+    QVERIFY(!b.Shown("sourceIp"));
+    QVERIFY(!b.Shown("arpOperation"));
+    QCOMPARE(b.Value("sourceIp"), QStringLiteral("192.168.1.10"));  // kept, only hidden
+    b.pane.showPacket(b.Add(Other(0xFFFF)));
+    QCOMPARE(b.Value("etherType"), QStringLiteral("0xFFFF - Unknown"));
+
+    b.pane.showPacket(b.Add(Tcp(kAck)));
+    QVERIFY(b.Shown("sourceIp"));
+    QVERIFY(b.Shown("tcpGroup"));
+    QVERIFY(!b.Shown("icmpGroup"));
+    QCOMPARE(b.Value("sourceIp"), QStringLiteral("10.0.0.1"));
+  }
+
+  void clickingAFieldSelectsItsBytesAtEveryLevelAndForm() {
+    Bench b;
+    b.pane.showPacket(b.Add(Tcp(kAck)));
+    b.pane.openHexViewer();
+    ui::HexViewerWindow* viewer = b.pane.hexViewer();
+    QVERIFY(viewer && viewer->isVisible());
+
+    // Datalink, Hex: the TTL is frame byte 22, the seventh value of the second line.
+    b.Click("ttl");
+    QCOMPARE(b.Selected(), QStringLiteral("40"));
+    QCOMPARE(b.Dump().textCursor().selectionStart(), 48 + 18);
+    QCOMPARE(viewer->hexBox().textCursor().selectedText(), QStringLiteral("40"));
+    QCOMPARE(viewer->charactersBox().textCursor().selectedText(), QStringLiteral("@"));
+    b.Click("sourceIp");
+    QCOMPARE(b.Selected(), QStringLiteral("0A 00 00 01"));
+    b.Click("ttl");
+
+    // The selection follows the form and level the user picks next.
+    b.Child<QRadioButton>("dumpDec").click();
+    QCOMPARE(b.Selected(), QStringLiteral(" 64"));
+    QCOMPARE(b.Dump().textCursor().selectionStart(), 2 * 40 + 2 * 4);
+    b.Child<QComboBox>("dataLevel").setCurrentIndex(static_cast<int>(DataLevel::Network));
+    QCOMPARE(b.Selected(), QStringLiteral(" 64"));
+    QCOMPARE(b.Dump().textCursor().selectionStart(), 8 * 4);
+    QCOMPARE(viewer->hexBox().toPlainText().left(3), QStringLiteral("45 "));
+    QCOMPARE(viewer->hexBox().textCursor().selectedText(), QStringLiteral("40"));
+    b.Click("sourceIp");
+    QCOMPARE(b.Selected(), QStringLiteral(" 10   0   0   1"));
+    QCOMPARE(b.Dump().textCursor().selectionStart(), 40 + 2 * 4);
+
+    // Fields before the dump's first byte select from its start; Text form selects nothing.
+    b.Click("sourceMac");
+    QCOMPARE(b.Dump().textCursor().selectionStart(), 0);
+    b.Child<QRadioButton>("dumpText").click();
+    b.Click("ttl");
+    QVERIFY(!b.Dump().textCursor().hasSelection());
+    QCOMPARE(b.settings.packetMode.dumpForm, static_cast<int>(DumpForm::Text));
+    QCOMPARE(b.settings.packetMode.dataLevel, static_cast<int>(DataLevel::Network));
+  }
+
+  void ipOptionsMoveTheTransportFieldsAndLevels() {
+    Bench b;
+    // IHL 6: four option bytes push every transport field and level start along.
+    b.pane.showPacket(b.Add(Tcp(kAck | kPsh, Bytes{1, 1, 1, 1}, "HELLO")));
+    QCOMPARE(b.Value("sourcePort"), QStringLiteral("40000"));
+    QCOMPARE(b.Value("window"), QStringLiteral("4660"));
+    b.Click("sourcePort");
+    QCOMPARE(b.Selected(), QStringLiteral("9C 40"));
+    QCOMPARE(b.Dump().textCursor().selectionStart(), 2 * 48 + 6 * 3);  // frame byte 38
+
+    auto& level = b.Child<QComboBox>("dataLevel");
+    level.setCurrentIndex(static_cast<int>(DataLevel::Presentation));
+    QCOMPARE(b.Dump().toPlainText(), QStringLiteral("48 45 4C 4C 4F "));
+    level.setCurrentIndex(static_cast<int>(DataLevel::Transport));
+    QVERIFY(b.Dump().toPlainText().startsWith(QStringLiteral("9C 40 00 50 ")));
+    b.Click("sequence");
+    QCOMPARE(b.Selected(), QStringLiteral("00 00 03 E8"));
+    QCOMPARE(b.Dump().textCursor().selectionStart(), 4 * 3);
+    level.setCurrentIndex(static_cast<int>(DataLevel::Datalink));
+    b.Click("window");
+    QCOMPARE(b.Selected(), QStringLiteral("12 34"));
+    QCOMPARE(b.Dump().textCursor().selectionStart(), 3 * 48 + 4 * 3);  // frame byte 52
+  }
+
+  void wrapChoiceFillsOneBoxAndEmptiesTheOther() {
+    ProgramSettings initial;
+    initial.packetMode.wrapDump = false;
+    Bench b(initial);
+    b.pane.showPacket(b.Add(Tcp(kAck)));
+    auto& wrapped = b.Child<QPlainTextEdit>("wrappedDump");
+    auto& scrolling = b.Child<QPlainTextEdit>("scrollingDump");
+    QVERIFY(!b.Child<QCheckBox>("wrapDump").isChecked());
+    QVERIFY(scrolling.isVisibleTo(&b.pane) && !wrapped.isVisibleTo(&b.pane));
+    QVERIFY(scrolling.toPlainText().startsWith(QStringLiteral("AA BB CC DD EE FF 00 0C 29")));
+    QVERIFY(wrapped.toPlainText().isEmpty());
+
+    b.Child<QCheckBox>("wrapDump").click();
+    QVERIFY(b.settings.packetMode.wrapDump);
+    QVERIFY(wrapped.isVisibleTo(&b.pane) && !scrolling.isVisibleTo(&b.pane));
+    QVERIFY(wrapped.toPlainText().startsWith(QStringLiteral("AA BB CC DD EE FF 00 0C 29")));
+    QVERIFY(scrolling.toPlainText().isEmpty());
+
+    b.pane.clearDetails();
+    QVERIFY(wrapped.toPlainText().isEmpty());
+    QVERIFY(b.Value("ttl").isEmpty());
+  }
+
+  void macLabelsNameTheVendor() {
+    Bench b;
+    MessageLog log;
+    b.pane.showPacket(b.Add(Tcp(kAck)));
+    b.Click("sourceMacLabel");
+    QCOMPARE(log.requests.size(), std::size_t{1});
+    QCOMPARE(log.requests[0].caption, QStringLiteral("Vendor name"));
+    const char* vendor = names::VendorName(0x000C29);
+    QVERIFY(vendor);
+    QCOMPARE(log.requests[0].text, QStringLiteral("MAC:\n    00:0C:29:12:34:56\n\nVendor:\n    ") +
+                                       QString::fromUtf8(vendor));
+    b.Click("destinationMacLabel");
+    QVERIFY(log.requests[1].text.contains(QStringLiteral("AA:BB:CC:DD:EE:FF")));
+
+    // Raw Sockets rows carry no MAC addresses: nothing to look up, no message.
+    b.pane.showPacket(b.Add(RawSocketsFrame(TcpPacket({}, {}, {})), InterfaceKind::RawSockets));
+    b.Click("sourceMacLabel");
+    QCOMPARE(log.requests.size(), std::size_t{2});
+  }
+
+  void unreadableRecordsOfferToDeleteTheRow() {
+    Bench b;
+    const std::uint32_t shown = b.Add(Tcp(kAck));
+    const std::uint32_t gone = b.Add(Tcp(kSyn));
+    b.pane.showPacket(shown);
+    QVERIFY(b.store.Delete(static_cast<std::int32_t>(gone)));
+    QSignalSpy deleteRequests(&b.pane, &PacketDetailsPane::deleteRowRequested);
+    {
+      MessageLog no(ui::MessageAnswer::No);
+      b.pane.showPacket(gone);
+      QCOMPARE(no.requests.size(), std::size_t{1});
+      QCOMPARE(no.requests[0].caption, QStringLiteral("Delete invalid packet?"));
+      QCOMPARE(no.requests[0].icon, ui::MessageIcon::Question);
+      QCOMPARE(no.requests[0].buttons, ui::MessageButtons::YesNo);
+      QVERIFY(no.requests[0].text.contains(QStringLiteral("invalid packet data")));
+    }
+    QCOMPARE(b.Dump().toPlainText(), QStringLiteral("Invalid packet data!"));
+    QVERIFY(b.Value("ttl").isEmpty());
+    QVERIFY(b.Value("sourceIp").isEmpty());
+    QTest::qWait(20);
+    QCOMPARE(deleteRequests.count(), 0);
+
+    MessageLog yes(ui::MessageAnswer::Yes);
+    b.pane.showPacket(gone);
+    QTRY_COMPARE(deleteRequests.count(), 1);
+    QCOMPARE(deleteRequests.at(0).at(0).value<std::uint32_t>(), gone);
+  }
+
+  void hexViewerFollowsThePaneAndReopens() {
+    ProgramSettings initial;
+    initial.packetMode.hexViewerOpen = true;
+    initial.packetMode.hexViewer = WindowState{true, 40, 50, 600, 250, false, false};
+    Bench b(initial);
+    QVERIFY(b.pane.hexViewer() && b.pane.hexViewer()->isVisible());
+    QCOMPARE(b.pane.hexViewer()->savedState().width, 600);
+    b.pane.showPacket(b.Add(Tcp(kAck, {}, "HELLO")));
+    QVERIFY(b.pane.hexViewer()->hexBox().toPlainText().startsWith(QStringLiteral("AA BB CC")));
+    b.Child<QComboBox>("dataLevel").setCurrentIndex(static_cast<int>(DataLevel::Presentation));
+    QCOMPARE(b.pane.hexViewer()->charactersBox().toPlainText(), QStringLiteral("HELLO"));
+    // Nothing left at the level: the viewer keeps what it showed.
+    b.pane.showPacket(b.Add(Tcp(kAck)));
+    QCOMPARE(b.pane.hexViewer()->charactersBox().toPlainText(), QStringLiteral("HELLO"));
+
+    b.pane.saveState();
+    QVERIFY(b.settings.packetMode.hexViewerOpen);
+    QCOMPARE(b.settings.packetMode.dataLevel, static_cast<int>(DataLevel::Presentation));
+    b.pane.hexViewer()->close();
+    b.pane.saveState();
+    QVERIFY(!b.settings.packetMode.hexViewerOpen);
+  }
+
+  void rowMenuItemsFollowTheRecord() {
+    Bench b;
+    const auto state = [&b](std::uint32_t index) {
+      const ui::PacketMenuState s = ui::MenuStateFor(b.store, index);
+      return qMakePair(s.reverseResolve, s.tcpOptions);
+    };
+    QCOMPARE(state(b.Add(Tcp(kAck))), qMakePair(true, true));
+    QCOMPARE(state(b.Add(RawSocketsFrame(UdpPacket({}, 1, 2, {})), InterfaceKind::RawSockets)),
+             qMakePair(true, false));
+    QCOMPARE(state(b.Add(Icmp(8, 0))), qMakePair(true, false));
+    QCOMPARE(state(b.Add(Arp())), qMakePair(true, false));
+    QCOMPARE(state(b.Add(Other(0x86DD))), qMakePair(false, false));
+    const std::uint32_t gone = b.Add(Tcp(kAck));
+    b.store.Delete(static_cast<std::int32_t>(gone));
+    QCOMPARE(state(gone), qMakePair(false, false));
+    QCOMPARE(state(9999), qMakePair(false, false));
+  }
+
+  void reverseLookupsAnswerOnTheWindowThread() {
+    QThread* lookupThread = nullptr;
+    ui::ReverseResolver resolver(
+        [&lookupThread](const std::string& address) -> std::optional<std::string> {
+          lookupThread = QThread::currentThread();
+          if (address == "192.0.2.7") return "host.example";
+          return std::nullopt;
+        },
+        nullptr);
+    std::vector<std::optional<std::string>> answers;
+    QThread* answerThread = nullptr;
+    const auto record = [&](std::optional<std::string> name) {
+      answerThread = QThread::currentThread();
+      answers.push_back(std::move(name));
+    };
+    resolver.resolve("192.0.2.7", record);
+    resolver.resolve("192.0.2.8", record);
+    QTRY_COMPARE(answers.size(), std::size_t{2});
+    QCOMPARE(resolver.pending(), 0);
+    QVERIFY(lookupThread != QThread::currentThread());
+    QCOMPARE(answerThread, QThread::currentThread());
+    QVERIFY(std::count(answers.begin(), answers.end(), std::optional<std::string>("host.example")) == 1);
+    QVERIFY(std::count(answers.begin(), answers.end(), std::nullopt) == 1);
+
+    // What the menu shows when an address has no name (an ARP row without addresses).
+    MessageLog log;
+    QWidget window;
+    ui::ReverseResolveAndShow(&window, "");
+    QTRY_COMPARE(log.requests.size(), std::size_t{1});
+    QCOMPARE(log.requests[0].text, QStringLiteral("Unable to reverse resolve address."));
+  }
+};
+
+namespace {
+
+// Pictures of the pane with a TCP packet, its sequence number selected, and the Hex viewer.
+bool SaveScreenshots(const QString& folder) {
+  Bench b;
+  b.pane.resize(1180, 330);
+  b.pane.showPacket(b.Add(Tcp(kAck | kPsh, {}, "GET /index.html HTTP/1.1\r\nHost: example.org\r\n\r\n")));
+  b.pane.openHexViewer();
+  b.Click("sequence");
+  QTest::qWait(200);
+  const QDir dir(folder);
+  return b.pane.grab().save(dir.filePath(QStringLiteral("details_pane.png"))) &&
+         b.pane.hexViewer()->grab().save(dir.filePath(QStringLiteral("hex_viewer.png")));
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  QApplication app(argc, argv);
+  QString screenshots;
+  std::vector<char*> testArgs;
+  for (int i = 0; i < argc; ++i) {
+    if (QByteArray(argv[i]) == "--screenshot" && i + 1 < argc) {
+      screenshots = QString::fromLocal8Bit(argv[++i]);
+    } else {
+      testArgs.push_back(argv[i]);
+    }
+  }
+  PacketDetailsPaneTest test;
+  int failures = QTest::qExec(&test, static_cast<int>(testArgs.size()), testArgs.data());
+  if (!screenshots.isEmpty() && !SaveScreenshots(screenshots)) ++failures;
+  return failures;
+}
+
+#include "packet_details_pane_test.moc"
