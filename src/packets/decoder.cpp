@@ -348,10 +348,17 @@ std::int32_t HexViewerCharPosition(std::int32_t byteIndex) {
 
 std::optional<TextSelection> MirrorHexSelection(TextSelection hex) {
   if (hex.start == 0 && hex.end == 0) return std::nullopt;
-  std::int32_t start = HexViewerCharPosition(HexViewerByteAt(hex.start));
-  std::int32_t end = HexViewerCharPosition(HexViewerByteAt(hex.end));
-  if (start > end) std::swap(start, end);
-  if (start == end) ++end;
+  const std::int32_t from = std::min(hex.start, hex.end);
+  const std::int32_t to = std::max(hex.start, hex.end);
+  const std::int32_t first = HexViewerByteAt(from);
+  if (to == from) return TextSelection{HexViewerCharPosition(first), HexViewerCharPosition(first) + 1};
+  // A selection's end is exclusive: the last byte mirrored is the one under the last selected
+  // character, so "AA BB CC DD" mirrors all four bytes. A line break counts as its line's last byte.
+  const std::int32_t lastChar = to - 1;
+  const std::int32_t last = (lastChar / kHexViewerHexLine) * 16 +
+                            std::min((lastChar % kHexViewerHexLine) / 3, 15);
+  const std::int32_t start = HexViewerCharPosition(first);
+  const std::int32_t end = std::max(HexViewerCharPosition(last) + 1, start + 1);
   return TextSelection{start, end};
 }
 

@@ -395,7 +395,7 @@ QWidget* PacketDetailsPane::Impl::BuildDumpArea() {
     controls->addWidget(button);
   }
   // Chooses which of the two dump boxes below is shown: the wrapping or the scrolling one.
-  wrap = new QCheckBox(T(Text::CodecWordWrap));
+  wrap = new QCheckBox(T(Text::PaneWrapDump));
   wrap->setObjectName(QStringLiteral("wrapDump"));
   controls->addWidget(wrap);
   controls->addStretch(1);

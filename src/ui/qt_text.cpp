@@ -17,7 +17,9 @@ int QtPositionFromCrLf(std::string_view text, int position) {
   if (position <= 0) return 0;
   int breaks = 0;
   const int size = static_cast<int>(text.size());
-  for (int i = 0; i + 1 < position && i + 1 < size; ++i) {
+  // A position between CR and LF stands for the line break itself, so that pair counts too:
+  // a selection ending there does not take the break into the Qt selection.
+  for (int i = 0; i < position && i + 1 < size; ++i) {
     if (text[i] == '\r' && text[i + 1] == '\n') ++breaks;
   }
   return position - breaks;

@@ -282,7 +282,11 @@ TEST(HexViewer, SelectionMirrorsIntoTheCharacterBox) {
   EXPECT_EQ(MirrorHexSelection({52, 54}), (TextSelection{19, 20}));  // "XX" of byte 17
   EXPECT_EQ(MirrorHexSelection({54, 52}), (TextSelection{19, 20}));  // reversed
   EXPECT_EQ(MirrorHexSelection({0, 9}), (TextSelection{0, 3}));
-  EXPECT_EQ(MirrorHexSelection({6, 100}), (TextSelection{2, 36}));
+  EXPECT_EQ(MirrorHexSelection({6, 100}), (TextSelection{2, 37}));  // ends inside byte 32
+  // A four-byte field on the second line ("AA BB CC DD", bytes 26-29) mirrors all four bytes,
+  // and a selection ending in a line break stops at that line's last byte.
+  EXPECT_EQ(MirrorHexSelection({79, 90}), (TextSelection{28, 32}));
+  EXPECT_EQ(MirrorHexSelection({3, 49}), (TextSelection{1, 16}));
   EXPECT_FALSE(MirrorHexSelection({0, 0}));
 
   const RecordBuffer record = Tcp(test::kAck);
