@@ -10,7 +10,7 @@
 #include <string>
 #include <thread>
 
-#include "capture/frame_sink.hpp"
+#include "common/frame_sink.hpp"
 #include "capture/message.hpp"
 #include "capture/source.hpp"
 #include "common/texts.hpp"

@@ -15,7 +15,7 @@
 #include <string_view>
 #include <vector>
 
-#include "capture/frame_sink.hpp"
+#include "common/frame_sink.hpp"
 #include "common/clock.hpp"
 #include "common/types.hpp"
 #include "packets/filter_seam.hpp"
