@@ -1,0 +1,30 @@
+// The packet list's row context menu: reverse resolving the row's addresses, the TCP options
+// submenu, deleting the row. Resolving runs off the window's thread.
+#pragma once
+
+#include <QPoint>
+#include <cstdint>
+
+class QWidget;
+
+namespace vormelt {
+class PacketStore;
+}
+
+namespace vormelt::ui {
+
+// Which items are enabled for a record (pure; tested without showing a menu).
+struct PacketMenuState {
+  bool reverseResolve = false;  // IPv4 or ARP
+  bool tcpOptions = false;      // IPv4 carrying TCP
+};
+PacketMenuState MenuStateFor(const PacketStore& store, std::uint32_t storeIndex);
+
+enum class PacketMenuChoice { None, DeletePacket };
+
+// Shows the menu at `globalPos` for the record; handles the resolve items itself (results in a
+// message box when the look-up ends) and returns what the caller must do.
+PacketMenuChoice ShowPacketContextMenu(QWidget* parent, const QPoint& globalPos,
+                                       const PacketStore& store, std::uint32_t storeIndex);
+
+}  // namespace vormelt::ui
