@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Regenerates the name tables compiled into vormelt_packets (src/packets/names_*.inc).
+"""Regenerates the name tables compiled into vormelt_packets (data/generated/names_*.inc).
 
 Reads the hand-kept lists under data/ and two Debian registry packages:
   ieee-data         /usr/share/ieee-data/oui.csv       (IEEE MA-L vendor prefixes)
@@ -218,7 +218,7 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--oui", type=Path, default=Path("/usr/share/ieee-data/oui.csv"))
     parser.add_argument("--services", type=Path, default=Path("/usr/share/wireshark/services"))
-    parser.add_argument("--out", type=Path, default=ROOT / "src" / "packets")
+    parser.add_argument("--out", type=Path, default=ROOT / "data" / "generated")
     args = parser.parse_args()
     for needed in (args.oui, args.services):
         if not needed.is_file():

@@ -1,5 +1,5 @@
 // Name tables for IP protocols, EtherTypes, TCP/UDP ports and vendor prefixes, unpacked once
-// per process from the generated names_*.inc data and read-only from then on.
+// per process from the generated data/generated/names_*.inc tables and read-only from then on.
 // Never writes a table after it is built and never allocates on a lookup.
 #include "packets/names.hpp"
 
@@ -12,10 +12,10 @@
 namespace vormelt::names {
 namespace {
 
-#include "packets/names_ethertypes.inc"
-#include "packets/names_ports.inc"
-#include "packets/names_protocols.inc"
-#include "packets/names_vendors.inc"
+#include "generated/names_ethertypes.inc"
+#include "generated/names_ports.inc"
+#include "generated/names_protocols.inc"
+#include "generated/names_vendors.inc"
 
 constexpr std::size_t kEtherTypeTableSize = 0xFF00;  // 0xFF00 and above are never named
 constexpr std::size_t kTcpTableSize = std::size_t{kLastTcpPort} + 1;
