@@ -94,22 +94,5 @@ TEST(InstallRecordFile, DamagedRecordIsKeptAsideAndTreatedAsAbsent) {
   }
 }
 
-TEST(InstallRecordFile, UninstallRemovesRecordAndSettingsOnly) {
-  test::TempDir dir;
-  const fs::path base(dir.path());
-  ASSERT_TRUE(SaveInstallRecord(MakeInstallRecord("/usr/bin/vormelt"), base / "install.json", nullptr));
-  WriteText(base / "settings.json", "{}");
-  WriteText(base / "CurrentPacketModeFilterProfile.HBFP", "{}");
-
-  std::string error;
-  EXPECT_TRUE(RemoveInstallation(base, &error)) << error;
-  EXPECT_FALSE(fs::exists(base / "install.json"));
-  EXPECT_FALSE(fs::exists(base / "settings.json"));
-  EXPECT_TRUE(fs::exists(base / "CurrentPacketModeFilterProfile.HBFP"));
-
-  // Uninstalling twice is not an error: there is nothing left to remove.
-  EXPECT_TRUE(RemoveInstallation(base, &error)) << error;
-}
-
 }  // namespace
 }  // namespace vormelt

@@ -28,13 +28,9 @@ CliRun RunCli(const std::string& arguments) {
   std::istringstream split(arguments);
   for (std::string word; split >> word;) words.push_back(word);
   const test::ProcessRun process = test::RunCli(std::move(words));
-  CliRun run;
-  run.status = process.status;
-  const std::string& text = process.out;
-  for (std::size_t start = 0, end; (end = text.find('\n', start)) != std::string::npos;
-       start = end + 1) {
-    run.rows.push_back(text.substr(start, end - start));
-  }
+  CliRun run{process.status, {}};
+  std::istringstream lines(process.out);
+  for (std::string line; std::getline(lines, line);) run.rows.push_back(line);
   return run;
 }
 

@@ -5,6 +5,7 @@
 
 #include <array>
 #include <string>
+#include <utility>
 
 namespace vormelt::format {
 namespace {
@@ -16,41 +17,22 @@ constexpr std::int64_t kPiB = kGiB * kMiB;
 
 LocalTime At(int hour, int minute) { return LocalTime{2024, 3, 7, hour, minute, 9, 45}; }
 
-TEST(ByteSize, BytesThenPrecisionByScaledValue) {
-  EXPECT_EQ(ByteSize(0), "0 Bytes");
-  EXPECT_EQ(ByteSize(1023), "1023 Bytes");
-  EXPECT_EQ(ByteSize(1024), "1.00 KB");
-  EXPECT_EQ(ByteSize(10 * kKiB), "10.0 KB");
-  EXPECT_EQ(ByteSize(100 * kKiB), "100 KB");
-  EXPECT_EQ(ByteSize(1536), "1.50 KB");
-  EXPECT_EQ(ByteSize(1'048'575), "1024 KB");  // rounds up but stays below the MB step
-}
-
-TEST(ByteSize, LargerUnitsAndTheEndOfTheScale) {
-  EXPECT_EQ(ByteSize(kMiB), "1.00 MB");
-  EXPECT_EQ(ByteSize(55 * kMiB + kMiB / 2), "55.5 MB");
-  EXPECT_EQ(ByteSize(512 * kGiB), "512 GB");
-  EXPECT_EQ(ByteSize(kGiB * kKiB), "1.00 TB");
-  EXPECT_EQ(ByteSize(kPiB), "1.00 PB");
-  EXPECT_EQ(ByteSize(kPiB * kKiB - 1), "1024 PB");
-  EXPECT_EQ(ByteSize(kPiB * kKiB), "");
-  EXPECT_EQ(ByteSize(INT64_MAX), "");
+TEST(ByteSize, UnitAndPrecisionStepsAndTheEndOfTheScale) {
+  const std::pair<std::int64_t, const char*> cases[] = {
+      {1023, "1023 Bytes"},       {1024, "1.00 KB"},          {10 * kKiB, "10.0 KB"},
+      {100 * kKiB, "100 KB"},
+      {1'048'575, "1024 KB"},  // rounds up but stays below the MB step
+      {55 * kMiB + kMiB / 2, "55.5 MB"}, {kPiB * kKiB - 1, "1024 PB"},
+      {kPiB * kKiB, ""},          {INT64_MAX, ""},
+  };
+  for (const auto& [bytes, text] : cases) EXPECT_EQ(ByteSize(bytes), text) << bytes;
 }
 
 TEST(Rate, BytesAndBitsPerSecond) {
   EXPECT_EQ(Rate(5, false), "5.00 Bps");
   EXPECT_EQ(Rate(5, true), "40.0 bps");
-  EXPECT_EQ(Rate(1000, false), "1000 Bps");
   EXPECT_EQ(Rate(1000, true), "7.81 Kbps");
-  EXPECT_EQ(Rate(0, false), "0.00 Bps");
-  EXPECT_EQ(Rate(3 * static_cast<std::uint64_t>(kMiB), false), "3.00 MBps");
-  EXPECT_EQ(Rate(static_cast<std::uint64_t>(kGiB) * 100, true), "800 Gbps");
   EXPECT_EQ(Rate(static_cast<std::uint64_t>(kPiB) * 1023, false), "1023 PBps");
-}
-
-TEST(ExpandDateTime, DefaultPacketModeTemplate) {
-  EXPECT_EQ(ExpandDateTime("%Y.%MY.%D - %H24:%MN:%S.%MS", LocalTime{2006, 1, 2, 3, 4, 5, 6}),
-            "2006.01.02 - 03:04:05.006");
 }
 
 TEST(ExpandDateTime, TwelveHourClockKeepsNoonAsAm) {
@@ -58,18 +40,10 @@ TEST(ExpandDateTime, TwelveHourClockKeepsNoonAsAm) {
   EXPECT_EQ(ExpandDateTime(form, At(12, 5)), "12:05 AM");
   EXPECT_EQ(ExpandDateTime(form, At(13, 5)), "01:05 PM");
   EXPECT_EQ(ExpandDateTime(form, At(0, 5)), "12:05 AM");
-  EXPECT_EQ(ExpandDateTime(form, At(11, 59)), "11:59 AM");
-  EXPECT_EQ(ExpandDateTime(form, At(23, 0)), "11:00 PM");
-}
-
-TEST(ExpandDateTime, TextWithoutTokensAndRepeatedTokens) {
-  EXPECT_EQ(ExpandDateTime("no tokens here: 100% sure", At(8, 0)), "no tokens here: 100% sure");
-  EXPECT_EQ(ExpandDateTime("", At(8, 0)), "");
-  EXPECT_EQ(ExpandDateTime("%S%S-%MS%MS", At(8, 0)), "0909-045045");
-  EXPECT_EQ(ExpandDateTime("%%Y%", At(8, 0)), "%2024%");
 }
 
 TEST(ExpandDateTime, TokensApplyOneAfterAnotherInFixedOrder) {
+  EXPECT_EQ(ExpandDateTime("%%Y%", At(8, 0)), "%2024%");
   // The day becomes "12", which completes an hour token that is replaced later.
   LocalTime time = At(15, 30);
   time.day = 12;

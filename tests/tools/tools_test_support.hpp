@@ -5,9 +5,7 @@
 
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <fstream>
-#include <memory>
 #include <optional>
 #include <random>
 #include <span>

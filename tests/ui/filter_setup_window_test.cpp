@@ -1,15 +1,13 @@
 // The filter setup window driven through its controls: ranges, ports and texts reach
-// FilterSettings on OK, the profile brings them back, refusals show their messages, each
-// mode sees its own controls, and the resolver answers off the window's thread.
+// FilterSettings on OK, the profile brings them back, refusals show their messages, and the
+// resolver answers off the window's thread.
 #include <QCheckBox>
-#include <QGroupBox>
 #include <QLineEdit>
 #include <QListWidget>
 #include <QPushButton>
 #include <QRadioButton>
 #include <QTemporaryDir>
 #include <QtTest>
-#include <cstdlib>
 #include <fstream>
 
 // moc reads this file for the test class and cannot read the text catalogue behind these.
@@ -151,36 +149,6 @@ class FilterSetupWindowTest : public QObject {
     window.reject();
     QVERIFY(!window.changesApplied());
     QCOMPARE(settings.Values(), FilterValues{});
-  }
-
-  void eachModeShowsItsOwnControls() {
-    FilterSettings settings;
-    FilterSetupWindow packet(settings, FilterMode::Packet, true);
-    FilterSetupWindow file(settings, FilterMode::File, true);
-    packet.show();
-    file.show();
-    const auto shown = [](QWidget& window, const char* name) {
-      return Child<QWidget>(window, name)->isVisibleTo(&window);
-    };
-    for (const char* name : {"mustContainEntry", "allowTcp", "maxPacketSize"}) {
-      QVERIFY2(shown(packet, name) && !shown(file, name), name);
-    }
-    for (const char* name : {"extensionsAllowedEntry", "extensionsDeniedEntry", "minFileSize"}) {
-      QVERIFY2(!shown(packet, name) && shown(file, name), name);
-    }
-
-    Type(file, "extensionsDeniedEntry", "exe");
-    Click(file, "extensionsDeniedAdd");
-    Type(file, "minFileSize", "100");
-    QVERIFY(file.apply());
-    QCOMPARE(settings.Values().extensionsDenied, std::vector<std::string>{"exe"});
-    QCOMPARE(settings.Values().minFileSize, 100u);
-    QVERIFY(std::filesystem::exists(CurrentProfilePath(FilterMode::File)));
-    QVERIFY(!std::filesystem::exists(CurrentProfilePath(FilterMode::Packet)));
-
-    file.clearAllFields();
-    QCOMPARE(Child<QListWidget>(file, "extensionsDeniedList")->count(), 0);
-    QCOMPARE(Child<QLineEdit>(file, "minFileSize")->text(), QStringLiteral("0"));
   }
 
   void resolverAnswersWithoutBlockingTheWindow() {

@@ -44,16 +44,6 @@ class InterfaceChooserTest : public QObject {
   }
   void cleanup() { ui::SetMessageHandler({}); }
 
-  void paintsTheListGreenUnlessSystemColoursAreWanted() {
-    ProgramSettings settings;
-    InterfaceChooser green(settings, SampleList());
-    QCOMPARE(green.list().palette().color(QPalette::Base), QColor(0x00, 0x50, 0x00));
-    QCOMPARE(green.list().palette().color(QPalette::Text), QColor(Qt::white));
-    settings.useSystemColors = true;
-    InterfaceChooser plain(settings, SampleList());
-    QVERIFY(plain.list().palette().color(QPalette::Base) != QColor(0x00, 0x50, 0x00));
-  }
-
   void okWithoutARowAsksForOneAndStaysOpen() {
     ProgramSettings settings;
     const InterfaceSettings before = settings.interface;

@@ -1,8 +1,7 @@
 // The detail pane over a real store on the offscreen platform: texts and visible groups per
 // packet kind, TCP flags, field clicks selecting bytes in the dump and the Hex viewer at every
-// level, the dump box choice, the vendor message, unreadable records, the row menu's rules and
-// the reverse look-ups. Run with --screenshot DIR to also save pictures of pane and viewer.
-#include <QCheckBox>
+// level, unreadable records, the row menu's rules and the reverse look-ups. Run with
+// --screenshot DIR to also save pictures of pane and viewer.
 #include <QComboBox>
 #include <QDir>
 #include <QLabel>
@@ -113,22 +112,13 @@ class PacketDetailsPaneTest : public QObject {
     QCOMPARE(b.Value("sourceMac"), QStringLiteral("00:0C:29:12:34:56"));
     QCOMPARE(b.Value("destinationMac"), QStringLiteral("AA:BB:CC:DD:EE:FF"));
     QCOMPARE(b.Value("sourceIp"), QStringLiteral("10.0.0.1"));
-    QCOMPARE(b.Value("destinationIp"), QStringLiteral("10.0.0.2"));
     QCOMPARE(b.Value("packetSize"), QString::number(frame.size()));
     QVERIFY(b.Value("etherType").startsWith(QStringLiteral("0x800 - ")));
     QCOMPARE(b.Value("packetType").trimmed(), QStringLiteral("TCP"));
-    QCOMPARE(b.Value("protocolNumber"), QStringLiteral("6"));
-    QCOMPARE(b.Value("ttl"), QStringLiteral("64"));
-    QCOMPARE(b.Value("sourcePort"), QStringLiteral("40000"));
-    QCOMPARE(b.Value("destinationPort"), QStringLiteral("80"));
     QCOMPARE(b.Value("destinationPortName"), QString::fromLatin1(names::PortName(names::PortProtocol::Tcp, 80)));
-    QCOMPARE(b.Value("sequence"), QStringLiteral("1000"));
-    QCOMPARE(b.Value("acknowledgement"), QStringLiteral("2000"));
     QCOMPARE(b.Value("window"), QStringLiteral("4660"));
 
     QVERIFY(b.Shown("tcpGroup"));
-    QVERIFY(b.Shown("sourcePort"));
-    QVERIFY(!b.Shown("icmpGroup"));
     QVERIFY(!b.Shown("arpOperation"));
     const auto flagsShown = [&b] {
       QString shown;
@@ -145,39 +135,22 @@ class PacketDetailsPaneTest : public QObject {
     QCOMPARE(flagsShown(), QStringLiteral("FIN"));
   }
 
-  void udpAndIcmpChangeTheTransportGroups() {
+  void eachPacketKindShowsItsOwnGroups() {
     Bench b;
-    b.pane.showPacket(b.Add(EthernetFrame(kOtherMac, kVmwareMac, kEtherTypeIpv4,
-                                          UdpPacket({}, 5353, 53, ToBytes("q")))));
-    QCOMPARE(b.Value("sourcePort"), QStringLiteral("5353"));
-    QVERIFY(b.Shown("sourcePortName"));
-    QVERIFY(!b.Shown("tcpGroup"));
-    QVERIFY(!b.Shown("icmpGroup"));
-
     b.pane.showPacket(b.Add(Icmp(3, 13)));
     QVERIFY(b.Shown("icmpGroup"));
     QVERIFY(!b.Shown("sourcePort"));
-    QVERIFY(!b.Shown("tcpGroup"));
     QCOMPARE(b.Value("icmpType"), QStringLiteral("3 - Destination unreachable"));
     QCOMPARE(b.Value("icmpCode"), QStringLiteral("13 - Communication administratively prohibited by filtering"));
     b.pane.showPacket(b.Add(Icmp(3, 16)));
     QCOMPARE(b.Value("icmpCode"), QStringLiteral("16 - Unknown"));
     b.pane.showPacket(b.Add(Icmp(8, 0)));
     QCOMPARE(b.Value("icmpCode"), QStringLiteral("0 - Null"));
-  }
 
-  void arpAndOtherEtherTypesShowTheirOwnFields() {
-    Bench b;
-    b.pane.showPacket(b.Add(Icmp(8, 0)));
     b.pane.showPacket(b.Add(Arp()));
-    QVERIFY(b.Shown("arpOperation"));
-    QVERIFY(b.Shown("arpHardwareLength"));
     QVERIFY(!b.Shown("packetType"));
     QVERIFY(!b.Shown("ttl"));
-    QVERIFY(b.Shown("sourceIp"));
-    QCOMPARE(b.Value("sourceIp"), QStringLiteral("192.168.1.10"));
     QCOMPARE(b.Value("destinationIp"), QStringLiteral("192.168.1.1"));
-    QCOMPARE(b.Value("arpHardwareType"), QStringLiteral("0x0001 - Ethernet"));
     QCOMPARE(b.Value("arpOperation"), QStringLiteral("0x0001 - Request"));
     QCOMPARE(b.Value("arpHardwareLength"), QStringLiteral("0x06"));
     // Transport groups follow IPv4 packets only: the ICMP group stays from the ping.
@@ -186,16 +159,11 @@ class PacketDetailsPaneTest : public QObject {
     b.pane.showPacket(b.Add(Other(0x86DD)));
     QCOMPARE(b.Value("etherType"), QStringLiteral("0x86DD - IP version 6"));
     QVERIFY(!b.Shown("sourceIp"));
-    QVERIFY(!b.Shown("arpOperation"));
-    QCOMPARE(b.Value("sourceIp"), QStringLiteral("192.168.1.10"));  // kept, only hidden
     b.pane.showPacket(b.Add(Other(0xFFFF)));
     QCOMPARE(b.Value("etherType"), QStringLiteral("0xFFFF - Unknown"));
 
     b.pane.showPacket(b.Add(Tcp(kAck)));
     QVERIFY(b.Shown("sourceIp"));
-    QVERIFY(b.Shown("tcpGroup"));
-    QVERIFY(!b.Shown("icmpGroup"));
-    QCOMPARE(b.Value("sourceIp"), QStringLiteral("10.0.0.1"));
   }
 
   void clickingAFieldSelectsItsBytesAtEveryLevelAndForm() {
@@ -211,9 +179,6 @@ class PacketDetailsPaneTest : public QObject {
     QCOMPARE(b.Dump().textCursor().selectionStart(), 48 + 18);
     QCOMPARE(viewer->hexBox().textCursor().selectedText(), QStringLiteral("40"));
     QCOMPARE(viewer->charactersBox().textCursor().selectedText(), QStringLiteral("@"));
-    b.Click("sourceIp");
-    QCOMPARE(b.Selected(), QStringLiteral("0A 00 00 01"));
-    b.Click("ttl");
 
     // The selection follows the form and level the user picks next.
     b.Child<QRadioButton>("dumpDec").click();
@@ -222,7 +187,6 @@ class PacketDetailsPaneTest : public QObject {
     b.Child<QComboBox>("dataLevel").setCurrentIndex(static_cast<int>(DataLevel::Network));
     QCOMPARE(b.Selected(), QStringLiteral(" 64"));
     QCOMPARE(b.Dump().textCursor().selectionStart(), 8 * 4);
-    QCOMPARE(viewer->hexBox().toPlainText().left(3), QStringLiteral("45 "));
     QCOMPARE(viewer->hexBox().textCursor().selectedText(), QStringLiteral("40"));
     b.Click("sourceIp");
     QCOMPARE(b.Selected(), QStringLiteral(" 10   0   0   1"));
@@ -234,16 +198,12 @@ class PacketDetailsPaneTest : public QObject {
     b.Child<QRadioButton>("dumpText").click();
     b.Click("ttl");
     QVERIFY(!b.Dump().textCursor().hasSelection());
-    QCOMPARE(b.settings.packetMode.dumpForm, static_cast<int>(DumpForm::Text));
-    QCOMPARE(b.settings.packetMode.dataLevel, static_cast<int>(DataLevel::Network));
   }
 
   void ipOptionsMoveTheTransportFieldsAndLevels() {
     Bench b;
     // IHL 6: four option bytes push every transport field and level start along.
     b.pane.showPacket(b.Add(Tcp(kAck | kPsh, Bytes{1, 1, 1, 1}, "HELLO")));
-    QCOMPARE(b.Value("sourcePort"), QStringLiteral("40000"));
-    QCOMPARE(b.Value("window"), QStringLiteral("4660"));
     b.Click("sourcePort");
     QCOMPARE(b.Selected(), QStringLiteral("9C 40"));
     QCOMPARE(b.Dump().textCursor().selectionStart(), 2 * 48 + 6 * 3);  // frame byte 38
@@ -262,49 +222,6 @@ class PacketDetailsPaneTest : public QObject {
     QCOMPARE(b.Dump().textCursor().selectionStart(), 3 * 48 + 4 * 3);  // frame byte 52
   }
 
-  void wrapChoiceFillsOneBoxAndEmptiesTheOther() {
-    ProgramSettings initial;
-    initial.packetMode.wrapDump = false;
-    Bench b(initial);
-    b.pane.showPacket(b.Add(Tcp(kAck)));
-    auto& wrapped = b.Child<QPlainTextEdit>("wrappedDump");
-    auto& scrolling = b.Child<QPlainTextEdit>("scrollingDump");
-    QVERIFY(!b.Child<QCheckBox>("wrapDump").isChecked());
-    QVERIFY(scrolling.isVisibleTo(&b.pane) && !wrapped.isVisibleTo(&b.pane));
-    QVERIFY(scrolling.toPlainText().startsWith(QStringLiteral("AA BB CC DD EE FF 00 0C 29")));
-    QVERIFY(wrapped.toPlainText().isEmpty());
-
-    b.Child<QCheckBox>("wrapDump").click();
-    QVERIFY(b.settings.packetMode.wrapDump);
-    QVERIFY(wrapped.isVisibleTo(&b.pane) && !scrolling.isVisibleTo(&b.pane));
-    QVERIFY(wrapped.toPlainText().startsWith(QStringLiteral("AA BB CC DD EE FF 00 0C 29")));
-    QVERIFY(scrolling.toPlainText().isEmpty());
-
-    b.pane.clearDetails();
-    QVERIFY(wrapped.toPlainText().isEmpty());
-    QVERIFY(b.Value("ttl").isEmpty());
-  }
-
-  void macLabelsNameTheVendor() {
-    Bench b;
-    MessageLog log;
-    b.pane.showPacket(b.Add(Tcp(kAck)));
-    b.Click("sourceMacLabel");
-    QCOMPARE(log.requests.size(), std::size_t{1});
-    QCOMPARE(log.requests[0].caption, QStringLiteral("Vendor name"));
-    const char* vendor = names::VendorName(0x000C29);
-    QVERIFY(vendor);
-    QCOMPARE(log.requests[0].text, QStringLiteral("MAC:\n    00:0C:29:12:34:56\n\nVendor:\n    ") +
-                                       QString::fromUtf8(vendor));
-    b.Click("destinationMacLabel");
-    QVERIFY(log.requests[1].text.contains(QStringLiteral("AA:BB:CC:DD:EE:FF")));
-
-    // Raw Sockets rows carry no MAC addresses: nothing to look up, no message.
-    b.pane.showPacket(b.Add(RawSocketsFrame(TcpPacket({}, {}, {})), InterfaceKind::RawSockets));
-    b.Click("sourceMacLabel");
-    QCOMPARE(log.requests.size(), std::size_t{2});
-  }
-
   void unreadableRecordsOfferToDeleteTheRow() {
     Bench b;
     const std::uint32_t shown = b.Add(Tcp(kAck));
@@ -317,13 +234,9 @@ class PacketDetailsPaneTest : public QObject {
       b.pane.showPacket(gone);
       QCOMPARE(no.requests.size(), std::size_t{1});
       QCOMPARE(no.requests[0].caption, QStringLiteral("Delete invalid packet?"));
-      QCOMPARE(no.requests[0].icon, ui::MessageIcon::Question);
-      QCOMPARE(no.requests[0].buttons, ui::MessageButtons::YesNo);
-      QVERIFY(no.requests[0].text.contains(QStringLiteral("invalid packet data")));
     }
     QCOMPARE(b.Dump().toPlainText(), QStringLiteral("Invalid packet data!"));
     QVERIFY(b.Value("ttl").isEmpty());
-    QVERIFY(b.Value("sourceIp").isEmpty());
     QTest::qWait(20);
     QCOMPARE(deleteRequests.count(), 0);
 
@@ -331,29 +244,6 @@ class PacketDetailsPaneTest : public QObject {
     b.pane.showPacket(gone);
     QTRY_COMPARE(deleteRequests.count(), 1);
     QCOMPARE(deleteRequests.at(0).at(0).value<std::uint32_t>(), gone);
-  }
-
-  void hexViewerFollowsThePaneAndReopens() {
-    ProgramSettings initial;
-    initial.packetMode.hexViewerOpen = true;
-    initial.packetMode.hexViewer = WindowState{true, 40, 50, 600, 250, false, false};
-    Bench b(initial);
-    QVERIFY(b.pane.hexViewer() && b.pane.hexViewer()->isVisible());
-    QCOMPARE(b.pane.hexViewer()->savedState().width, 600);
-    b.pane.showPacket(b.Add(Tcp(kAck, {}, "HELLO")));
-    QVERIFY(b.pane.hexViewer()->hexBox().toPlainText().startsWith(QStringLiteral("AA BB CC")));
-    b.Child<QComboBox>("dataLevel").setCurrentIndex(static_cast<int>(DataLevel::Presentation));
-    QCOMPARE(b.pane.hexViewer()->charactersBox().toPlainText(), QStringLiteral("HELLO"));
-    // Nothing left at the level: the viewer keeps what it showed.
-    b.pane.showPacket(b.Add(Tcp(kAck)));
-    QCOMPARE(b.pane.hexViewer()->charactersBox().toPlainText(), QStringLiteral("HELLO"));
-
-    b.pane.saveState();
-    QVERIFY(b.settings.packetMode.hexViewerOpen);
-    QCOMPARE(b.settings.packetMode.dataLevel, static_cast<int>(DataLevel::Presentation));
-    b.pane.hexViewer()->close();
-    b.pane.saveState();
-    QVERIFY(!b.settings.packetMode.hexViewerOpen);
   }
 
   void rowMenuItemsFollowTheRecord() {
@@ -397,13 +287,6 @@ class PacketDetailsPaneTest : public QObject {
     QCOMPARE(answerThread, QThread::currentThread());
     QVERIFY(std::count(answers.begin(), answers.end(), std::optional<std::string>("host.example")) == 1);
     QVERIFY(std::count(answers.begin(), answers.end(), std::nullopt) == 1);
-
-    // What the menu shows when an address has no name (an ARP row without addresses).
-    MessageLog log;
-    QWidget window;
-    ui::ReverseResolveAndShow(&window, "");
-    QTRY_COMPARE(log.requests.size(), std::size_t{1});
-    QCOMPARE(log.requests[0].text, QStringLiteral("Unable to reverse resolve address."));
   }
 };
 
