@@ -1,8 +1,9 @@
-// The Hex viewer on the offscreen platform: the three columns for short, odd and empty ranges,
-// one character per byte, hex selections mirrored into the character column and the font
-// fallback order.
+// The Hex viewer on the offscreen platform: the three columns for short and odd ranges, hex
+// selections mirrored into the character column, field selections, the font fallback order,
+// scrolling in step and the remembered geometry.
 #include <QFontInfo>
 #include <QPlainTextEdit>
+#include <QScrollBar>
 #include <QSet>
 #include <QTextCursor>
 #include <QtTest>
@@ -10,9 +11,11 @@
 #include <vector>
 
 #ifndef Q_MOC_RUN
+#include "common/settings.hpp"
 #include "ui/hex_viewer_window.hpp"
 #endif
 
+using vormelt::WindowState;
 using vormelt::ui::HexViewerWindow;
 
 namespace {
@@ -106,6 +109,25 @@ class HexViewerWindowTest : public QObject {
     Drag(hex, 42, 54);
     QCOMPARE(Selection(characters), qMakePair(14, 19));
     QCOMPARE(characters.textCursor().selectedText(), QStringLiteral("NO\u2029PQ"));
+
+    // A plain click is one character; a click at the very start clears the mirror.
+    Drag(hex, 100, 100);  // line 2, column 4: byte 33
+    QCOMPARE(Selection(characters), qMakePair(35, 36));
+    Drag(hex, 0, 0);
+    QVERIFY(!characters.textCursor().hasSelection());
+  }
+
+  void fieldSelectionsSelectInBothColumns() {
+    HexViewerWindow viewer;
+    viewer.showBytes(Sequence(40, 0x40));
+    // Byte 22 and 23 in CR LF positions of the hex text: line 1 starts at 49, value 6 at 67.
+    viewer.selectHexRange(67, 72);
+    QCOMPARE(viewer.hexBox().textCursor().selectedText(), QStringLiteral("56 57"));
+    QCOMPARE(viewer.charactersBox().textCursor().selectionStart(), 16 + 1 + 6);
+    QVERIFY(viewer.charactersBox().textCursor().selectedText().startsWith(QLatin1Char('V')));
+    // A range past the end stays inside the text.
+    viewer.selectHexRange(110, 400);
+    QCOMPARE(viewer.hexBox().textCursor().selectionEnd(), viewer.hexBox().toPlainText().size());
   }
 
   void fontFallsBackInOrder() {
@@ -121,6 +143,48 @@ class HexViewerWindowTest : public QObject {
     QCOMPARE(viewer.hexBox().font().family(), last);
     QCOMPARE(viewer.hexBox().font().pointSize(), HexViewerWindow::kFontPointSize);
     QCOMPARE(viewer.charactersBox().font(), viewer.offsetsBox().font());
+  }
+
+  void fontCheckSeesThroughSubstitutes() {
+    // The matcher substitutes a real font for any name; a made-up one is not "installed".
+    QVERIFY(!vormelt::ui::IsFontFamilyInstalled(QStringLiteral("No Such Font Family 4711")));
+    const QString real = QFontInfo(QFont(QStringLiteral("monospace"))).family();
+    QVERIFY(vormelt::ui::IsFontFamilyInstalled(real));
+  }
+
+  void columnsScrollInStep() {
+    HexViewerWindow viewer;
+    viewer.resize(viewer.width(), 150);
+    viewer.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&viewer));
+    viewer.showBytes(Sequence(4000, 0));
+    QScrollBar* offsets = viewer.offsetsBox().verticalScrollBar();
+    QScrollBar* hex = viewer.hexBox().verticalScrollBar();
+    QScrollBar* characters = viewer.charactersBox().verticalScrollBar();
+    QVERIFY(characters->maximum() > 100);
+
+    hex->setValue(40);
+    QCOMPARE(offsets->value(), 40);
+    QCOMPARE(characters->value(), 40);
+    characters->setValue(7);
+    QCOMPARE(offsets->value(), 7);
+    QCOMPARE(hex->value(), 7);
+    QCOMPARE(viewer.offsetsBox().cursorForPosition(QPoint(2, 2)).blockNumber(),
+             viewer.charactersBox().cursorForPosition(QPoint(2, 2)).blockNumber());
+  }
+
+  void geometryRoundTrips() {
+    HexViewerWindow viewer;
+    viewer.restoreState(WindowState{true, 120, 80, 640, 360, false, false});
+    const WindowState saved = viewer.savedState();
+    QVERIFY(saved.valid);
+    QCOMPARE(saved.width, 640);
+    QCOMPARE(saved.height, 360);
+    QCOMPARE(saved.x, 120);
+    QCOMPARE(saved.y, 80);
+    // A state never saved changes nothing.
+    viewer.restoreState(WindowState{});
+    QCOMPARE(viewer.savedState().width, 640);
   }
 };
 

@@ -1,8 +1,12 @@
 // The mode-choice window on the offscreen platform: what each button does to the settings and
-// the decision, the blinking-warning question, the ways out that count as Exit, and the place
-// it reopens at. Run with --screenshot PATH to also save a picture of the window.
+// the decision, the blinking-warning question, Tools and Help, the ways out that count as Exit,
+// the outline mask, the drag handle and the logo link. Run with --screenshot PATH to also save
+// a picture of the window.
 #include <QApplication>
 #include <QCheckBox>
+#include <QDesktopServices>
+#include <QLabel>
+#include <QMenu>
 #include <QPainter>
 #include <QPushButton>
 #include <QtTest>
@@ -44,6 +48,15 @@ struct MessageLog {
 QString Catalogue(vormelt::Text key) {
   return vormelt::ui::FromCrLf(vormelt::Tr(key, vormelt::ui::Language()));
 }
+
+// Records the addresses the desktop would open.
+class UrlCatcher : public QObject {
+  Q_OBJECT
+ public:
+  QList<QUrl> opened;
+ public slots:
+  void open(const QUrl& url) { opened << url; }
+};
 
 }  // namespace
 
@@ -114,6 +127,40 @@ class ModeChoiceWindowTest : public QObject {
     QCOMPARE(again.choice(), ModeChoiceResult::Close);
   }
 
+  void toolsMenuOpensBelowTheButtonAndChoosesTheEncoderWithoutTouchingTheMode() {
+    settings_.rememberedMode = 3;
+    ModeChoiceWindow window(settings_, decision_);
+    window.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&window));
+    window.rememberBox()->setChecked(true);
+    window.toolsButton()->click();
+    QMenu* menu = window.toolsMenu();
+    QTRY_VERIFY(menu->isVisible());
+    const QPoint below = window.toolsButton()->mapToGlobal(QPoint(0, window.toolsButton()->height()));
+    QCOMPARE(menu->pos(), below);
+    QCOMPARE(menu->actions().size(), 1);
+    QCOMPARE(menu->actions()[0]->text(), QStringLiteral("Base Encoder/Decoder"));
+
+    menu->actions()[0]->trigger();
+    QVERIFY(decision_.decoder);
+    QCOMPARE(window.choice(), ModeChoiceResult::Close);
+    QCOMPARE(settings_.rememberedMode, 3);
+    QVERIFY(settings_.showModeChoiceAtStartup);
+  }
+
+  void helpShowsTheModeDescriptions() {
+    MessageLog log;
+    ModeChoiceWindow window(settings_, decision_);
+    window.show();
+    window.helpButton()->click();
+    QCOMPARE(log.asked.size(), size_t{1});
+    QVERIFY(log.asked[0].text.startsWith(QStringLiteral(
+        "Packet Mode:\n  Packet Mode is for the reception of TCP/IP packets, this mode allows "
+        "you to view the contents of received packets.")));
+    QCOMPARE(log.asked[0].icon, vormelt::ui::MessageIcon::Information);
+    QVERIFY(window.isVisible());
+  }
+
   void exitButtonCloseAndEscapeAllCountAsExit_data() {
     QTest::addColumn<int>("way");
     QTest::newRow("X Exit X") << 0;
@@ -134,6 +181,72 @@ class ModeChoiceWindowTest : public QObject {
     QCOMPARE(settings_.rememberedMode, before.rememberedMode);
     QCOMPARE(settings_.showModeChoiceAtStartup, before.showModeChoiceAtStartup);
     QVERIFY(!decision_.AnyModeSwitch());
+  }
+
+  void looksAsDesigned() {
+    ModeChoiceWindow window(settings_, decision_);
+    QCOMPARE(window.windowTitle(), QStringLiteral("Hollowbright VORMELT Mode Choice"));
+    QVERIFY(window.windowFlags() & Qt::FramelessWindowHint);
+    QCOMPARE(window.palette().color(QPalette::Window).rgb() & 0xFFFFFF, 0x005000u);
+    QCOMPARE(window.palette().color(QPalette::WindowText).rgb() & 0xFFFFFF, 0xFFFFFFu);
+    QVERIFY(!window.logo()->pixmap().isNull());
+    QCOMPARE(window.logo()->cursor().shape(), Qt::PointingHandCursor);
+
+    // Only the top corners are round: the corner ellipse is 300 x 150 and the square part
+    // begins 100 pixels down.
+    const QRegion outline = window.mask();
+    const int w = window.width();
+    const int h = window.height();
+    QVERIFY(!outline.contains(QPoint(2, 2)));
+    QVERIFY(!outline.contains(QPoint(w - 3, 2)));
+    QVERIFY(!outline.contains(QPoint(10, 30)));  // still beyond the 150 x 75 corner curve
+    QVERIFY(outline.contains(QPoint(w / 2, 1)));
+    QVERIFY(outline.contains(QPoint(1, 101)));
+    QVERIFY(outline.contains(QPoint(w - 2, 101)));
+    QVERIFY(outline.contains(QPoint(1, h - 1)));
+    QVERIFY(outline.contains(QPoint(w - 1, h - 1)));
+  }
+
+  void titlePictureDragsTheWindowAndTheLogoDoesNot() {
+    ModeChoiceWindow window(settings_, decision_);
+    window.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&window));
+    QLabel* title = window.titlePicture();
+    const QPoint handle(20, title->height() - 10);  // beside the logo
+
+    QTest::mousePress(title, Qt::LeftButton, {}, handle);
+    QVERIFY(window.isDragging());
+    QTest::mouseRelease(title, Qt::LeftButton, {}, handle);
+    QVERIFY(!window.isDragging());
+
+    QTest::mousePress(title, Qt::LeftButton, {}, handle);
+    QVERIFY(window.isDragging());
+    QMouseEvent moveWithoutButton(QEvent::MouseMove, QPointF(handle + QPoint(5, 0)),
+                                  QPointF(title->mapToGlobal(handle + QPoint(5, 0))),
+                                  Qt::NoButton, Qt::NoButton, Qt::NoModifier);
+    QApplication::sendEvent(title, &moveWithoutButton);
+    QVERIFY(!window.isDragging());
+
+    QTest::mousePress(title, Qt::RightButton, {}, handle);
+    QVERIFY(!window.isDragging());
+    QTest::mouseRelease(title, Qt::RightButton, {}, handle);
+
+    QTest::mousePress(window.logo(), Qt::LeftButton, {}, QPoint(10, 10));
+    QVERIFY(!window.isDragging());
+    QTest::mouseRelease(window.logo(), Qt::LeftButton, {}, QPoint(10, 10));
+  }
+
+  void logoClickOpensTheMakersPage() {
+    UrlCatcher catcher;
+    QDesktopServices::setUrlHandler(QStringLiteral("https"), &catcher, "open");
+    ModeChoiceWindow window(settings_, decision_);
+    window.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&window));
+    QTest::mouseClick(window.logo(), Qt::LeftButton, {}, QPoint(40, 40));
+    QDesktopServices::unsetUrlHandler(QStringLiteral("https"));
+    QCOMPARE(catcher.opened.size(), 1);
+    QCOMPARE(catcher.opened[0], QUrl(QStringLiteral("https://hollowbright.example/vormelt")));
+    QVERIFY(window.isVisible());  // a visit to the web page is not a choice
   }
 
   void reopensWhereItWasLeft() {
