@@ -8,13 +8,12 @@
 #include <cstring>
 
 #include "common/byte_order.hpp"
+#include "common/wire.hpp"
 
 namespace vormelt {
 namespace {
 
-constexpr std::size_t kEthernetHeader = 14;
 constexpr std::size_t kVlanTag = 4;
-constexpr std::uint16_t kEtherTypeVlan = 0x8100;
 constexpr std::size_t kNullHeader = 4;
 constexpr std::size_t kSllHeader = 16;
 constexpr std::size_t kSll2Header = 20;
@@ -54,13 +53,13 @@ std::uint16_t TypeOfNullHeader(const std::uint8_t* header) {
 }
 
 bool SplitEthernet(std::span<const std::uint8_t> packet, LinkPayload& out) {
-  if (packet.size() < kEthernetHeader) return false;
+  if (packet.size() < kEthernetHeaderLength) return false;
   out.etherType = ReadBe16(packet.data() + 12);
-  out.network = packet.subspan(kEthernetHeader);
+  out.network = packet.subspan(kEthernetHeaderLength);
   out.sourceAddress = packet.data() + 6;
-  if (out.etherType == kEtherTypeVlan && packet.size() >= kEthernetHeader + kVlanTag) {
+  if (out.etherType == kEtherTypeVlan && packet.size() >= kEthernetHeaderLength + kVlanTag) {
     out.etherType = ReadBe16(packet.data() + 16);
-    out.network = packet.subspan(kEthernetHeader + kVlanTag);
+    out.network = packet.subspan(kEthernetHeaderLength + kVlanTag);
   }
   return true;
 }
@@ -100,13 +99,13 @@ bool SplitLink(int linkType, std::span<const std::uint8_t> packet, LinkPayload& 
 void BuildFrame(std::span<const std::uint8_t> destination, const std::uint8_t* source,
                 std::uint16_t etherType, std::span<const std::uint8_t> network,
                 std::vector<std::uint8_t>& out) {
-  out.resize(kEthernetHeader + network.size());
+  out.resize(kEthernetHeaderLength + network.size());
   std::uint8_t* frame = out.data();
   std::memset(frame, 0, 12);
   if (!destination.empty()) std::memcpy(frame, destination.data(), 6);
   if (source) std::memcpy(frame + 6, source, 6);
   WriteBe16(frame + 12, etherType);
-  if (!network.empty()) std::memcpy(frame + kEthernetHeader, network.data(), network.size());
+  if (!network.empty()) std::memcpy(frame + kEthernetHeaderLength, network.data(), network.size());
 }
 
 }  // namespace

@@ -6,13 +6,11 @@
 #include <span>
 #include <vector>
 
+#include "common/wire.hpp"
 #include "common/types.hpp"
 
 namespace vormelt {
 
-inline constexpr std::uint16_t kEtherTypeIpv4 = 0x0800;
-inline constexpr std::uint16_t kEtherTypeArp = 0x0806;
-inline constexpr std::uint16_t kEtherTypeIpv6 = 0x86DD;
 
 // Which kind a capture of this libpcap link type (DLT_*) yields when read from a file:
 // raw IP links give the Raw Sockets kind (pseudo header, no MAC addresses), the rest adapters.

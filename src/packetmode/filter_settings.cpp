@@ -9,26 +9,21 @@
 #include <utility>
 
 #include "common/byte_order.hpp"
+#include "common/wire.hpp"
 
 namespace vormelt {
 namespace {
 
-constexpr std::uint32_t kEthernetLength = 14;
-constexpr std::uint16_t kEtherTypeIpv4 = 0x0800;
-constexpr std::uint16_t kEtherTypeArp = 0x0806;
-constexpr std::uint8_t kProtocolIcmp = 1;
-constexpr std::uint8_t kProtocolTcp = 6;
-constexpr std::uint8_t kProtocolUdp = 17;
 constexpr std::uint32_t kUdpIcmpHeaderLength = 8;
 // Offsets from the start of the frame (Ethernet header included).
 constexpr std::size_t kEtherTypeOffset = 12;
-constexpr std::size_t kIpProtocolOffset = kEthernetLength + 9;
-constexpr std::size_t kIpSourceOffset = kEthernetLength + 12;
-constexpr std::size_t kIpDestinationOffset = kEthernetLength + 16;
+constexpr std::size_t kIpProtocolOffset = kEthernetHeaderLength + 9;
+constexpr std::size_t kIpSourceOffset = kEthernetHeaderLength + 12;
+constexpr std::size_t kIpDestinationOffset = kEthernetHeaderLength + 16;
 constexpr std::uint16_t kArpHardwareEthernet = 1;
 constexpr std::uint8_t kArpIpv4Length = 4;
 // The largest payload a stored frame can have; the per-thread buffer is sized for it once.
-constexpr std::size_t kLargestPayload = 65535 + kEthernetLength;
+constexpr std::size_t kLargestPayload = 65535 + kEthernetHeaderLength;
 
 using ByteTable = std::array<char, 256>;
 
@@ -318,7 +313,7 @@ bool FilterSettings::PassesAddresses(const std::uint8_t* frame, std::uint32_t le
     source = ReadBe32(frame + kIpSourceOffset);
     destination = ReadBe32(frame + kIpDestinationOffset);
   } else if (etherType == kEtherTypeArp) {
-    const std::uint8_t* arp = frame + kEthernetLength;
+    const std::uint8_t* arp = frame + kEthernetHeaderLength;
     const std::uint32_t h = arp[4];
     // Loose on purpose: neither the Ethernet header nor the fixed ARP bytes are counted.
     // The record's spare bytes keep the reads below inside the buffer all the same.
@@ -345,9 +340,9 @@ bool FilterSettings::PassesAddresses(const std::uint8_t* frame, std::uint32_t le
 
 bool FilterSettings::PassesPorts(const std::uint8_t* frame) const {
   // The transport header starts after the IP header as its IHL says, options included.
-  const std::uint32_t ihl = (frame[kEthernetLength] & 0x0F) * 4u;
-  const std::uint16_t source = ReadBe16(frame + kEthernetLength + ihl);
-  const std::uint16_t destination = ReadBe16(frame + kEthernetLength + ihl + 2);
+  const std::uint32_t ihl = (frame[kEthernetHeaderLength] & 0x0F) * 4u;
+  const std::uint16_t source = ReadBe16(frame + kEthernetHeaderLength + ihl);
+  const std::uint16_t destination = ReadBe16(frame + kEthernetHeaderLength + ihl + 2);
 
   const FilterValues& v = values_;
   if (!v.sourcePorts.empty() && !ListHas(v.sourcePorts, source)) return false;
@@ -364,13 +359,13 @@ bool FilterSettings::PassesTexts(const std::uint8_t* frame, std::uint32_t length
   const PatternSet& mustNot = *mustNotContainPatterns_;
   if (must.Empty() && mustNot.Empty()) return true;
 
-  std::int64_t offset = kEthernetLength;
+  std::int64_t offset = kEthernetHeaderLength;
   if (ReadBe16(frame + kEtherTypeOffset) == kEtherTypeIpv4) {
-    const std::uint32_t ihl = (frame[kEthernetLength] & 0x0F) * 4u;
+    const std::uint32_t ihl = (frame[kEthernetHeaderLength] & 0x0F) * 4u;
     offset += ihl;
     const std::uint8_t protocol = frame[kIpProtocolOffset];
     if (protocol == kProtocolTcp) {
-      offset += (frame[kEthernetLength + ihl + 12] >> 4) * 4;
+      offset += (frame[kEthernetHeaderLength + ihl + 12] >> 4) * 4;
     } else if (protocol == kProtocolUdp || protocol == kProtocolIcmp) {
       offset += kUdpIcmpHeaderLength;
     }

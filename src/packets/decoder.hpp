@@ -9,16 +9,12 @@
 #include <string>
 #include <string_view>
 
+#include "common/wire.hpp"
 #include "common/texts.hpp"
 #include "packets/record.hpp"
 
 namespace vormelt {
 
-inline constexpr std::uint16_t kEtherTypeIpv4 = 0x0800;
-inline constexpr std::uint16_t kEtherTypeArp = 0x0806;
-inline constexpr std::uint8_t kProtocolIcmp = 1;
-inline constexpr std::uint8_t kProtocolTcp = 6;
-inline constexpr std::uint8_t kProtocolUdp = 17;
 
 // The level from which packet bytes are shown, saved and logged.
 enum class DataLevel : std::uint8_t { Datalink = 0, Network = 1, Transport = 2, Presentation = 3 };

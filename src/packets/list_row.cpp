@@ -5,15 +5,12 @@
 #include <cstdio>
 
 #include "common/byte_order.hpp"
+#include "common/wire.hpp"
 #include "packets/names.hpp"
 
 namespace vormelt {
 namespace {
 
-constexpr std::uint16_t kEtherTypeIpv4 = 0x0800;
-constexpr std::uint16_t kEtherTypeArp = 0x0806;
-constexpr std::uint8_t kProtocolTcp = 6;
-constexpr std::uint8_t kProtocolUdp = 17;
 // IPv4 header fields at fixed offsets from the start of the datagram. The ports are read at
 // 20..23, as if the header had no options: a header with options shows option bytes there.
 constexpr int kIpProtocol = 9, kIpSource = 12, kIpDestination = 16;

@@ -11,11 +11,11 @@
 #include <string_view>
 #include <vector>
 
+#include "common/wire.hpp"
 #include "common/types.hpp"
 
 namespace vormelt {
 
-inline constexpr std::uint32_t kEthernetHeaderLength = 14;
 // Block size = frame length + kRecordOverhead.
 inline constexpr std::uint32_t kRecordOverhead = 89;
 // Readable bytes after the last frame byte: the kind byte, then zeroed reserve.

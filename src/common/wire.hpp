@@ -1,0 +1,21 @@
+// Numbers fixed by the wire formats every engine reads: the Ethernet header, the EtherTypes and
+// IP protocol numbers the program tells apart. One definition, so capture, decoding, rendering
+// and filtering can never disagree on them.
+#pragma once
+
+#include <cstdint>
+
+namespace vormelt {
+
+inline constexpr std::uint32_t kEthernetHeaderLength = 14;
+
+inline constexpr std::uint16_t kEtherTypeIpv4 = 0x0800;
+inline constexpr std::uint16_t kEtherTypeArp = 0x0806;
+inline constexpr std::uint16_t kEtherTypeVlan = 0x8100;
+inline constexpr std::uint16_t kEtherTypeIpv6 = 0x86DD;
+
+inline constexpr std::uint8_t kProtocolIcmp = 1;
+inline constexpr std::uint8_t kProtocolTcp = 6;
+inline constexpr std::uint8_t kProtocolUdp = 17;
+
+}  // namespace vormelt
