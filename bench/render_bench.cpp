@@ -59,11 +59,11 @@ int Render(const std::string& pcap, const std::string& output) {
   std::vector<std::uint8_t> block(kMaxFrameLength + kRecordOverhead);  // one record, reused
   const auto start = std::chrono::steady_clock::now();
   long packets = 0;
-  std::span<const std::uint8_t> frame;
+  FrameRecord frame;
   for (ReadResult r; (r = source.Next(frame)) != ReadResult::End && r != ReadResult::Failed;) {
-    if (r != ReadResult::Frame || frame.size() > kMaxFrameLength) continue;
-    const std::uint8_t* stored = LayOutRecord(block.data(), frame, source.Kind());
-    const PacketRef ref{stored, static_cast<std::uint32_t>(frame.size()), source.Kind(), kTimeText};
+    if (r != ReadResult::Frame) continue;
+    const std::uint8_t* stored = LayOutRecord(block.data(), frame.bytes, source.Kind());
+    const PacketRef ref{stored, frame.length(), source.Kind(), kTimeText};
     if (!renderer.Write(ref, out)) break;
     ++packets;
   }

@@ -101,8 +101,8 @@ int ParseOptions(std::span<const std::string> args, PacketsOptions& options, std
 class LimitedSink final : public FrameSink {
  public:
   LimitedSink(PacketStore& store, long limit) : store_(store), limit_(limit) {}
-  SinkVerdict Take(std::span<const std::uint8_t> frame, InterfaceKind kind) override {
-    const SinkVerdict verdict = store_.Take(frame, kind);
+  SinkVerdict Take(const FrameRecord& frame) override {
+    const SinkVerdict verdict = store_.Take(frame);
     if (verdict == SinkVerdict::Stored && limit_ > 0 && ++stored_ >= limit_) {
       return SinkVerdict::ItemLimitReached;
     }

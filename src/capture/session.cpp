@@ -86,6 +86,7 @@ void CaptureSession::RunStarter(std::stop_token stop, CaptureTarget target, Fram
   // Stop may have come while the source was opening, before it could be interrupted.
   if (stopRequested.load()) source.Interrupt();
   RunReceiveLoop(source, sink, target);
+  sink.Finish();
   {
     std::lock_guard lock(sourceMutex_);
     activeSource_ = nullptr;
@@ -102,7 +103,7 @@ void CaptureSession::RunReceiveLoop(CaptureSource& source, FrameSink& sink,
     return;
   }
   SetStatus(CaptureStatus::Listening, kind, target.displayName, file);
-  std::span<const std::uint8_t> frame;
+  FrameRecord frame;
   for (;;) {
     if (quitRequested.load(std::memory_order_relaxed) ||
         stopRequested.load(std::memory_order_relaxed)) {
@@ -119,7 +120,7 @@ void CaptureSession::RunReceiveLoop(CaptureSource& source, FrameSink& sink,
       break;
     }
     bytesRead_.store(source.BytesRead(), std::memory_order_relaxed);
-    const SinkVerdict verdict = sink.Take(frame, kind);
+    const SinkVerdict verdict = sink.Take(frame);
     if (verdict == SinkVerdict::Stored || verdict == SinkVerdict::ItemLimitReached) {
       newData.store(true, std::memory_order_relaxed);
     }

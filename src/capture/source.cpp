@@ -5,7 +5,10 @@
 
 #include <pcap/pcap.h>
 
+#include <algorithm>
 #include <atomic>
+#include <chrono>
+#include <cstring>
 #include <cerrno>
 #include <filesystem>
 #include <vector>
@@ -51,13 +54,14 @@ class PcapSource final : public CaptureSource {
         kind_(kind),
         linkType_(pcap_datalink(handle_.get())),
         file_(pcap_file(handle_.get())),
-        fileSize_(fileSize) {
-    converted_.reserve(kMaxFrameLength + 64);
+        fileSize_(fileSize),
+        nanoseconds_(pcap_get_tstamp_precision(handle_.get()) == PCAP_TSTAMP_PRECISION_NANO) {
+    converted_.reserve(kMaxFrameLength + 64 + kFrameSpareBytes);
   }
 
   InterfaceKind Kind() const override { return kind_; }
 
-  ReadResult Next(std::span<const std::uint8_t>& frame) override {
+  ReadResult Next(FrameRecord& frame) override {
     if (interrupted_.load(std::memory_order_acquire)) return ReadResult::End;
     pcap_pkthdr* header = nullptr;
     const u_char* data = nullptr;
@@ -69,7 +73,19 @@ class PcapSource final : public CaptureSource {
       return ReadResult::Failed;
     }
     SampleProgress();
-    return Convert(std::span<const std::uint8_t>(data, header->caplen), frame);
+    if (!Convert(std::span<const std::uint8_t>(data, header->caplen))) return ReadResult::Nothing;
+    const auto length = static_cast<std::uint32_t>(
+        std::min<std::size_t>(converted_.size(), kMaxFrameLength));
+    // What the link header added or took away applies to the wire length alike.
+    const std::int64_t wire = std::int64_t{header->len} - header->caplen + length;
+    converted_.resize(length + kFrameSpareBytes);
+    std::memset(converted_.data() + length, 0, kFrameSpareBytes);
+    frame.bytes = std::span<const std::uint8_t>(converted_.data(), length);
+    frame.wireLength = static_cast<std::uint32_t>(std::max<std::int64_t>(wire, length));
+    frame.time = Timestamp(header->ts);
+    frame.kind = kind_;
+    frame.timeText = {};
+    return ReadResult::Frame;
   }
 
   void Interrupt() override {
@@ -86,17 +102,19 @@ class PcapSource final : public CaptureSource {
   std::uint64_t BytesTotal() const override { return fileSize_; }
 
  private:
-  ReadResult Convert(std::span<const std::uint8_t> packet, std::span<const std::uint8_t>& frame) {
+  // Into converted_: the frame in Ethernet shape. False for a packet this kind does not keep.
+  bool Convert(std::span<const std::uint8_t> packet) {
     if (kind_ == InterfaceKind::PacketDriver && linkType_ == DLT_EN10MB) {
-      frame = packet;  // already what we keep: no copy
-      return ReadResult::Frame;
+      converted_.assign(packet.begin(), packet.end());
+      return true;
     }
-    const bool kept = kind_ == InterfaceKind::RawSockets
-                          ? ToRawSocketsFrame(linkType_, packet, converted_)
-                          : ToAdapterFrame(linkType_, packet, converted_);
-    if (!kept) return ReadResult::Nothing;
-    frame = converted_;
-    return ReadResult::Frame;
+    return kind_ == InterfaceKind::RawSockets ? ToRawSocketsFrame(linkType_, packet, converted_)
+                                              : ToAdapterFrame(linkType_, packet, converted_);
+  }
+
+  CaptureTime Timestamp(const timeval& stamp) const {
+    const std::int64_t fraction = nanoseconds_ ? stamp.tv_usec : std::int64_t{stamp.tv_usec} * 1000;
+    return CaptureTime(std::chrono::nanoseconds(std::int64_t{stamp.tv_sec} * 1'000'000'000 + fraction));
   }
 
   void SampleProgress() {
@@ -111,6 +129,7 @@ class PcapSource final : public CaptureSource {
   int linkType_;
   std::FILE* file_;  // the offline file, owned by the handle; null when live
   std::uint64_t fileSize_;
+  bool nanoseconds_;  // the handle's time stamps count nanoseconds, not microseconds
   std::atomic<bool> interrupted_{false};
   std::vector<std::uint8_t> converted_;
   std::string failure_;
@@ -133,6 +152,7 @@ OpenResult OpenLive(const std::string& device, InterfaceKind kind,
   pcap_set_promisc(p, 0);
   pcap_set_immediate_mode(p, 1);
   pcap_set_timeout(p, kReadTimeoutMs);
+  pcap_set_tstamp_precision(p, PCAP_TSTAMP_PRECISION_NANO);  // refused on old kernels: then µs
   const int status = pcap_activate(p);
   if (status == PCAP_ERROR_PERM_DENIED || status == PCAP_ERROR_NO_SUCH_DEVICE ||
       status == PCAP_ERROR_IFACE_NOT_UP) {
@@ -157,7 +177,8 @@ OpenResult OpenAddress(const std::string& address) {
 
 OpenResult OpenFile(const std::string& path) {
   char error[PCAP_ERRBUF_SIZE] = {};
-  PcapHandle handle(pcap_open_offline(path.c_str(), error));
+  PcapHandle handle(
+      pcap_open_offline_with_tstamp_precision(path.c_str(), PCAP_TSTAMP_PRECISION_NANO, error));
   if (!handle) {
     // libpcap names the file itself in some of its messages; name it once in all of them.
     const std::string detail = std::string_view(error).starts_with(path) ? error : path + ": " + error;

@@ -10,6 +10,7 @@
 #include <variant>
 
 #include "capture/message.hpp"
+#include "common/frame_sink.hpp"
 #include "common/settings.hpp"
 #include "common/types.hpp"
 
@@ -40,9 +41,9 @@ class CaptureSource {
  public:
   virtual ~CaptureSource() = default;
   virtual InterfaceKind Kind() const = 0;
-  // Blocks at most about 100 ms. `frame` starts with the 14-byte Ethernet header and stays
-  // valid until the next call.
-  virtual ReadResult Next(std::span<const std::uint8_t>& frame) = 0;
+  // Blocks at most about 100 ms. `frame` is filled as a sink is handed it (Ethernet shape,
+  // spare bytes, capture time, kind) and stays valid until the next call.
+  virtual ReadResult Next(FrameRecord& frame) = 0;
   // From any thread: a blocked Next returns promptly, and every later one returns End.
   virtual void Interrupt() = 0;
   // The message for a Failed read.

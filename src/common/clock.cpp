@@ -22,10 +22,9 @@ LocalTime FromFields(const std::tm& fields, int millisecond) {
 }
 
 template <typename Breakdown>
-LocalTime Now(Breakdown breakdown) {
-  const auto now = std::chrono::system_clock::now();
+LocalTime Fields(CaptureTime time, Breakdown breakdown) {
   const auto sinceEpoch =
-      std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch());
+      std::chrono::floor<std::chrono::milliseconds>(time.time_since_epoch());
   const auto seconds = std::chrono::floor<std::chrono::seconds>(sinceEpoch);
   const std::time_t wholeSeconds = static_cast<std::time_t>(seconds.count());
   const int millisecond = static_cast<int>((sinceEpoch - seconds).count());
@@ -36,9 +35,16 @@ LocalTime Now(Breakdown breakdown) {
 
 }  // namespace
 
-LocalTime NowLocal() { return Now(localtime_r); }
+CaptureTime CaptureNow() {
+  return std::chrono::time_point_cast<std::chrono::nanoseconds>(std::chrono::system_clock::now());
+}
 
-LocalTime NowUtc() { return Now(gmtime_r); }
+LocalTime ToLocalTime(CaptureTime time) { return Fields(time, localtime_r); }
+LocalTime ToUtcTime(CaptureTime time) { return Fields(time, gmtime_r); }
+
+LocalTime NowLocal() { return ToLocalTime(CaptureNow()); }
+
+LocalTime NowUtc() { return ToUtcTime(CaptureNow()); }
 
 std::int64_t MillisecondsSinceStart() {
   return std::chrono::duration_cast<std::chrono::milliseconds>(SteadyClock::now() - kProcessStart)

@@ -4,6 +4,8 @@
 
 #include <cstdint>
 
+#include "common/frame_sink.hpp"
+
 namespace vormelt {
 
 struct LocalTime {
@@ -18,6 +20,11 @@ struct LocalTime {
 
 LocalTime NowLocal();
 LocalTime NowUtc();
+// A capture time in local time / UTC fields.
+LocalTime ToLocalTime(CaptureTime time);
+LocalTime ToUtcTime(CaptureTime time);
+// The current time as a capture time.
+CaptureTime CaptureNow();
 
 // Milliseconds of steady time since the process started; never goes backwards.
 std::int64_t MillisecondsSinceStart();

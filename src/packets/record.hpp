@@ -11,6 +11,7 @@
 #include <string_view>
 #include <vector>
 
+#include "common/frame_sink.hpp"
 #include "common/wire.hpp"
 #include "common/types.hpp"
 
@@ -20,8 +21,7 @@ namespace vormelt {
 inline constexpr std::uint32_t kRecordOverhead = 89;
 // Readable bytes after the last frame byte: the kind byte, then zeroed reserve.
 inline constexpr std::uint32_t kSpareAfterFrame = kRecordOverhead - 1;
-// The largest frame a record holds: a 65,535-byte datagram behind the 14-byte header.
-inline constexpr std::uint32_t kMaxFrameLength = 65535 + kEthernetHeaderLength;
+static_assert(kSpareAfterFrame == kFrameSpareBytes);
 
 // A view of one stored packet. `frame` points at the Ethernet header; kSpareAfterFrame readable
 // bytes follow frame + frameLength. Valid while the store keeps the record.

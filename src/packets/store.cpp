@@ -9,7 +9,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
-#include <tuple>
 
 #include "common/clock.hpp"
 #include "packets/format.hpp"
@@ -140,7 +139,9 @@ std::uint32_t PacketStore::FilterTextsId(std::shared_ptr<const FilterColumnTexts
   return static_cast<std::uint32_t>(filterTexts_.size());
 }
 
-InsertOutcome PacketStore::Insert(std::span<const std::uint8_t> frame, InterfaceKind kind) {
+InsertOutcome PacketStore::Insert(const FrameRecord& record) {
+  std::span<const std::uint8_t> frame = record.bytes;
+  const InterfaceKind kind = record.kind;
   if (frame.size() > kMaxFrameLength) frame = frame.first(kMaxFrameLength);
   const auto frameLength = static_cast<std::uint32_t>(frame.size());
 
@@ -169,7 +170,8 @@ InsertOutcome PacketStore::Insert(std::span<const std::uint8_t> frame, Interface
     return slot ? InsertOutcome::ListFull : InsertOutcome::OutOfMemory;
   }
 
-  const std::string_view timeText = TimeTextNow();
+  const std::string_view timeText =
+      record.timeText.empty() ? TimeText(record.time) : record.timeText.substr(0, 0xFFFF);
   const std::size_t timeLength = timeText.size();
   std::uint8_t* block = arena_->Allocate(BlockSize(frameLength, timeLength));
   if (!block) return InsertOutcome::OutOfMemory;
@@ -199,23 +201,21 @@ InsertOutcome PacketStore::Insert(std::span<const std::uint8_t> frame, Interface
 }
 
 // Under the lock. Packets arrive many to the millisecond, so the text of the last one is
-// reused while the clock reads the same.
-std::string_view PacketStore::TimeTextNow() {
-  const LocalTime now = NowLocal();
-  const auto fields = [](const LocalTime& t) {
-    return std::tie(t.year, t.month, t.day, t.hour, t.minute, t.second, t.millisecond);
-  };
-  if (!timeTextValid_ || fields(now) != fields(lastTime_)) {
-    lastTimeLength_ = format::ExpandDateTime(dateTimeTemplate_, now, lastTimeText_.data(),
-                                             lastTimeText_.size());
-    lastTime_ = now;
+// reused while the millisecond is the same.
+std::string_view PacketStore::TimeText(CaptureTime time) {
+  const std::int64_t millisecond =
+      std::chrono::floor<std::chrono::milliseconds>(time.time_since_epoch()).count();
+  if (!timeTextValid_ || millisecond != lastTimeMillisecond_) {
+    lastTimeLength_ = format::ExpandDateTime(dateTimeTemplate_, ToLocalTime(time),
+                                             lastTimeText_.data(), lastTimeText_.size());
+    lastTimeMillisecond_ = millisecond;
     timeTextValid_ = true;
   }
   return {lastTimeText_.data(), lastTimeLength_};
 }
 
-SinkVerdict PacketStore::Take(std::span<const std::uint8_t> frame, InterfaceKind kind) {
-  switch (Insert(frame, kind)) {
+SinkVerdict PacketStore::Take(const FrameRecord& frame) {
+  switch (Insert(frame)) {
     case InsertOutcome::Stored: return SinkVerdict::Stored;
     case InsertOutcome::FilteredOut: return SinkVerdict::Skipped;
     case InsertOutcome::OutOfMemory: return SinkVerdict::OutOfMemory;

@@ -44,12 +44,12 @@ class PacketStore final : public FrameSink {
   PacketStore(const PacketStore&) = delete;
   PacketStore& operator=(const PacketStore&) = delete;
 
-  // Receive thread. `frame` starts with the 14-byte Ethernet header; frames longer than
-  // kMaxFrameLength are cut to it. Formats the time text now with the current template.
-  InsertOutcome Insert(std::span<const std::uint8_t> frame, InterfaceKind kind);
+  // Receive thread. The time text is the frame's own (a dump file's) or its capture time
+  // formatted now with the current template.
+  InsertOutcome Insert(const FrameRecord& frame);
 
   // FrameSink: Insert, with its outcome mapped to the capture loop's verdict.
-  SinkVerdict Take(std::span<const std::uint8_t> frame, InterfaceKind kind) override;
+  SinkVerdict Take(const FrameRecord& frame) override;
   bool IsFull() const override;
 
   // The filter asked for each frame while it is Enabled(); null asks nobody. Not owned: the
@@ -105,7 +105,7 @@ class PacketStore final : public FrameSink {
   std::uint32_t FilterTextsId(std::shared_ptr<const FilterColumnTexts> texts);
   void KeepLastRecord();
   void RemoveRows(std::span<const std::int32_t> sortedIndices);
-  std::string_view TimeTextNow();
+  std::string_view TimeText(CaptureTime time);
 
   const std::int32_t capacity_;
   mutable std::mutex mutex_;
@@ -122,8 +122,8 @@ class PacketStore final : public FrameSink {
   std::atomic<std::uint64_t> generation_{0};
   std::atomic<PacketFilterSeam*> filter_{nullptr};
   std::string dateTimeTemplate_;
-  // The last time text made, and the clock reading it was made from.
-  LocalTime lastTime_{};
+  // The last time text made, and the millisecond it was made for.
+  std::int64_t lastTimeMillisecond_ = 0;
   std::array<char, 255> lastTimeText_{};
   std::size_t lastTimeLength_ = 0;
   bool timeTextValid_ = false;

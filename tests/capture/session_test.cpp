@@ -29,10 +29,11 @@ const test::Mac kSource{0x3c, 0x7c, 0x3f, 0x01, 0x02, 0x0d};
 // receive thread inside Take until released.
 class RecordingSink final : public FrameSink {
  public:
-  SinkVerdict Take(std::span<const std::uint8_t> frame, InterfaceKind kind) override {
+  SinkVerdict Take(const FrameRecord& frame) override {
     std::unique_lock lock(mutex_);
-    frames.emplace_back(frame.begin(), frame.end());
-    kinds.push_back(kind);
+    frames.emplace_back(frame.bytes.begin(), frame.bytes.end());
+    kinds.push_back(frame.kind);
+    times.push_back(frame.time);
     released_.wait(lock, [&] { return !hold; });
     return frames.size() > verdictAfter ? verdict : SinkVerdict::Stored;
   }
@@ -51,6 +52,7 @@ class RecordingSink final : public FrameSink {
 
   std::vector<Bytes> frames;
   std::vector<InterfaceKind> kinds;
+  std::vector<CaptureTime> times;
   std::size_t verdictAfter = SIZE_MAX;
   SinkVerdict verdict = SinkVerdict::Stored;
   bool full = false;

@@ -31,12 +31,12 @@ std::uint32_t NumberOf(const PacketRef& packet) {
 TEST(PacketStore, StoresOneMorePacketAfterTheCountReachesTheLimit) {
   PacketStore store(11);  // indices 0..10, item limit 10
   for (std::uint32_t i = 0; i < 10; ++i) {
-    ASSERT_EQ(store.Insert(NumberedFrame(i), InterfaceKind::RawSockets), InsertOutcome::Stored);
+    ASSERT_EQ(store.Insert(test::Record(NumberedFrame(i), InterfaceKind::RawSockets)), InsertOutcome::Stored);
   }
   EXPECT_EQ(store.ItemCount(), 10);
   EXPECT_TRUE(store.IsFull());
 
-  EXPECT_EQ(store.Insert(NumberedFrame(10), InterfaceKind::RawSockets),
+  EXPECT_EQ(store.Insert(test::Record(NumberedFrame(10), InterfaceKind::RawSockets)),
             InsertOutcome::ItemLimitReached);
   EXPECT_EQ(store.ItemCount(), 10);
   ASSERT_TRUE(store.IsPresent(10));
@@ -45,12 +45,12 @@ TEST(PacketStore, StoresOneMorePacketAfterTheCountReachesTheLimit) {
 
   // A full store takes nothing more and overwrites nothing.
   const auto memory = store.AllocatedMemory();
-  EXPECT_EQ(store.Insert(NumberedFrame(99), InterfaceKind::RawSockets),
+  EXPECT_EQ(store.Insert(test::Record(NumberedFrame(99), InterfaceKind::RawSockets)),
             InsertOutcome::ItemLimitReached);
   EXPECT_EQ(NumberOf(store.Get(10)), 10u);
   EXPECT_EQ(store.RowCount(), 11u);
   EXPECT_EQ(store.AllocatedMemory(), memory);
-  EXPECT_EQ(store.Take(NumberedFrame(99), InterfaceKind::RawSockets),
+  EXPECT_EQ(store.Take(test::Record(NumberedFrame(99), InterfaceKind::RawSockets)),
             SinkVerdict::ItemLimitReached);
 }
 
@@ -59,7 +59,7 @@ TEST(PacketStore, TheRealCapacityHoldsOneMillionAndOnePackets) {
   const Bytes frame(14, 0);
   std::int32_t stored = 0;
   InsertOutcome outcome = InsertOutcome::Stored;
-  while ((outcome = store.Insert(frame, InterfaceKind::RawSockets)) == InsertOutcome::Stored) {
+  while ((outcome = store.Insert(test::Record(frame, InterfaceKind::RawSockets))) == InsertOutcome::Stored) {
     ++stored;
   }
   EXPECT_EQ(outcome, InsertOutcome::ItemLimitReached);
@@ -73,7 +73,7 @@ TEST(PacketStore, TheRealCapacityHoldsOneMillionAndOnePackets) {
 
 TEST(PacketStore, ClearFreesEverythingButTheLastIndexAndStartsAgainAtZero) {
   PacketStore store(6);
-  for (std::uint32_t i = 0; i < 6; ++i) store.Insert(NumberedFrame(i), InterfaceKind::RawSockets);
+  for (std::uint32_t i = 0; i < 6; ++i) store.Insert(test::Record(NumberedFrame(i), InterfaceKind::RawSockets));
   ASSERT_TRUE(store.IsPresent(5));
   const auto generation = store.Generation();
 
@@ -88,7 +88,7 @@ TEST(PacketStore, ClearFreesEverythingButTheLastIndexAndStartsAgainAtZero) {
   EXPECT_FALSE(store.IsFull());
 
   const Bytes next = NumberedFrame(42, 100);
-  ASSERT_EQ(store.Insert(next, InterfaceKind::RawSockets), InsertOutcome::Stored);
+  ASSERT_EQ(store.Insert(test::Record(next, InterfaceKind::RawSockets)), InsertOutcome::Stored);
   EXPECT_EQ(NumberOf(store.Get(0)), 42u);
   EXPECT_EQ(store.AllocatedMemory(), next.size() + kRecordOverhead);
 
@@ -96,13 +96,13 @@ TEST(PacketStore, ClearFreesEverythingButTheLastIndexAndStartsAgainAtZero) {
   EXPECT_EQ(NumberOf(store.Get(5)), 5u);
 
   // Filling up again gives the last index to the new packet.
-  for (std::uint32_t i = 0; i < 6; ++i) store.Insert(NumberedFrame(100 + i), InterfaceKind::RawSockets);
+  for (std::uint32_t i = 0; i < 6; ++i) store.Insert(test::Record(NumberedFrame(100 + i), InterfaceKind::RawSockets));
   EXPECT_EQ(NumberOf(store.Get(5)), 105u);
 }
 
 TEST(PacketStore, DeleteKeepsIndicesAndDropsTheRow) {
   PacketStore store(100);
-  for (std::uint32_t i = 0; i < 6; ++i) store.Insert(NumberedFrame(i), InterfaceKind::RawSockets);
+  for (std::uint32_t i = 0; i < 6; ++i) store.Insert(test::Record(NumberedFrame(i), InterfaceKind::RawSockets));
   const auto generation = store.Generation();
   const auto memory = store.AllocatedMemory();
 
@@ -126,7 +126,7 @@ TEST(PacketStore, DeleteKeepsIndicesAndDropsTheRow) {
   EXPECT_EQ(NumberOf(store.Get(4)), 4u);
 
   // Indices are never given twice.
-  store.Insert(NumberedFrame(6), InterfaceKind::RawSockets);
+  store.Insert(test::Record(NumberedFrame(6), InterfaceKind::RawSockets));
   EXPECT_EQ(store.IndexAtRow(2), 6);
   EXPECT_EQ(store.ItemCount(), 7);
 }
@@ -136,7 +136,7 @@ TEST(PacketStore, RecordsKeepTheirLayoutKindAndTimeText) {
   store.SetDateTimeTemplate("at %Y");
   const Bytes frame = test::EthernetFrame({1, 2, 3, 4, 5, 6}, {7, 8, 9, 10, 11, 12}, 0x0806,
                                           test::ArpPacket({}));
-  store.Insert(frame, InterfaceKind::PacketDriver);
+  store.Insert(test::Record(frame, InterfaceKind::PacketDriver));
   const PacketRef packet = store.Get(0);
   ASSERT_NE(packet.frame, nullptr);
   ASSERT_EQ(packet.frameLength, frame.size());
@@ -150,14 +150,14 @@ TEST(PacketStore, RecordsKeepTheirLayoutKindAndTimeText) {
 
   // A template change applies to later packets only.
   store.SetDateTimeTemplate("no tokens");
-  store.Insert(frame, InterfaceKind::PacketDriver);
+  store.Insert(test::Record(frame, InterfaceKind::PacketDriver));
   EXPECT_EQ(store.Get(1).timeText, "no tokens");
   EXPECT_EQ(store.Get(0).timeText.substr(0, 3), "at ");
 
   // Frames beyond the largest datagram are cut, and empty frames are still records.
-  store.Insert(Bytes(kMaxFrameLength + 500, 0xAB), InterfaceKind::PacketDriver);
+  store.Insert(test::Record(Bytes(kMaxFrameLength + 500, 0xAB), InterfaceKind::PacketDriver));
   EXPECT_EQ(store.Get(2).frameLength, kMaxFrameLength);
-  store.Insert({}, InterfaceKind::RawSockets);
+  store.Insert(test::Record({}, InterfaceKind::RawSockets));
   EXPECT_EQ(store.Get(3).frameLength, 0u);
   EXPECT_EQ(store.Get(3).networkLength(), 0u);
 }
@@ -184,15 +184,15 @@ TEST(PacketStore, FilteredFramesChangeNothingAndKeptOnesShareTheFilterTexts) {
   FakeFilter filter;
   store.SetFilter(&filter);
 
-  EXPECT_EQ(store.Insert(NumberedFrame(1), InterfaceKind::RawSockets), InsertOutcome::FilteredOut);
-  EXPECT_EQ(store.Take(NumberedFrame(3), InterfaceKind::RawSockets), SinkVerdict::Skipped);
+  EXPECT_EQ(store.Insert(test::Record(NumberedFrame(1), InterfaceKind::RawSockets)), InsertOutcome::FilteredOut);
+  EXPECT_EQ(store.Take(test::Record(NumberedFrame(3), InterfaceKind::RawSockets)), SinkVerdict::Skipped);
   EXPECT_EQ(store.ItemCount(), 0);
   EXPECT_EQ(store.AllocatedMemory(), 0u);
   EXPECT_EQ(store.RowCount(), 0u);
   EXPECT_TRUE(filter.sawKindByte);
 
-  store.Insert(NumberedFrame(2), InterfaceKind::RawSockets);
-  store.Insert(NumberedFrame(4), InterfaceKind::RawSockets);
+  store.Insert(test::Record(NumberedFrame(2), InterfaceKind::RawSockets));
+  store.Insert(test::Record(NumberedFrame(4), InterfaceKind::RawSockets));
   ASSERT_EQ(store.ItemCount(), 2);
   EXPECT_EQ(store.FilterTexts(0), filter.texts.get());
   EXPECT_EQ(store.FilterTexts(1), filter.texts.get());
@@ -200,7 +200,7 @@ TEST(PacketStore, FilteredFramesChangeNothingAndKeptOnesShareTheFilterTexts) {
   // A disabled filter is not asked and leaves no texts.
   filter.enabled = false;
   const int asked = filter.asked;
-  store.Insert(NumberedFrame(5), InterfaceKind::RawSockets);
+  store.Insert(test::Record(NumberedFrame(5), InterfaceKind::RawSockets));
   EXPECT_EQ(filter.asked, asked);
   EXPECT_EQ(store.FilterTexts(2), nullptr);
 
@@ -208,7 +208,7 @@ TEST(PacketStore, FilteredFramesChangeNothingAndKeptOnesShareTheFilterTexts) {
   filter.enabled = true;
   const auto first = filter.texts;
   filter.texts = std::make_shared<FilterColumnTexts>(FilterColumnTexts{"POST", ""});
-  store.Insert(NumberedFrame(6), InterfaceKind::RawSockets);
+  store.Insert(test::Record(NumberedFrame(6), InterfaceKind::RawSockets));
   store.SetFilter(nullptr);
   EXPECT_EQ(store.FilterTexts(0)->mustContain, "GET");
   EXPECT_EQ(store.FilterTexts(3)->mustContain, "POST");
@@ -221,7 +221,7 @@ TEST(PacketStore, ReadersSeeOnlyCompletePacketsWhileInserting) {
   std::atomic<bool> done{false};
   std::thread inserter([&] {
     for (std::uint32_t i = 0; i < kPackets; ++i) {
-      store.Insert(NumberedFrame(i, 8 + i % 300), InterfaceKind::RawSockets);
+      store.Insert(test::Record(NumberedFrame(i, 8 + i % 300), InterfaceKind::RawSockets));
     }
     done = true;
   });

@@ -8,6 +8,9 @@
 #include <string_view>
 #include <vector>
 
+#include "common/clock.hpp"
+#include "common/frame_sink.hpp"
+
 namespace vormelt::test {
 
 using Bytes = std::vector<std::uint8_t>;
@@ -16,6 +19,14 @@ using Ip4 = std::array<std::uint8_t, 4>;
 
 Ip4 ParseIp(std::string_view dotted);  // "10.0.0.1"; aborts the test program on bad text
 Bytes ToBytes(std::string_view text);
+
+// A frame record over `frame` as a receive loop hands it over, stamped now. Valid until the
+// next call on the same thread.
+inline FrameRecord Record(std::span<const std::uint8_t> frame, InterfaceKind kind,
+                          CaptureTime time = CaptureNow()) {
+  thread_local FrameBuffer buffer;
+  return buffer.Fill(frame, kind, time);
+}
 
 inline constexpr std::uint8_t kFin = 0x01, kSyn = 0x02, kRst = 0x04, kPsh = 0x08, kAck = 0x10,
                               kUrg = 0x20;

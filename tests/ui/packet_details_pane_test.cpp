@@ -46,7 +46,7 @@ struct Bench {
     pane.show();
   }
   std::uint32_t Add(const Bytes& frame, InterfaceKind kind = InterfaceKind::PacketDriver) {
-    if (store.Insert(frame, kind) != InsertOutcome::Stored) qFatal("the store refused a frame");
+    if (store.Insert(test::Record(frame, kind)) != InsertOutcome::Stored) qFatal("the store refused a frame");
     return static_cast<std::uint32_t>(store.ItemCount() - 1);
   }
   template <typename Widget = QLineEdit>

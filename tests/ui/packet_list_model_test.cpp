@@ -29,7 +29,7 @@ Bytes TcpFrame(std::uint16_t sourcePort) {
 }
 
 void InsertTcp(PacketStore& store, std::uint16_t sourcePort) {
-  QCOMPARE(store.Insert(TcpFrame(sourcePort), InterfaceKind::PacketDriver), InsertOutcome::Stored);
+  QCOMPARE(store.Insert(test::Record(TcpFrame(sourcePort), InterfaceKind::PacketDriver)), InsertOutcome::Stored);
 }
 
 QString Cell(const ui::PacketListModel& model, int row, ListColumn column) {
@@ -125,7 +125,7 @@ class PacketListModelTest : public QObject {
     const Bytes frame = TcpFrame(7);
     std::atomic<bool> done{false};
     std::thread receiver([&] {
-      for (int i = 0; i < kPackets; ++i) store.Insert(frame, InterfaceKind::PacketDriver);
+      for (int i = 0; i < kPackets; ++i) store.Insert(test::Record(frame, InterfaceKind::PacketDriver));
       done = true;
     });
     while (!done.load() || model.rowCount() < kPackets) {
