@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "capture/message.hpp"
+#include "common/message.hpp"
 #include "common/types.hpp"
 
 namespace vormelt {

@@ -11,11 +11,6 @@ namespace {
 
 constexpr auto kPollStep = std::chrono::milliseconds(10);
 
-std::string Format(Text text, UiLanguage language, const std::string& argument) {
-  CaptureMessage message{text, text, MessageIcon::Information, argument, std::nullopt};
-  return FormatMessage(message, language);
-}
-
 Text ListeningText(const CaptureStatusSnapshot& snapshot) {
   if (snapshot.file) return Text::StatusReadingFile;
   return snapshot.kind == InterfaceKind::RawSockets ? Text::StatusListeningRawSockets
@@ -28,7 +23,7 @@ std::string StatusText(const CaptureStatusSnapshot& snapshot, UiLanguage languag
   switch (snapshot.status) {
     case CaptureStatus::Idle: return {};
     case CaptureStatus::Listening:
-      return Format(ListeningText(snapshot), language, snapshot.interfaceText);
+      return FormatText(ListeningText(snapshot), language, snapshot.interfaceText.c_str());
     case CaptureStatus::Stopped: return Tr(Text::StatusStopped, language);
     case CaptureStatus::ItemLimitReached: return Tr(Text::StatusItemLimitReached, language);
     case CaptureStatus::MaxListItems: return Tr(Text::StatusMaxListItems, language);

@@ -11,7 +11,7 @@
 #include <thread>
 
 #include "common/frame_sink.hpp"
-#include "capture/message.hpp"
+#include "common/message.hpp"
 #include "capture/source.hpp"
 #include "common/texts.hpp"
 #include "common/types.hpp"

@@ -9,7 +9,7 @@
 #include <string>
 #include <variant>
 
-#include "capture/message.hpp"
+#include "common/message.hpp"
 #include "common/frame_sink.hpp"
 #include "common/settings.hpp"
 #include "common/types.hpp"

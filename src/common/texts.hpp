@@ -6,6 +6,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
+#include <string>
 #include <string_view>
 
 namespace vormelt {
@@ -39,5 +41,24 @@ std::string_view English(Text key);
 std::string_view German(Text key);
 // The enumerator's name, for diagnostics and tests.
 std::string_view KeyName(Text key);
+
+// The one way a catalogue text gets its arguments: the printf form in `language` with `args`
+// put in (strings as const char*, numbers as the conversion wants them), any length.
+template <typename... Args>
+std::string FormatText(Text key, UiLanguage language, Args... args) {
+  const char* form = Tr(key, language);
+  if constexpr (sizeof...(Args) == 0) {
+    return form;
+  } else {
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+    const int length = std::snprintf(nullptr, 0, form, args...);
+    if (length <= 0) return {};
+    std::string text(static_cast<std::size_t>(length), '\0');
+    std::snprintf(text.data(), text.size() + 1, form, args...);
+#pragma GCC diagnostic pop
+    return text;
+  }
+}
 
 }  // namespace vormelt

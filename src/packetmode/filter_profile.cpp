@@ -244,14 +244,6 @@ ProfileResult ReadProfile(const Json& root) {
   return result;
 }
 
-std::string Format(Text key, UiLanguage language, const std::string& a, const std::string& b = {}) {
-  const char* form = Tr(key, language);
-  const int size = std::snprintf(nullptr, 0, form, a.c_str(), b.c_str());
-  if (size <= 0) return form;
-  std::string text(static_cast<std::size_t>(size), '\0');
-  std::snprintf(text.data(), text.size() + 1, form, a.c_str(), b.c_str());
-  return text;
-}
 
 }  // namespace
 
@@ -368,7 +360,7 @@ std::string LoadCurrentProfileInto(FilterMode mode, FilterSettings& settings,
   std::error_code ec;
   std::filesystem::copy_file(file, aside, std::filesystem::copy_options::overwrite_existing, ec);
   std::string message = DescribeProfileProblem(result, file, language);
-  if (!ec) message += " " + Format(Text::FilterProfileKeptAside, language, aside.string());
+  if (!ec) message += " " + FormatText(Text::FilterProfileKeptAside, language, aside.string().c_str());
   return message;
 }
 
@@ -377,16 +369,16 @@ std::string DescribeProfileProblem(const ProfileResult& result,
   const std::string name = file.string();
   switch (result.problem) {
     case ProfileProblem::None: return {};
-    case ProfileProblem::Missing: return Format(Text::FilterProfileMissing, language, name);
+    case ProfileProblem::Missing: return FormatText(Text::FilterProfileMissing, language, name.c_str());
     case ProfileProblem::Unreadable:
-      return Format(Text::FilterProfileUnreadable, language, name, result.detail);
+      return FormatText(Text::FilterProfileUnreadable, language, name.c_str(), result.detail.c_str());
     case ProfileProblem::NotJson:
-      return Format(Text::FilterProfileNotJson, language, name, result.detail);
+      return FormatText(Text::FilterProfileNotJson, language, name.c_str(), result.detail.c_str());
     case ProfileProblem::Invalid:
-      return Format(Text::FilterProfileInvalid, language, name, result.detail);
-    case ProfileProblem::TooNew: return Format(Text::FilterProfileTooNew, language, name);
+      return FormatText(Text::FilterProfileInvalid, language, name.c_str(), result.detail.c_str());
+    case ProfileProblem::TooNew: return FormatText(Text::FilterProfileTooNew, language, name.c_str());
     case ProfileProblem::WriteFailed:
-      return Format(Text::FilterProfileWriteFailed, language, name, result.detail);
+      return FormatText(Text::FilterProfileWriteFailed, language, name.c_str(), result.detail.c_str());
   }
   return {};
 }

@@ -1,5 +1,5 @@
-// Messages the capture threads want shown, and the queue that carries them to whoever shows
-// them (a window drains it on its 10 ms timer, the CLI prints to stderr). Capture threads never
+// Messages the engine threads want shown, and the queue that carries them to whoever shows
+// them (a window drains it on its 10 ms timer, the CLI prints to stderr). Engine threads never
 // call a window: they only push here. The language is chosen when a message is shown.
 #pragma once
 
