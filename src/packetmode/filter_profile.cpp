@@ -2,15 +2,13 @@
 // before it reaches a FilterSettings: a profile either loads whole or not at all.
 #include "packetmode/filter_profile.hpp"
 
-#include <cstdio>
-#include <fstream>
 #include <functional>
 #include <limits>
-#include <sstream>
 #include <system_error>
 
 #include <nlohmann/json.hpp>
 
+#include "common/json_file.hpp"
 #include "common/paths.hpp"
 
 namespace vormelt {
@@ -214,13 +212,6 @@ ProfileResult Failure(ProfileProblem problem, std::string detail) {
   return result;
 }
 
-// The parser's own message without its "[json.exception...] " tag.
-std::string ParserMessage(const std::exception& e) {
-  const std::string_view what = e.what();
-  const std::size_t tagEnd = what.find("] ");
-  return std::string(tagEnd == std::string_view::npos ? what : what.substr(tagEnd + 2));
-}
-
 ProfileResult ReadProfile(const Json& root) {
   if (!root.is_object()) return Failure(ProfileProblem::Invalid, "not an object");
   const auto version = root.find("version");
@@ -279,52 +270,28 @@ ProfileResult ParseFilterProfile(std::string_view text) {
   try {
     root = Json::parse(text.begin(), text.end());
   } catch (const Json::exception& e) {
-    return Failure(ProfileProblem::NotJson, ParserMessage(e));
+    return Failure(ProfileProblem::NotJson, JsonParserMessage(e.what()));
   }
   try {
     return ReadProfile(root);
   } catch (const std::exception& e) {
     // Every field is type-checked before it is read; this is only a last line of defence.
-    return Failure(ProfileProblem::Invalid, ParserMessage(e));
+    return Failure(ProfileProblem::Invalid, JsonParserMessage(e.what()));
   }
 }
 
 ProfileResult LoadFilterProfile(const std::filesystem::path& file) {
-  std::error_code ec;
-  if (!std::filesystem::exists(file, ec)) return Failure(ProfileProblem::Missing, {});
-  const std::uintmax_t size = std::filesystem::file_size(file, ec);
-  if (ec) return Failure(ProfileProblem::Unreadable, ec.message());
-  if (size > kLargestProfileBytes) return Failure(ProfileProblem::Invalid, "too large");
-
-  std::ifstream in(file, std::ios::binary);
-  if (!in) return Failure(ProfileProblem::Unreadable, std::generic_category().message(errno));
-  std::ostringstream bytes;
-  bytes << in.rdbuf();
-  if (in.bad()) return Failure(ProfileProblem::Unreadable, "read error");
-  return ParseFilterProfile(bytes.str());
+  FileRead read = ReadSmallFile(file, kLargestProfileBytes);
+  if (!read.exists) return Failure(ProfileProblem::Missing, {});
+  if (read.tooLarge) return Failure(ProfileProblem::Invalid, "too large");
+  if (!read.ok) return Failure(ProfileProblem::Unreadable, read.error);
+  return ParseFilterProfile(read.content);
 }
 
 ProfileResult SaveFilterProfile(const FilterProfile& profile, const std::filesystem::path& file) {
-  const std::string text = SerializeFilterProfile(profile);
-  std::filesystem::path temporary = file;
-  temporary += ".tmp";
-  {
-    std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
-    if (!out) return Failure(ProfileProblem::WriteFailed, std::generic_category().message(errno));
-    out.write(text.data(), static_cast<std::streamsize>(text.size()));
-    out.flush();
-    if (!out) {
-      std::error_code ignored;
-      std::filesystem::remove(temporary, ignored);
-      return Failure(ProfileProblem::WriteFailed, "write error");
-    }
-  }
-  std::error_code ec;
-  std::filesystem::rename(temporary, file, ec);
-  if (ec) {
-    std::error_code ignored;
-    std::filesystem::remove(temporary, ignored);
-    return Failure(ProfileProblem::WriteFailed, ec.message());
+  std::string error;
+  if (!WriteFileAtomically(file, SerializeFilterProfile(profile), &error)) {
+    return Failure(ProfileProblem::WriteFailed, error);
   }
   return {};
 }
@@ -353,14 +320,15 @@ std::string LoadCurrentProfileInto(FilterMode mode, FilterSettings& settings,
   }
   if (result.problem == ProfileProblem::Missing) return {};
 
-  // Keep the damaged file for the user to look at; the file itself stays until the next OK or
-  // Apply writes a good one over it.
-  std::filesystem::path aside = file;
-  aside += ".bad";
-  std::error_code ec;
-  std::filesystem::copy_file(file, aside, std::filesystem::copy_options::overwrite_existing, ec);
+  // A damaged profile moves aside for the user to look at, under a name that never replaces an
+  // earlier copy; the next load then finds no file and is silent, so this is said only once.
   std::string message = DescribeProfileProblem(result, file, language);
-  if (!ec) message += " " + FormatText(Text::FilterProfileKeptAside, language, aside.string().c_str());
+  if (result.problem == ProfileProblem::Unreadable) return message;
+  std::string moveError;
+  const std::filesystem::path aside = KeepDamagedFile(file, &moveError);
+  if (!aside.empty()) {
+    message += " " + FormatText(Text::FilterProfileKeptAside, language, aside.string().c_str());
+  }
   return message;
 }
 

@@ -138,7 +138,7 @@ TEST(FilterProfile, FailedLoadsAndSavesLeaveFilesAlone) {
   EXPECT_EQ(LoadFilterProfile(dir.File("none.HBFP")).problem, ProfileProblem::Missing);
   EXPECT_EQ(LoadFilterProfile(dir.path()).problem, ProfileProblem::Unreadable);
 
-  const ProfileResult save = SaveFilterProfile(FullProfile(), dir.File("no/such/folder.HBFP"));
+  const ProfileResult save = SaveFilterProfile(FullProfile(), damaged + "/under-a-file.HBFP");
   EXPECT_EQ(save.problem, ProfileProblem::WriteFailed);
   EXPECT_NE(DescribeProfileProblem(save, "x.HBFP", UiLanguage::English).find("could not be saved"),
             std::string::npos);
@@ -173,7 +173,14 @@ TEST_F(CurrentProfile, DamagedProfileIsKeptAsideAndReportedOnce) {
   EXPECT_EQ(settings.Values().minPacketSize, 7u);  // nothing was applied
   std::filesystem::path aside = file;
   aside += ".bad";
-  EXPECT_EQ(ReadAll(aside.string()), ReadAll(file.string()));
+  EXPECT_EQ(ReadAll(aside.string()), "{\"version\":1,\"allowTcp\":\"yes\"}");
+  EXPECT_EQ(LoadCurrentProfileInto(FilterMode::File, settings, UiLanguage::English), "");
+
+  // A second damaged copy never replaces the first one kept aside.
+  WriteAll(file.string(), "garbage");
+  EXPECT_NE(LoadCurrentProfileInto(FilterMode::File, settings, UiLanguage::English), "");
+  EXPECT_EQ(ReadAll(aside.string()), "{\"version\":1,\"allowTcp\":\"yes\"}");
+  EXPECT_EQ(ReadAll(aside.string() + ".2"), "garbage");
 }
 
 }  // namespace
