@@ -191,9 +191,8 @@ ModeChoiceResult RunModeChoiceWindow(ProgramSettings& settings, StartupDecision&
 }
 
 StartupOutcome PrepareStartup(std::string_view commandLine, const StartupPaths& paths,
-                              ProgramSettings& settings, const ModeChoiceRunner& runModeChoice,
-                              QTranslator* toolkitTexts) {
-  const SettingsLoad load = LoadSettings(paths.SettingsFile());
+                              const SettingsLoad& load, ProgramSettings& settings,
+                              const ModeChoiceRunner& runModeChoice, QTranslator* toolkitTexts) {
   settings = load.settings;
   StartupDecision decision = DecideStartup(commandLine, settings);
   if (decision.languageKeyword) settings.language = *decision.languageKeyword;
@@ -242,13 +241,13 @@ int RunModeWindow(ProgramMode mode, const StartupDecision& decision, ProgramSett
   return 0;
 }
 
-int RunDesktopProgram(std::string_view commandLine) {
+int RunDesktopProgram(std::string_view commandLine, const SettingsLoad& load) {
   QApplication::setWindowIcon(ProgramIcon());
   const StartupPaths paths = StartupPaths::Defaults();
   ProgramSettings settings;
   QTranslator toolkitTexts;
-  const StartupOutcome outcome = PrepareStartup(commandLine, paths, settings, RunModeChoiceWindow,
-                                                &toolkitTexts);
+  const StartupOutcome outcome =
+      PrepareStartup(commandLine, paths, load, settings, RunModeChoiceWindow, &toolkitTexts);
   if (!outcome.window) return outcome.exitCode;
   return RunModeWindow(*outcome.window, outcome.decision, settings, paths);
 }

@@ -51,13 +51,13 @@ struct StartupOutcome {
   StartupDecision decision;           // start minimized, auto listen, the language, ...
 };
 
-// Everything before the mode window, in order: read the settings (telling the user once about
-// a damaged file), read the command line, help / unknown command line, deinstaller, installation
+// Everything before the mode window, in order: take the settings as `load` read them (telling
+// the user once about a damaged file), read the command line, help / unknown command line, deinstaller, installation
 // check (unless "noinstall"), write the settings once, the mode choice, the dialog colours and
 // the choice of window. `settings` receives the record the mode window will use.
 // When `toolkitTexts` is given, Qt's own texts are loaded into it for the run's language.
 StartupOutcome PrepareStartup(std::string_view commandLine, const StartupPaths& paths,
-                              ProgramSettings& settings,
+                              const SettingsLoad& load, ProgramSettings& settings,
                               const ModeChoiceRunner& runModeChoice = RunModeChoiceWindow,
                               QTranslator* toolkitTexts = nullptr);
 
@@ -66,8 +66,9 @@ StartupOutcome PrepareStartup(std::string_view commandLine, const StartupPaths& 
 int RunModeWindow(ProgramMode mode, const StartupDecision& decision, ProgramSettings& settings,
                   const StartupPaths& paths);
 
-// The whole program: PrepareStartup, then RunModeWindow. Needs a QApplication.
-int RunDesktopProgram(std::string_view commandLine);
+// The whole program: PrepareStartup, then RunModeWindow. Needs a QApplication. `load` is the
+// one reading of the settings file of this run (main() read it to look for "-service").
+int RunDesktopProgram(std::string_view commandLine, const SettingsLoad& load);
 
 // A palette whose window, buttons and texts use the given background and text colours.
 QPalette DialogPalette(QColor background, QColor text);

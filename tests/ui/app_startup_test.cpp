@@ -217,7 +217,8 @@ class AppStartupTest : public QObject {
  private:
   ui::StartupOutcome Run(const QString& commandLine) {
     ProgramSettings settings;
-    return ui::PrepareStartup(commandLine.toStdString(), paths_, settings,
+    return ui::PrepareStartup(commandLine.toStdString(), paths_,
+                              LoadSettings(paths_.SettingsFile()), settings,
                               [this](ProgramSettings& s, StartupDecision& d) {
                                 ++choiceCalls_;
                                 return ApplyModeChoice(choicePress_, false, true, s, d);
