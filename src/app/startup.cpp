@@ -168,22 +168,24 @@ ModeChoiceResult ApplyModeChoice(ModeChoiceButton button, bool rememberChoice,
   return ModeChoiceResult::Close;
 }
 
-InstallStep AfterInstallQuestion(Answer answer) {
+InstallStep AfterInstallQuestion(MessageAnswer answer) {
   switch (answer) {
-    case Answer::Yes: return InstallStep::RunInstaller;
-    case Answer::No: return InstallStep::LaunchInstalledCopy;
-    case Answer::Cancel: break;
+    case MessageAnswer::Yes: return InstallStep::RunInstaller;
+    case MessageAnswer::No: return InstallStep::LaunchInstalledCopy;
+    case MessageAnswer::Ok:
+    case MessageAnswer::Cancel: break;
   }
   return InstallStep::EndProcess;
 }
 
 std::vector<std::string> InstalledCopyArguments() { return {"NoInstall"}; }
 
-SwitchStep AfterSwitchQuestion(Answer answer) {
+SwitchStep AfterSwitchQuestion(MessageAnswer answer) {
   switch (answer) {
-    case Answer::Yes: return SwitchStep::CloseAndRelaunch;
-    case Answer::No: return SwitchStep::RelaunchAlongside;
-    case Answer::Cancel: break;
+    case MessageAnswer::Yes: return SwitchStep::CloseAndRelaunch;
+    case MessageAnswer::No: return SwitchStep::RelaunchAlongside;
+    case MessageAnswer::Ok:
+    case MessageAnswer::Cancel: break;
   }
   return SwitchStep::Nothing;
 }

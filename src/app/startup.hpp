@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "common/install_record.hpp"
+#include "common/message.hpp"
 #include "common/settings.hpp"
 #include "common/settings_store.hpp"
 #include "common/texts.hpp"
@@ -93,15 +94,13 @@ ModeChoiceResult ApplyModeChoice(ModeChoiceButton button, bool rememberChoice,
 
 // ---- answers to the Yes/No/Cancel questions -------------------------------------------------
 
-enum class Answer { Yes, No, Cancel };
-
 enum class InstallStep {
   EndProcess,           // Cancel
   RunInstaller,         // Yes: install this copy, then finish
   LaunchInstalledCopy,  // No: start the installed copy with InstalledCopyArguments(); when that
                         // fails show InstalledProgramNotExecutable and go on with this copy
 };
-InstallStep AfterInstallQuestion(Answer answer);
+InstallStep AfterInstallQuestion(MessageAnswer answer);
 // The installed copy is started with the installation check off.
 std::vector<std::string> InstalledCopyArguments();
 
@@ -110,7 +109,7 @@ enum class SwitchStep {
   RelaunchAlongside,  // No: start the target now, this window keeps running
   CloseAndRelaunch,   // Yes: stop, save, relaunch from the close path, end this process
 };
-SwitchStep AfterSwitchQuestion(Answer answer);
+SwitchStep AfterSwitchQuestion(MessageAnswer answer);
 
 // ---- texts ----------------------------------------------------------------------------------
 

@@ -13,7 +13,9 @@
 
 namespace vormelt {
 
-enum class MessageIcon : std::uint8_t { Stop, Warning, Information, Question };
+// A message box's icon and the button that answered it; shared by every box of the program.
+enum class MessageIcon : std::uint8_t { None, Information, Warning, Question, Stop };
+enum class MessageAnswer : std::uint8_t { Ok, Yes, No, Cancel };
 
 // One message box: caption and text keys, and the one argument the text's conversion takes
 // (a %s text or a %ld number), already worked out.

@@ -121,7 +121,7 @@ bool RunInstallationCheck(const StartupPaths& paths) {
   const MessageAnswer answer = Ask(MessageButtons::YesNoCancel,
                                    Q(InstallQuestionMessage(decision, Language())),
                                    MessageAnswer::Cancel);
-  switch (AfterInstallQuestion(ToAnswer(answer))) {
+  switch (AfterInstallQuestion(answer)) {
     case InstallStep::EndProcess: return false;
     case InstallStep::RunInstaller: RunInstaller(paths); return true;
     case InstallStep::LaunchInstalledCopy: break;

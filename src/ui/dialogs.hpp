@@ -5,13 +5,13 @@
 #include <QString>
 #include <functional>
 
+#include "common/message.hpp"
+
 class QWidget;
 
 namespace vormelt::ui {
 
-enum class MessageIcon { None, Information, Warning, Question, Stop };
 enum class MessageButtons { Ok, YesNo, YesNoCancel };
-enum class MessageAnswer { Ok, Yes, No, Cancel };
 
 struct MessageRequest {
   QString caption;

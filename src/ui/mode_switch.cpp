@@ -50,7 +50,7 @@ SwitchDecision AskSwitchModes(QWidget* parent, ProgramSettings& settings, Progra
   request.icon = MessageIcon::Question;
   request.buttons = MessageButtons::YesNoCancel;
   request.onDismiss = MessageAnswer::Cancel;
-  return ToDecision(AfterSwitchQuestion(ToAnswer(ShowMessage(parent, request))));
+  return ToDecision(AfterSwitchQuestion(ShowMessage(parent, request)));
 }
 
 bool Relaunch(ProgramMode target) {
@@ -60,16 +60,6 @@ bool Relaunch(ProgramMode target) {
   }
   if (arguments.isEmpty()) return false;
   return LaunchProgram(QCoreApplication::applicationFilePath(), arguments);
-}
-
-Answer ToAnswer(MessageAnswer answer) {
-  switch (answer) {
-    case MessageAnswer::Yes: return Answer::Yes;
-    case MessageAnswer::No: return Answer::No;
-    case MessageAnswer::Ok:
-    case MessageAnswer::Cancel: break;
-  }
-  return Answer::Cancel;
 }
 
 void SetProgramLauncher(ProgramLauncher launcher) { Launcher() = std::move(launcher); }

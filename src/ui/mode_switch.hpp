@@ -32,9 +32,6 @@ SwitchDecision AskSwitchModes(QWidget* parent, ProgramSettings& settings, Progra
 // Asks the blinking-warning question alone (mode choice and switch share it); true = go on.
 bool AskGraphicalWarning(QWidget* parent);
 
-// A Yes/No/Cancel answer as the start-up and switch decisions read it; anything else cancels.
-Answer ToAnswer(MessageAnswer answer);
-
 // Starts this program file again in `target` (a mode 0..3) as a separate process. False when
 // the target has no relaunch words or the program could not be started.
 bool Relaunch(ProgramMode target);

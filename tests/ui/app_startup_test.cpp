@@ -20,7 +20,6 @@
 #endif
 
 using namespace vormelt;
-using ui::MessageAnswer;
 
 namespace {
 

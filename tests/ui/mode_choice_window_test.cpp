@@ -25,7 +25,7 @@ using vormelt::ModeChoiceButton;
 using vormelt::ModeChoiceResult;
 using vormelt::ProgramSettings;
 using vormelt::StartupDecision;
-using vormelt::ui::MessageAnswer;
+using vormelt::MessageAnswer;
 using vormelt::ui::MessageRequest;
 using vormelt::ui::ModeChoiceWindow;
 
@@ -157,7 +157,7 @@ class ModeChoiceWindowTest : public QObject {
     QVERIFY(log.asked[0].text.startsWith(QStringLiteral(
         "Packet Mode:\n  Packet Mode is for the reception of TCP/IP packets, this mode allows "
         "you to view the contents of received packets.")));
-    QCOMPARE(log.asked[0].icon, vormelt::ui::MessageIcon::Information);
+    QCOMPARE(log.asked[0].icon, vormelt::MessageIcon::Information);
     QVERIFY(window.isVisible());
   }
 

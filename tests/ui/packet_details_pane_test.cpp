@@ -89,7 +89,7 @@ Bytes Other(std::uint16_t etherType) { return EthernetFrame(kOtherMac, kVmwareMa
 
 // Records every message instead of showing it and answers with `answer`.
 struct MessageLog {
-  explicit MessageLog(ui::MessageAnswer answer = ui::MessageAnswer::Ok) {
+  explicit MessageLog(MessageAnswer answer = MessageAnswer::Ok) {
     ui::SetMessageHandler([this, answer](const ui::MessageRequest& request) {
       requests.push_back(request);
       return answer;
@@ -230,7 +230,7 @@ class PacketDetailsPaneTest : public QObject {
     QVERIFY(b.store.Delete(static_cast<std::int32_t>(gone)));
     QSignalSpy deleteRequests(&b.pane, &PacketDetailsPane::deleteRowRequested);
     {
-      MessageLog no(ui::MessageAnswer::No);
+      MessageLog no(MessageAnswer::No);
       b.pane.showPacket(gone);
       QCOMPARE(no.requests.size(), std::size_t{1});
       QCOMPARE(no.requests[0].caption, QStringLiteral("Delete invalid packet?"));
@@ -240,7 +240,7 @@ class PacketDetailsPaneTest : public QObject {
     QTest::qWait(20);
     QCOMPARE(deleteRequests.count(), 0);
 
-    MessageLog yes(ui::MessageAnswer::Yes);
+    MessageLog yes(MessageAnswer::Yes);
     b.pane.showPacket(gone);
     QTRY_COMPARE(deleteRequests.count(), 1);
     QCOMPARE(deleteRequests.at(0).at(0).value<std::uint32_t>(), gone);
