@@ -2,13 +2,13 @@
 // lower-cased line) because relaunches, shortcuts and service entries all spell them differently.
 #include "app/startup.hpp"
 
+#include "app/modes.hpp"
+
 #include <algorithm>
 #include <cctype>
 
 namespace vormelt {
 namespace {
-
-constexpr std::string_view kNoInstallWord = "/NoInstall";
 
 struct ModeKeyword {
   std::string_view keyword;
@@ -126,22 +126,8 @@ std::optional<ProgramMode> ChooseWindow(const StartupDecision& decision,
   return std::nullopt;
 }
 
-std::vector<std::string> RelaunchArguments(ProgramMode mode) {
-  const auto with = [](std::string_view modeWord) {
-    return std::vector<std::string>{std::string(kNoInstallWord), std::string(modeWord)};
-  };
-  switch (mode) {
-    case ProgramMode::Packet: return with("/Packet_Mode");
-    case ProgramMode::File: return with("/File_Mode");
-    case ProgramMode::GraphicalPackets: return with("/GP_Mode");
-    case ProgramMode::Statistical: return with("/Statistical_Mode");
-    case ProgramMode::Decoder: break;
-  }
-  return {};
-}
-
 bool NeedsGraphicalWarning(ProgramMode target, const ProgramSettings& settings) {
-  return target == ProgramMode::GraphicalPackets && !settings.graphicalWarningAcknowledged;
+  return FindMode(target).blinkingWarning && !settings.graphicalWarningAcknowledged;
 }
 
 ModeChoiceResult ApplyModeChoice(ModeChoiceButton button, bool rememberChoice,
@@ -190,60 +176,27 @@ SwitchStep AfterSwitchQuestion(MessageAnswer answer) {
   return SwitchStep::Nothing;
 }
 
-std::string FillText(Text key, UiLanguage language, std::initializer_list<std::string_view> args) {
-  const std::string_view format = Tr(key, language);
-  auto next = args.begin();
-  std::string out;
-  out.reserve(format.size());
-  for (std::size_t i = 0; i < format.size(); ++i) {
-    const char c = format[i];
-    if (c != '%' || i + 1 == format.size()) {
-      out += c;
-      continue;
-    }
-    const char conversion = format[++i];
-    if (conversion == 's') {
-      if (next != args.end()) out += *next++;
-    } else if (conversion == '%') {
-      out += '%';
-    } else {
-      out += c;  // not ours to fill: keep it as written
-      out += conversion;
-    }
-  }
-  return out;
-}
-
-Text ModeName(ProgramMode mode) {
-  switch (mode) {
-    case ProgramMode::Packet: return Text::ModePacket;
-    case ProgramMode::File: return Text::ModeFile;
-    case ProgramMode::GraphicalPackets: return Text::ModeGraphicalPackets;
-    case ProgramMode::Statistical: return Text::ModeStatistical;
-    case ProgramMode::Decoder: break;
-  }
-  return Text::ModeDecoder;
-}
-
 std::string SwitchModesMessage(ProgramMode target, ProgramMode current, UiLanguage language) {
-  return FillText(Text::SwitchModesQuestion, language,
-                  {Tr(ModeName(target), language), Tr(ModeName(current), language)});
+  return FormatText(Text::SwitchModesQuestion, language, Tr(ModeName(target), language),
+                    Tr(ModeName(current), language));
 }
 
 std::string ModeNotAvailableMessage(ProgramMode mode, UiLanguage language) {
-  return FillText(Text::ModeNotAvailable, language, {Tr(ModeName(mode), language)});
+  return FormatText(Text::ModeNotAvailable, language, Tr(ModeName(mode), language));
 }
 
 std::string InstallQuestionMessage(const InstallDecision& decision, UiLanguage language) {
   if (decision.question == Text::AskInstallVersion) {
-    return FillText(decision.question, language, {kProgramVersion, kProductName});
+    return FormatText(decision.question, language, kProgramVersion.data(), kProductName.data());
   }
-  return FillText(decision.question, language, {kProductName, kProgramVersion});
+  return FormatText(decision.question, language, kProductName.data(), kProgramVersion.data());
 }
 
 std::string LoadProblemMessage(const LoadProblem& load, UiLanguage language) {
   if (!load.problem) return {};
-  return FillText(*load.problem, language, {load.file.string(), load.detail, load.keptAs.string()});
+  // Every problem text takes (file, detail) and may take the kept-aside name third.
+  return FormatText(*load.problem, language, load.file.c_str(), load.detail.c_str(),
+                    load.keptAs.c_str());
 }
 
 }  // namespace vormelt

@@ -10,6 +10,7 @@
 #include <string_view>
 #include <vector>
 
+#include "app/modes.hpp"
 #include "common/install_record.hpp"
 #include "common/message.hpp"
 #include "common/settings.hpp"
@@ -70,10 +71,6 @@ bool ShouldShowModeChoice(const StartupDecision& decision, const ProgramSettings
 std::optional<ProgramMode> ChooseWindow(const StartupDecision& decision,
                                         const ProgramSettings& settings);
 
-// The words a mode window relaunches the program with, e.g. {"/NoInstall", "/Packet_Mode"};
-// empty for the decoder, which is never switched to.
-std::vector<std::string> RelaunchArguments(ProgramMode mode);
-
 // ---- the mode-choice window -----------------------------------------------------------------
 
 enum class ModeChoiceButton { Packet, File, GraphicalPackets, Statistical, ToolsDecoder, Exit };
@@ -113,11 +110,6 @@ SwitchStep AfterSwitchQuestion(MessageAnswer answer);
 
 // ---- texts ----------------------------------------------------------------------------------
 
-// The catalogue text with each "%s" replaced by the next argument ("%%" gives "%"). Missing
-// arguments give empty text, so a short list never reads past it.
-std::string FillText(Text key, UiLanguage language, std::initializer_list<std::string_view> args);
-
-Text ModeName(ProgramMode mode);
 std::string SwitchModesMessage(ProgramMode target, ProgramMode current, UiLanguage language);
 std::string ModeNotAvailableMessage(ProgramMode mode, UiLanguage language);
 std::string InstallQuestionMessage(const InstallDecision& decision, UiLanguage language);

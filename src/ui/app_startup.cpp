@@ -60,7 +60,6 @@ MessageAnswer Ask(MessageButtons buttons, const QString& text, MessageAnswer onD
   return ShowMessage(nullptr, request);
 }
 
-std::string Path(const std::filesystem::path& path) { return path.string(); }
 
 StartupOutcome Finish(const StartupDecision& decision, int exitCode = 0) {
   StartupOutcome outcome;
@@ -71,15 +70,15 @@ StartupOutcome Finish(const StartupDecision& decision, int exitCode = 0) {
 
 // Asks, then removes the install record and the settings. The process finishes either way.
 void RunDeinstaller(const StartupPaths& paths) {
-  const std::string question = FillText(Text::DeinstallQuestion, Language(),
-                                        {kProgramVersion, Path(paths.configDirectory)});
+  const std::string question = FormatText(Text::DeinstallQuestion, Language(),
+                                          kProgramVersion.data(), paths.configDirectory.c_str());
   if (Ask(MessageButtons::YesNo, Q(question), MessageAnswer::No) != MessageAnswer::Yes) return;
   std::string error;
   if (RemoveInstallation(paths.configDirectory, &error)) {
     Tell(MessageIcon::Information, T(Text::DeinstallNotice));
     return;
   }
-  Tell(MessageIcon::Stop, Q(FillText(Text::DeinstallFailed, Language(), {error})));
+  Tell(MessageIcon::Stop, Q(FormatText(Text::DeinstallFailed, Language(), error.c_str())));
 }
 
 // Installing on this system means recording which program file is the installed one. A failure
@@ -88,12 +87,12 @@ void RunInstaller(const StartupPaths& paths) {
   std::string error;
   const std::string program = paths.programPath.toStdString();
   if (!SaveInstallRecord(MakeInstallRecord(program), paths.InstallRecordFile(), &error)) {
-    Tell(MessageIcon::Stop, Q(FillText(Text::InstallFailed, Language(), {error})));
+    Tell(MessageIcon::Stop, Q(FormatText(Text::InstallFailed, Language(), error.c_str())));
     return;
   }
   Tell(MessageIcon::Information,
-       Q(FillText(Text::InstallerNotice, Language(),
-                  {kProgramVersion, program, Path(paths.configDirectory)})));
+       Q(FormatText(Text::InstallerNotice, Language(), kProgramVersion.data(), program.c_str(),
+                    paths.configDirectory.c_str())));
 }
 
 // The installed copy runs instead of this one when it can be started.
@@ -131,11 +130,11 @@ bool RunInstallationCheck(const StartupPaths& paths) {
   return true;
 }
 
-void WriteSettings(const ProgramSettings& settings, const StartupPaths& paths) {
+void WriteSettings(const ProgramSettings& settings, const std::filesystem::path& file) {
   std::string error;
-  if (SaveSettings(settings, paths.SettingsFile(), &error)) return;
+  if (SaveSettings(settings, file, &error)) return;
   Tell(MessageIcon::Warning,
-       Q(FillText(Text::SettingsSaveFailed, Language(), {Path(paths.SettingsFile()), error})));
+       Q(FormatText(Text::SettingsSaveFailed, Language(), file.c_str(), error.c_str())));
 }
 
 // Qt's own texts (standard buttons "Yes"/"No", file dialogs) in the run's language, when the
@@ -155,18 +154,19 @@ void ApplyPalette(const QPalette& palette) {
   QApplication::setPalette(palette);
 }
 
-int RunPacketMode(const StartupDecision& decision, ProgramSettings& settings) {
-  PacketModeWindow window(settings, decision.startMinimized, decision.autoListen);
+int RunPacketMode(const ModeStart& start) {
+  PacketModeWindow window(start.settings, start.decision.startMinimized,
+                          start.decision.autoListen);
   window.show();
   return QApplication::exec();
 }
 
-int RunStandaloneEncoder(ProgramSettings& settings, const StartupPaths& paths) {
-  CodecWindow window(settings, /*standalone=*/true);
+int RunStandaloneEncoder(const ModeStart& start) {
+  CodecWindow window(start.settings, /*standalone=*/true);
   window.exec();
   // The encoder keeps its choices in the settings; as the process's only window it also writes
   // them, as every mode window does on close.
-  WriteSettings(settings, paths);
+  WriteSettings(start.settings, start.settingsFile);
   return 0;
 }
 
@@ -214,7 +214,7 @@ StartupOutcome PrepareStartup(std::string_view commandLine, const StartupPaths& 
   }
 
   if (!decision.noInstall && !RunInstallationCheck(paths)) return Finish(decision);
-  WriteSettings(settings, paths);
+  WriteSettings(settings, paths.SettingsFile());
 
   if (ShouldShowModeChoice(decision, settings) &&
       runModeChoice(settings, decision) == ModeChoiceResult::Exit) {
@@ -228,20 +228,23 @@ StartupOutcome PrepareStartup(std::string_view commandLine, const StartupPaths& 
   return outcome;
 }
 
+void RegisterModeWindows() {
+  RegisterModeWindow(ProgramMode::Packet, RunPacketMode);
+  RegisterModeWindow(ProgramMode::Decoder, RunStandaloneEncoder);
+}
+
 int RunModeWindow(ProgramMode mode, const StartupDecision& decision, ProgramSettings& settings,
                   const StartupPaths& paths) {
-  switch (mode) {
-    case ProgramMode::Packet: return RunPacketMode(decision, settings);
-    case ProgramMode::Decoder: return RunStandaloneEncoder(settings, paths);
-    case ProgramMode::File:
-    case ProgramMode::GraphicalPackets:
-    case ProgramMode::Statistical: break;
+  const ModeRunner window = FindMode(mode).window;
+  if (!window) {
+    Tell(MessageIcon::Information, Q(ModeNotAvailableMessage(mode, Language())));
+    return 0;
   }
-  Tell(MessageIcon::Information, Q(ModeNotAvailableMessage(mode, Language())));
-  return 0;
+  return window(ModeStart{decision, settings, paths.SettingsFile()});
 }
 
 int RunDesktopProgram(std::string_view commandLine, const SettingsLoad& load) {
+  RegisterModeWindows();
   QApplication::setWindowIcon(ProgramIcon());
   const StartupPaths paths = StartupPaths::Defaults();
   ProgramSettings settings;

@@ -61,8 +61,10 @@ StartupOutcome PrepareStartup(std::string_view commandLine, const StartupPaths& 
                               const ModeChoiceRunner& runModeChoice = RunModeChoiceWindow,
                               QTranslator* toolkitTexts = nullptr);
 
-// Runs the chosen window until it is closed and returns the process's exit status. Windows this
-// build does not have yet answer with a notice instead.
+// Enters every mode window of this program into the mode registry (app/modes).
+void RegisterModeWindows();
+// Runs the chosen window until it is closed and returns the process's exit status. Modes with
+// no window registered answer with a notice instead.
 int RunModeWindow(ProgramMode mode, const StartupDecision& decision, ProgramSettings& settings,
                   const StartupPaths& paths);
 

@@ -40,17 +40,21 @@ bool AskGraphicalWarning(QWidget* parent) {
 
 SwitchDecision AskSwitchModes(QWidget* parent, ProgramSettings& settings, ProgramMode from,
                               ProgramMode to) {
-  if (NeedsGraphicalWarning(to, settings)) {
-    if (!AskGraphicalWarning(parent)) return SwitchDecision::Cancel;
-    settings.graphicalWarningAcknowledged = true;
-  }
+  const bool warningAsked = NeedsGraphicalWarning(to, settings);
+  if (warningAsked && !AskGraphicalWarning(parent)) return SwitchDecision::Cancel;
   MessageRequest request;
   request.caption = T(Text::SwitchModesCaption);
   request.text = FromCrLf(SwitchModesMessage(to, from, Language()));
   request.icon = MessageIcon::Question;
   request.buttons = MessageButtons::YesNoCancel;
   request.onDismiss = MessageAnswer::Cancel;
-  return ToDecision(AfterSwitchQuestion(ShowMessage(parent, request)));
+  const SwitchDecision decision = ToDecision(AfterSwitchQuestion(ShowMessage(parent, request)));
+  // Only a switch that goes ahead counts as having heeded the warning; cancelled, it is asked
+  // again next time.
+  if (warningAsked && decision != SwitchDecision::Cancel) {
+    settings.graphicalWarningAcknowledged = true;
+  }
+  return decision;
 }
 
 bool Relaunch(ProgramMode target) {

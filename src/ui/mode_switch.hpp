@@ -24,8 +24,8 @@ enum class SwitchDecision {
 };
 
 // Asks "Switch modes?" for going from `from` to `to`. Going to Graphical Packets Mode asks the
-// blinking warning first unless `settings` records it as acknowledged; declining it cancels,
-// accepting it marks it acknowledged in `settings`.
+// blinking warning first unless `settings` records it as acknowledged; declining it cancels.
+// The warning is marked acknowledged in `settings` only when the switch then goes ahead.
 SwitchDecision AskSwitchModes(QWidget* parent, ProgramSettings& settings, ProgramMode from,
                               ProgramMode to);
 

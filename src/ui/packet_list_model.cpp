@@ -50,9 +50,12 @@ QVariant PacketListModel::data(const QModelIndex& index, int role) const {
   if (role != Qt::DisplayRole) return {};
   const PacketRef packet = store_.Get(storeIndex);
   if (!packet.frame) return {};
+  // Only the two filter-text columns need the filter's texts, and finding them takes the store
+  // lock: the receive thread must not wait on the view for the other nine.
+  const bool filterColumn = column == ListColumn::MustContain || column == ListColumn::MustNotContain;
+  const FilterColumnTexts* filterTexts = filterColumn ? store_.FilterTexts(storeIndex) : nullptr;
   ListTextBuffer buffer{};
-  const std::string_view text =
-      ListColumnText(packet, store_.FilterTexts(storeIndex), column, buffer);
+  const std::string_view text = ListColumnText(packet, filterTexts, column, buffer);
   return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
 }
 

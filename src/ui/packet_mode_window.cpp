@@ -36,7 +36,7 @@
 #include "common/settings.hpp"
 #include "common/settings_store.hpp"
 #include "packetmode/filter_profile.hpp"
-#include "packetmode/filter_settings.hpp"
+#include "packetmode/packet_mode_engine.hpp"
 #include "packets/format.hpp"
 #include "packets/list_row.hpp"
 #include "packets/store.hpp"
@@ -75,9 +75,6 @@ bool InterfaceChosen(const InterfaceSettings& chosen) {
   return chosen.chosenKind == InterfaceKind::RawSockets ? !chosen.address.empty()
                                                         : !chosen.adapterDevice.empty();
 }
-
-// Modes whose windows this program has; switching to another would leave the user with none.
-bool ModeWindowBuilt(ProgramMode mode) { return mode == ProgramMode::Packet; }
 
 QIcon WindowIcon() {
   InitWindowResources();
@@ -122,16 +119,13 @@ struct PacketModeWindow::Impl {
   bool closing = false;
   bool exitRequested = false;  // Exit from the menu or tray: close even when minimizing to tray
   bool showingMessages = false;
-  bool readingFile = false;
   // New rows scroll into view until the user scrolls away from the end of the list.
   bool followNewRows = true;
   std::int32_t pendingSwitch = kNoPendingSwitch;
 
-  // Destroyed in reverse order: the session (and its thread) goes before the store and filter
-  // it feeds.
-  PacketStore store;
-  FilterSettings filter;
-  CaptureSession session;
+  PacketModeEngine engine;
+  PacketStore& store = engine.Store();
+  CaptureSession& session = engine.Session();
 
   PacketListModel* model = nullptr;
   QTableView* list = nullptr;
@@ -206,11 +200,10 @@ PacketModeWindow::PacketModeWindow(ProgramSettings& settings, bool startMinimize
   impl_->autoListen = autoListen;
   setObjectName(QStringLiteral("packetModeWindow"));
   setWindowIcon(WindowIcon());
-  impl_->store.SetFilter(&impl_->filter);
-  impl_->store.SetDateTimeTemplate(settings.packetMode.dateTimeTemplate);
-  impl_->filter.SetFilteringEnabled(settings.packetMode.filteringEnabled);
-  impl_->filter.SetMatchCase(settings.packetMode.matchCase);
-  impl_->ApplyFilterProfile();
+  PacketModeEngine& engine = impl_->engine;
+  engine.SetDateTimeTemplate(settings.packetMode.dateTimeTemplate);
+  engine.Filter().SetFilteringEnabled(settings.packetMode.filteringEnabled);
+  engine.Filter().SetMatchCase(settings.packetMode.matchCase);
 
   impl_->BuildMenus();
   impl_->BuildToolBar();
@@ -223,11 +216,12 @@ PacketModeWindow::PacketModeWindow(ProgramSettings& settings, bool startMinimize
   impl_->refreshTimer.setInterval(kRefreshIntervalMs);
   connect(&impl_->refreshTimer, &QTimer::timeout, this, &PacketModeWindow::refresh);
   refresh();
+  impl_->ApplyFilterProfile();
 }
 
 PacketModeWindow::~PacketModeWindow() {
   impl_->refreshTimer.stop();
-  impl_->session.Quit();
+  impl_->engine.Quit();
   // The view, the pane and the model read the store, which lives in impl_: they go first. The
   // list stops reporting to the event filter before it is torn down.
   impl_->list->removeEventFilter(this);
@@ -427,11 +421,14 @@ void PacketModeWindow::Impl::BuildTray() {
   tray->show();
 }
 
-// The current profile is applied once at start without a word: a missing or damaged profile
-// simply leaves the filter at its defaults, as the setup window would on its next opening.
+// The current profile is applied once at start. A damaged one leaves the filter at its
+// defaults and is kept aside; the user hears of it once, when the window is up.
 void PacketModeWindow::Impl::ApplyFilterProfile() {
-  const ProfileResult loaded = LoadFilterProfile(CurrentProfilePath(FilterMode::Packet));
-  if (loaded.ok() && loaded.profile) filter.SetAll(loaded.profile->values);
+  const std::string problem = engine.LoadCurrentProfile(Language());
+  if (problem.empty()) return;
+  QTimer::singleShot(0, &window, [this, text = FromCrLf(problem)] {
+    ShowText(&window, Text::ProgramTitle, text, MessageIcon::Warning);
+  });
 }
 
 void PacketModeWindow::Impl::RestoreGeometry() {
@@ -475,18 +472,17 @@ void PacketModeWindow::startListening() {
   if (isCapturing()) return;
   if (!InterfaceChosen(d.settings.interface) && !InterfaceChooser::Choose(d.settings, this)) return;
   d.settings.interface.kindInUse = d.settings.interface.chosenKind;
-  d.store.SetDateTimeTemplate(d.settings.packetMode.dateTimeTemplate);
-  d.readingFile = false;
+  d.engine.SetDateTimeTemplate(d.settings.packetMode.dateTimeTemplate);
   const QScrollBar& scroll = *d.list->verticalScrollBar();
   d.followNewRows = scroll.value() == scroll.maximum();
-  d.session.Start(CaptureTarget::FromSettings(d.settings.interface), d.store);
+  d.engine.StartLive(CaptureTarget::FromSettings(d.settings.interface));
   d.BeginRefreshing();
 }
 
 void PacketModeWindow::stopListening() {
   Impl& d = *impl_;
   d.gauge->setRange(0, kGaugeMaximum);
-  if (isCapturing()) d.session.Stop();
+  d.engine.Stop();
   d.BeginRefreshing();
 }
 
@@ -500,14 +496,14 @@ void PacketModeWindow::chooseInterface() {
   Impl& d = *impl_;
   if (!InterfaceChooser::Choose(d.settings, this)) return;
   // A file being read is not "listening on an interface": the choice waits for the next Start.
-  if (!isCapturing() || d.readingFile) {
+  if (!isCapturing() || d.engine.ReadingFile()) {
     ShowText(this, Text::NoticeCaption, T(Text::InterfaceChangeNotice), MessageIcon::Information);
     return;
   }
   d.gauge->setRange(0, kGaugeMaximum);
   d.settings.interface.kindInUse = d.settings.interface.chosenKind;
-  // Waits at most a second for the old capture to end; a failure arrives as a queued message.
-  d.session.Restart(CaptureTarget::FromSettings(d.settings.interface), d.store);
+  // The old capture is given a second to end; a failure arrives as a queued message.
+  d.engine.Restart(CaptureTarget::FromSettings(d.settings.interface));
   d.BeginRefreshing();
 }
 
@@ -529,11 +525,10 @@ bool PacketModeWindow::openCaptureFile(const QString& path) {
     ShowText(this, Text::ProgramTitle, T(Text::PacketStopListeningFirst), MessageIcon::Stop);
     return false;
   }
-  clearList();
-  d.store.SetDateTimeTemplate(d.settings.packetMode.dateTimeTemplate);
-  const std::string file = QFile::encodeName(path).toStdString();
-  if (!d.session.Start(CaptureTarget::File(file), d.store)) return false;
-  d.readingFile = true;
+  d.model->clear();
+  d.details->clearDetails();
+  d.engine.SetDateTimeTemplate(d.settings.packetMode.dateTimeTemplate);
+  if (!d.engine.StartFile(QFile::encodeName(path).toStdString())) return false;
   // A file is read from its first packet on, so that is where the list stays.
   d.followNewRows = false;
   d.fileProgress->setValue(0);
@@ -544,7 +539,8 @@ bool PacketModeWindow::openCaptureFile(const QString& path) {
 
 void PacketModeWindow::switchModes(ProgramMode target) {
   Impl& d = *impl_;
-  if (!ModeWindowBuilt(target)) {
+  // Switching to a mode without a window would leave the user with none.
+  if (!HasModeWindow(target)) {
     ShowText(this, Text::ProgramTitle,
              QString::fromStdString(ModeNotAvailableMessage(target, Language())),
              MessageIcon::Information);
@@ -562,7 +558,7 @@ void PacketModeWindow::switchModes(ProgramMode target) {
 
 void PacketModeWindow::openFilterSetup() {
   Impl& d = *impl_;
-  FilterSetupWindow setup(d.filter, FilterMode::Packet, d.settings.packetMode.filteringEnabled,
+  FilterSetupWindow setup(d.engine.Filter(), FilterMode::Packet, d.settings.packetMode.filteringEnabled,
                           this);
   setup.exec();
   // The window asked "Enable filtering?" itself; Yes acts as a click on the check box.
@@ -574,7 +570,7 @@ void PacketModeWindow::openHexViewer() { impl_->details->openHexViewer(); }
 void PacketModeWindow::setFilteringEnabled(bool enabled) {
   Impl& d = *impl_;
   d.settings.packetMode.filteringEnabled = enabled;
-  d.filter.SetFilteringEnabled(enabled);
+  d.engine.Filter().SetFilteringEnabled(enabled);
   const QSignalBlocker quiet(d.applyFilters);
   d.applyFilters->setChecked(enabled);
 }
@@ -582,14 +578,14 @@ void PacketModeWindow::setFilteringEnabled(bool enabled) {
 void PacketModeWindow::setMatchCase(bool matchCase) {
   Impl& d = *impl_;
   d.settings.packetMode.matchCase = matchCase;
-  d.filter.SetMatchCase(matchCase);
+  d.engine.Filter().SetMatchCase(matchCase);
   const QSignalBlocker quiet(d.matchCase);
   d.matchCase->setChecked(matchCase);
 }
 
 // ---- refresh --------------------------------------------------------------------------------
 
-bool PacketModeWindow::isCapturing() const { return impl_->session.listening.load(); }
+bool PacketModeWindow::isCapturing() const { return impl_->engine.Capturing(); }
 
 void PacketModeWindow::waitForCapture() {
   impl_->session.Wait();
@@ -614,7 +610,6 @@ void PacketModeWindow::refresh() {
   d.ShowPendingMessages();
   if (capturing) return;
   d.refreshTimer.stop();
-  d.readingFile = false;
   d.fileProgress->hide();
   d.UpdateControls();
 }
@@ -626,7 +621,7 @@ void PacketModeWindow::Impl::UpdateCounters() {
   memoryText->setText(allocated == 0 ? QString()
                                      : QString::fromStdString(format::ByteSize(allocated)));
   gauge->setValue(std::min(store.ItemCount(), kGaugeMaximum));
-  if (readingFile && session.BytesTotal() > 0) {
+  if (engine.ReadingFile() && session.BytesTotal() > 0) {
     const double done =
         static_cast<double>(session.BytesRead()) / static_cast<double>(session.BytesTotal());
     fileProgress->setValue(static_cast<int>(std::min(1.0, done) * kFileProgressMaximum));
@@ -777,7 +772,8 @@ void PacketModeWindow::Impl::WriteSettings() {
   const std::filesystem::path file = DefaultSettingsFile();
   std::string error;
   if (SaveSettings(settings, file, &error)) return;
-  const std::string text = FillText(Text::SettingsSaveFailed, Language(), {file.string(), error});
+  const std::string text =
+      FormatText(Text::SettingsSaveFailed, Language(), file.c_str(), error.c_str());
   ShowText(&window, Text::ProgramTitle, FromCrLf(text), MessageIcon::Warning);
 }
 
@@ -797,7 +793,7 @@ void PacketModeWindow::closeEvent(QCloseEvent* event) {
   d.SaveWindowState();
   d.details->saveState();
   d.WriteSettings();
-  d.session.Quit();
+  d.engine.Quit();
   if (d.pendingSwitch != kNoPendingSwitch) {
     Relaunch(static_cast<ProgramMode>(d.pendingSwitch));
     d.pendingSwitch = kNoPendingSwitch;

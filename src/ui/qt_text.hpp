@@ -14,10 +14,10 @@ UiLanguage Language();
 
 // The catalogue text in the run's language.
 QString T(Text key);
-// The catalogue text with printf arguments applied (the catalogue keeps printf forms).
+// The catalogue text with printf arguments applied (FormatText), as a QString.
 template <typename... Args>
 QString TF(Text key, Args... args) {
-  return QString::asprintf(Tr(key, Language()), args...);
+  return QString::fromStdString(FormatText(key, Language(), args...));
 }
 
 // Qt text boxes store a line break as one character; engine texts use CR LF. A position

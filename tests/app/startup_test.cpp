@@ -151,13 +151,12 @@ TEST(ModeChoice, ExitAndToolsLeaveTheRememberedModeAlone) {
   EXPECT_EQ(ChooseWindow(d, settings), ProgramMode::Decoder);
 }
 
-TEST(StartupTexts, FillTextNeverReadsPastItsArguments) {
-  // Two conversions, one argument: the second stays empty instead of reading garbage.
-  EXPECT_EQ(FillText(Text::AskReinstall, UiLanguage::English, {"X"}),
-            "Would you like to re-install X ?");
-  // An argument holding a conversion is copied, not expanded.
-  EXPECT_EQ(FillText(Text::ModeNotAvailable, UiLanguage::English, {"%s%%"}),
+TEST(StartupTexts, FormatTextCopiesArgumentsAsTheyStandAtAnyLength) {
+  EXPECT_EQ(FormatText(Text::ModeNotAvailable, UiLanguage::English, "%s%%"),
             "%s%% is not available yet in this version.");
+  const std::string longName(5000, 'x');
+  EXPECT_EQ(FormatText(Text::ModeNotAvailable, UiLanguage::English, longName.c_str()),
+            longName + " is not available yet in this version.");
 }
 
 }  // namespace

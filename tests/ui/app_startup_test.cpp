@@ -204,13 +204,18 @@ class AppStartupTest : public QObject {
              ui::SwitchDecision::Cancel);
     QCOMPARE(seams.messages.size(), 4);
     QCOMPARE(seams.messages[3], Catalogue(Text::GraphicalWarning));
+    // Warning heeded, then the switch cancelled: the warning is still owed.
+    seams.answers = {MessageAnswer::Yes, MessageAnswer::Cancel};
+    QCOMPARE(ui::AskSwitchModes(nullptr, settings, ProgramMode::Packet, ProgramMode::GraphicalPackets),
+             ui::SwitchDecision::Cancel);
+    QVERIFY(!settings.graphicalWarningAcknowledged);
     seams.answers = {MessageAnswer::Yes, MessageAnswer::No};
     QCOMPARE(ui::AskSwitchModes(nullptr, settings, ProgramMode::Packet, ProgramMode::GraphicalPackets),
              ui::SwitchDecision::RelaunchAndKeepRunning);
     QVERIFY(settings.graphicalWarningAcknowledged);
     seams.answers = {MessageAnswer::Cancel};
     ui::AskSwitchModes(nullptr, settings, ProgramMode::Packet, ProgramMode::GraphicalPackets);
-    QCOMPARE(seams.messages.size(), 7);  // acknowledged: only the switch question
+    QCOMPARE(seams.messages.size(), 9);  // acknowledged: only the switch question
   }
 
  private:

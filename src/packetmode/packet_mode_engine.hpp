@@ -1,0 +1,74 @@
+// PacketModeEngine: everything Packet Mode keeps and runs — the packet store, the filter
+// settings, the capture session and the current filter profile — without a window. The window,
+// `vormelt-cli packets`, the service and the logging thread all drive this one engine.
+// It never shows anything: problems come back as texts or queued messages.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+
+#include "capture/session.hpp"
+#include "common/frame_sink.hpp"
+#include "common/texts.hpp"
+#include "packetmode/filter_settings.hpp"
+#include "packets/store.hpp"
+
+namespace vormelt {
+
+class PacketModeEngine final : private FrameSink {
+ public:
+  // `capacity` is the store's; smaller values are for tests of the limit.
+  explicit PacketModeEngine(std::int32_t capacity = kStoreCapacity);
+  // Ends any capture before the store and filter it feeds go away.
+  ~PacketModeEngine() override;
+  PacketModeEngine(const PacketModeEngine&) = delete;
+  PacketModeEngine& operator=(const PacketModeEngine&) = delete;
+
+  PacketStore& Store() { return store_; }
+  const PacketStore& Store() const { return store_; }
+  FilterSettings& Filter() { return filter_; }
+  CaptureSession& Session() { return session_; }
+  const CaptureSession& Session() const { return session_; }
+
+  // Applies the current filter profile of Packet Mode. Returns what to tell the user, once, in
+  // `language` (empty when the profile was fine or missing); a damaged profile is kept aside.
+  std::string LoadCurrentProfile(UiLanguage language);
+  // The date/time template for the time texts of packets stored from now on.
+  void SetDateTimeTemplate(std::string dateTimeTemplate);
+  // Ends a capture by itself once this many packets were stored (0: no limit), the way a full
+  // store would: for scripts that want the first N packets.
+  void SetStopAfter(long packets) { stopAfter_ = packets; }
+
+  // Starts capturing live on `target`. False (nothing started) while a capture runs.
+  bool StartLive(const CaptureTarget& target);
+  // Empties the store, then reads a capture file into it. False while a capture runs.
+  bool StartFile(const std::string& path);
+  // Ends the running capture; returns at once.
+  void Stop();
+  // The chosen interface changed while listening: stop, then start on `target` as soon as the
+  // old capture has ended (on the capture's own thread, never the caller's).
+  void Restart(const CaptureTarget& target);
+  // Empties the store and its rows.
+  void Clear();
+  // For closing: ends the capture and waits for its thread.
+  void Quit();
+
+  bool Capturing() const { return session_.listening.load(); }
+  // The running (or last) capture reads a file rather than an interface.
+  bool ReadingFile() const { return readingFile_.load(); }
+
+ private:
+  SinkVerdict Take(const FrameRecord& frame) override;
+  bool IsFull() const override { return store_.IsFull(); }
+
+  PacketStore store_;
+  FilterSettings filter_;
+  std::atomic<long> stopAfter_{0};
+  std::atomic<long> storedSinceStart_{0};
+  std::atomic<bool> readingFile_{false};
+  // Last member: its thread is ended (in ~PacketModeEngine) before the rest goes.
+  CaptureSession session_;
+};
+
+}  // namespace vormelt
