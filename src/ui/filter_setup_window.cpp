@@ -16,17 +16,16 @@
 #include <QPushButton>
 #include <QRadioButton>
 #include <QRegularExpressionValidator>
-#include <QTimer>
 #include <QVBoxLayout>
 #include <array>
 #include <chrono>
-#include <future>
 #include <optional>
 #include <string>
 
 #include "common/paths.hpp"
 #include "packetmode/filter_profile.hpp"
 #include "packetmode/filter_window_model.hpp"
+#include "ui/background.hpp"
 #include "ui/dialogs.hpp"
 #include "ui/qt_text.hpp"
 
@@ -34,7 +33,6 @@ namespace vormelt::ui {
 namespace {
 
 constexpr int kTextListCount = 4;
-constexpr int kLookupPollMs = 20;
 constexpr int kSizeFieldDigits = 10;  // the largest 32-bit size has ten digits
 constexpr std::array<Text, kRangeKindCount> kRangeLabels = {
     Text::FilterRangeSourceIn, Text::FilterRangeSourceNotIn, Text::FilterRangeDestIn,
@@ -115,9 +113,8 @@ struct FilterSetupWindow::Impl {
   QLineEdit* maxFileSize = nullptr;
   std::array<TextListControls, kTextListCount> textLists{};
 
-  std::future<std::optional<std::string>> lookup;
+  bool lookupRunning = false;
   LookupKind lookupKind = LookupKind::Resolve;
-  QTimer* lookupPoll = nullptr;
 
   Impl(FilterSetupWindow* w, FilterSettings& s, FilterMode m, bool enabled)
       : window(w), settings(s), mode(m), filteringEnabled(enabled) {}
@@ -141,7 +138,7 @@ struct FilterSetupWindow::Impl {
   // Shows the refusal of an add or remove, or the lists as they are now.
   void ShowRangeEdit(RangeEdit outcome);
   void StartLookup(LookupKind kind);
-  void FinishLookup();
+  void FinishLookup(const std::optional<std::string>& answer);
 };
 
 QWidget* FilterSetupWindow::Impl::BuildResolver() {
@@ -362,10 +359,6 @@ void FilterSetupWindow::Impl::Build() {
   textLists[static_cast<int>(TextList::MustNotContain)].box->setVisible(packetMode);
   textLists[static_cast<int>(TextList::ExtensionsAllowed)].box->setVisible(!packetMode);
   textLists[static_cast<int>(TextList::ExtensionsDenied)].box->setVisible(!packetMode);
-
-  lookupPoll = new QTimer(window);
-  lookupPoll->setInterval(kLookupPollMs);
-  connect(lookupPoll, &QTimer::timeout, window, [this] { FinishLookup(); });
 }
 
 void FilterSetupWindow::Impl::SelectKind(int kind) {
@@ -481,24 +474,22 @@ void FilterSetupWindow::Impl::ShowRangeEdit(RangeEdit outcome) {
 }
 
 void FilterSetupWindow::Impl::StartLookup(LookupKind kind) {
-  if (lookup.valid()) return;  // one look-up at a time
+  if (lookupRunning) return;  // one look-up at a time
+  lookupRunning = true;
   lookupKind = kind;
   const std::string text = Utf8(resolverField);
-  lookup = std::async(std::launch::async, [kind, text] {
-    return kind == LookupKind::Reverse ? ReverseResolveAddress(text) : ResolveHostName(text);
-  });
   for (QPushButton* button : resolverButtons) button->setEnabled(false);
   QApplication::setOverrideCursor(Qt::WaitCursor);
-  lookupPoll->start();
+  RunInBackground(
+      window,
+      [kind, text] {
+        return kind == LookupKind::Reverse ? ReverseResolveAddress(text) : ResolveHostName(text);
+      },
+      [this](const std::optional<std::string>& answer) { FinishLookup(answer); });
 }
 
-void FilterSetupWindow::Impl::FinishLookup() {
-  if (!lookup.valid() ||
-      lookup.wait_for(std::chrono::seconds(0)) != std::future_status::ready) {
-    return;
-  }
-  lookupPoll->stop();
-  const std::optional<std::string> answer = lookup.get();
+void FilterSetupWindow::Impl::FinishLookup(const std::optional<std::string>& answer) {
+  lookupRunning = false;
   QApplication::restoreOverrideCursor();
   for (QPushButton* button : resolverButtons) button->setEnabled(true);
   if (!answer) {
@@ -527,15 +518,13 @@ FilterSetupWindow::FilterSetupWindow(FilterSettings& settings, FilterMode mode,
 }
 
 FilterSetupWindow::~FilterSetupWindow() {
-  if (impl_->lookup.valid()) {
-    impl_->lookup.wait();  // the worker holds nothing of the window, but must not outlive it
-    QApplication::restoreOverrideCursor();
-  }
+  // A look-up still running is not waited for: its answer is dropped with this window.
+  if (impl_->lookupRunning) QApplication::restoreOverrideCursor();
 }
 
 bool FilterSetupWindow::changesApplied() const { return impl_->changesApplied; }
 bool FilterSetupWindow::enableFilteringRequested() const { return impl_->enableRequested; }
-bool FilterSetupWindow::lookupInProgress() const { return impl_->lookup.valid(); }
+bool FilterSetupWindow::lookupInProgress() const { return impl_->lookupRunning; }
 
 void FilterSetupWindow::addRange() {
   impl_->ShowRangeEdit(impl_->model.AddRange(Utf8(impl_->fromField), Utf8(impl_->toField)));

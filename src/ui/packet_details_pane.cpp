@@ -23,11 +23,9 @@
 #include <QVBoxLayout>
 #include <algorithm>
 #include <array>
-#include <chrono>
 #include <functional>
 #include <optional>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "common/settings.hpp"
@@ -42,8 +40,6 @@ namespace vormelt::ui {
 namespace {
 
 // The receive thread may list a row a moment before the record behind it is published.
-constexpr int kRecordWaitTries = 100;
-constexpr auto kRecordWaitStep = std::chrono::milliseconds(10);
 constexpr int kDumpFontPointSize = 10;
 
 // Which visibility group a field belongs to.
@@ -182,7 +178,6 @@ struct PacketDetailsPane::Impl {
 
   void Show(std::uint32_t storeIndex);
   void Reshow();
-  PacketRef WaitForRecord(std::uint32_t storeIndex) const;
   void ShowUnreadable(std::uint32_t storeIndex, PacketRef packet);
   void ApplyLayout(const PaneLayout& layout);
   void FillFields(const PacketDetails& details);
@@ -436,19 +431,11 @@ void PacketDetailsPane::Impl::Connect() {
 
 // ---- showing a packet -----------------------------------------------------------------------
 
-PacketRef PacketDetailsPane::Impl::WaitForRecord(std::uint32_t storeIndex) const {
-  const auto index = static_cast<std::int32_t>(storeIndex);
-  for (int attempt = 0; attempt < kRecordWaitTries; ++attempt) {
-    const PacketRef packet = store.Get(index);
-    if (packet.frame) return packet;
-    std::this_thread::sleep_for(kRecordWaitStep);
-  }
-  return store.Get(index);
-}
-
 void PacketDetailsPane::Impl::Show(std::uint32_t storeIndex) {
   shownIndex = storeIndex;
-  const PacketRef packet = WaitForRecord(storeIndex);
+  // The store publishes a packet's record before its row, so a listed row always has one; a
+  // row that has none was deleted or cleared and says so.
+  const PacketRef packet = store.Get(static_cast<std::int32_t>(storeIndex));
   if (!packet.frame) {
     ShowUnreadable(storeIndex, packet);
     return;

@@ -1,14 +1,13 @@
-// Worker threads for reverse look-ups and the message box that reports each answer.
-// A worker only calls the look-up and posts its answer back; joining and every widget call
-// happen on the resolver's thread.
+// Reverse look-ups off the window thread and the message box that reports each answer.
+// A worker only calls the look-up; every widget call happens on the resolver's thread.
 #include "ui/reverse_resolver.hpp"
 
 #include <QApplication>
-#include <QMetaObject>
 #include <QWidget>
 #include <utility>
 
 #include "packetmode/filter_window_model.hpp"
+#include "ui/background.hpp"
 #include "ui/dialogs.hpp"
 #include "ui/qt_text.hpp"
 
@@ -21,30 +20,20 @@ ReverseResolver::ReverseResolver(Lookup lookup, QObject* parent)
     : QObject(parent), lookup_(std::move(lookup)) {}
 
 ReverseResolver::~ReverseResolver() {
-  // Answers posted from here on are discarded with this object; the cursor is given back for
-  // every look-up that will never report.
-  for (auto& [id, worker] : workers_) {
-    worker.join();
-    QApplication::restoreOverrideCursor();
-  }
+  // Look-ups that will never report still hold the wait cursor.
+  for (; pending_ > 0; --pending_) QApplication::restoreOverrideCursor();
 }
 
 void ReverseResolver::resolve(std::string address, Done done) {
-  const int id = nextId_++;
+  ++pending_;
   QApplication::setOverrideCursor(Qt::WaitCursor);
-  workers_.emplace(id, std::thread([this, id, address = std::move(address), done = std::move(done)] {
-    std::optional<std::string> name = lookup_(address);
-    QMetaObject::invokeMethod(
-        this, [this, id, name = std::move(name), done] { Finish(id, name, done); },
-        Qt::QueuedConnection);
-  }));
-}
-
-void ReverseResolver::Finish(int id, std::optional<std::string> name, const Done& done) {
-  auto worker = workers_.extract(id);
-  if (!worker.empty()) worker.mapped().join();
-  QApplication::restoreOverrideCursor();
-  done(std::move(name));
+  RunInBackground(
+      this, [lookup = lookup_, address = std::move(address)] { return lookup(address); },
+      [this, done = std::move(done)](std::optional<std::string> name) {
+        --pending_;
+        QApplication::restoreOverrideCursor();
+        done(std::move(name));
+      });
 }
 
 void ReverseResolveAndShow(QWidget* window, const std::string& address) {

@@ -5,10 +5,8 @@
 
 #include <QObject>
 #include <functional>
-#include <map>
 #include <optional>
 #include <string>
-#include <thread>
 
 class QWidget;
 
@@ -25,20 +23,17 @@ class ReverseResolver : public QObject {
   // Resolves with the system resolver (getnameinfo).
   explicit ReverseResolver(QObject* parent = nullptr);
   ReverseResolver(Lookup lookup, QObject* parent);
-  // Waits for look-ups still running; their answers are dropped.
+  // Look-ups still running are not waited for; their answers are dropped.
   ~ReverseResolver() override;
 
   // Starts a look-up on a worker thread and shows the wait cursor until it ends; `done` runs
   // later on this object's thread.
   void resolve(std::string address, Done done);
-  int pending() const { return static_cast<int>(workers_.size()); }
+  int pending() const { return pending_; }
 
  private:
-  void Finish(int id, std::optional<std::string> name, const Done& done);
-
   Lookup lookup_;
-  std::map<int, std::thread> workers_;
-  int nextId_ = 0;
+  int pending_ = 0;
 };
 
 // Looks up `address` with the window's resolver (made on first use, a child of `window`) and
