@@ -1,5 +1,6 @@
 // vormelt-cli packets: capture live or read a capture file into a packet store and print one
-// line per stored packet (or its text rendering, --render) while it arrives. Errors are one line on `err`; rows go to `out`.
+// line per stored packet (or its text rendering, --render) while it arrives. Errors are one
+// line on `err`, then the count of packets listed and dropped by the kernel; rows go to `out`.
 // SIGINT/SIGTERM end a capture cleanly: the rows and the count are still printed.
 #include <pthread.h>
 #include <signal.h>
@@ -239,7 +240,9 @@ int RunPackets(std::span<const std::string> args, std::ostream& out, std::ostrea
     status = kExitFailed;
   }
   // A capture that never opened has no count to report; its error line says it all.
-  if (session.Status().status != CaptureStatus::Idle) err << printer.Printed() << " packets\n";
+  if (session.Status().status != CaptureStatus::Idle) {
+    err << printer.Printed() << " packets, " << session.Dropped() << " dropped\n";
+  }
   return status;
 }
 

@@ -20,12 +20,16 @@
 namespace vormelt {
 namespace {
 
-// The kernel buffer that absorbs bursts while the receive thread is busy.
-constexpr int kBufferSize = 10'000'000;
+// The kernel buffer that absorbs bursts while the receive thread is busy. Frames are packed
+// into it one after the other (TPACKET_V3), so it holds tens of thousands of small ones.
+constexpr int kBufferSize = 32 << 20;
 // A whole 65,535-byte datagram plus the longest link header we unwrap.
 constexpr int kSnapLength = 65535 + 64;
-// How long a blocked read waits before the loop looks at its flags again.
-constexpr int kReadTimeoutMs = 100;
+// How long the kernel holds a part-filled buffer block before handing it over: the longest a
+// quiet link's packet waits before it is listed. Not immediate mode, which wakes the thread
+// for every packet and gives each one a slot as big as the largest frame (a few hundred
+// slots in all), so a burst overflows the buffer at once.
+constexpr int kReadTimeoutMs = 10;
 // Files: how often the read position is sampled for the progress display.
 constexpr unsigned kProgressEvery = 1024;
 
@@ -101,6 +105,13 @@ class PcapSource final : public CaptureSource {
   std::uint64_t BytesRead() const override { return bytesRead_.load(std::memory_order_relaxed); }
   std::uint64_t BytesTotal() const override { return fileSize_; }
 
+  // pcap_stats counts since the capture opened; as tcpdump reports: full buffer + interface.
+  std::uint64_t Dropped() const override {
+    pcap_stat stats{};
+    if (file_ || pcap_stats(handle_.get(), &stats) != 0) return 0;
+    return std::uint64_t{stats.ps_drop} + stats.ps_ifdrop;
+  }
+
  private:
   // Into converted_: the frame in Ethernet shape. False for a packet this kind does not keep.
   bool Convert(std::span<const std::uint8_t> packet) {
@@ -150,7 +161,6 @@ OpenResult OpenLive(const std::string& device, InterfaceKind kind,
   pcap_set_buffer_size(p, kBufferSize);
   pcap_set_snaplen(p, kSnapLength);
   pcap_set_promisc(p, 0);
-  pcap_set_immediate_mode(p, 1);
   pcap_set_timeout(p, kReadTimeoutMs);
   pcap_set_tstamp_precision(p, PCAP_TSTAMP_PRECISION_NANO);  // refused on old kernels: then µs
   const int status = pcap_activate(p);

@@ -72,7 +72,7 @@ TEST(CliPackets, PrintsOneRowPerPacketTcpdumpSees) {
   const auto lines = Split(run.out, '\n');
   const std::string tcpdumpCount = test::ShellOutput("tcpdump -n -r '" + path + "' 2>/dev/null | wc -l");
   EXPECT_EQ(std::to_string(lines.size()) + "\n", tcpdumpCount);
-  EXPECT_EQ(run.err, std::to_string(lines.size()) + " packets\n");
+  EXPECT_EQ(run.err, std::to_string(lines.size()) + " packets, 0 dropped\n");
 
   for (const std::string& line : lines) ASSERT_EQ(Split(line, '\t').size(), 11u) << line;
   const auto tcp = Split(lines[0], '\t');
@@ -89,7 +89,31 @@ TEST(CliPackets, PrintsOneRowPerPacketTcpdumpSees) {
   const CliRun limited = RunCli({"packets", "--read", path, "--count", "3"});
   EXPECT_EQ(limited.status, 0);
   EXPECT_EQ(Split(limited.out, '\n').size(), 3u);
-  EXPECT_EQ(limited.err, "3 packets\n");
+  EXPECT_EQ(limited.err, "3 packets, 0 dropped\n");
+}
+
+// Rows carry the time the file recorded, in local time: µs and ns pcap and pcapng alike.
+TEST(CliPackets, RowsShowEachPacketsCaptureTimeFromTheFile) {
+  if (!test::ToolAvailable("editcap")) GTEST_SKIP() << "editcap is not installed: no pcapng file";
+  test::TempDir dir;
+  const Bytes frame = test::EthernetFrame({}, {}, 0x0800, test::UdpPacket({}, 53, 53, {}));
+  // 1700000000 is 2023-11-14 22:13:20 UTC; the zone below is five and a half hours ahead.
+  const std::pair<std::uint32_t, std::uint32_t> times[] = {{1700000000, 123456}, {1699999999, 999999}};
+  for (const bool nano : {false, true}) {
+    test::PcapFileWriter writer(dir.File(nano ? "ns.pcap" : "us.pcap"), test::kLinkEthernet, 65535, nano);
+    for (const auto& [seconds, micro] : times) writer.Write(frame, seconds, nano ? micro * 1000 + 999 : micro);
+  }
+  ASSERT_EQ(std::system(("editcap -F pcapng '" + dir.File("ns.pcap") + "' '" + dir.File("ng") + "'").c_str()), 0);
+  setenv("TZ", "XST-5:30", 1);
+  for (const char* file : {"us.pcap", "ns.pcap", "ng"}) {
+    const CliRun run = RunCli({"packets", "--read", dir.File(file)});
+    ASSERT_EQ(run.status, 0) << run.err;
+    const auto lines = Split(run.out, '\n');
+    ASSERT_EQ(lines.size(), 2u) << file;
+    EXPECT_EQ(Split(lines[0], '\t')[6], "2023.11.15 - 03:43:20.123") << file;
+    EXPECT_EQ(Split(lines[1], '\t')[6], "2023.11.15 - 03:43:19.999") << file;
+  }
+  unsetenv("TZ");
 }
 
 TEST(CliPackets, ErrorsAreOneLineWithAFailingStatus) {
@@ -113,7 +137,7 @@ TEST(CliPackets, ErrorsAreOneLineWithAFailingStatus) {
   EXPECT_EQ(run.status, 1);
   EXPECT_EQ(Split(run.out, '\n').size(), 15u);
   EXPECT_NE(run.err.find("damaged"), std::string::npos);
-  EXPECT_NE(run.err.find("15 packets\n"), std::string::npos);
+  EXPECT_NE(run.err.find("15 packets, 0 dropped\n"), std::string::npos);
 
   for (const auto& words : std::vector<std::vector<std::string>>{
            {"packets"},
@@ -143,13 +167,13 @@ TEST(CliPacketsLive, CountsPingRowsAndEndsCleanlyOnSigint) {
   EXPECT_EQ(counted.status, 0) << counted.err;
   const auto lines = Split(counted.out, '\n');
   ASSERT_EQ(lines.size(), 5u) << counted.out;
-  EXPECT_EQ(counted.err, "5 packets\n");
+  EXPECT_EQ(counted.err, "5 packets, 0 dropped\n");
 
   const CliRun interrupted = RunCli({"packets", "--live", "127.0.0.1"}, std::chrono::milliseconds(800));
   ping.join();
   EXPECT_EQ(interrupted.status, 0) << interrupted.err;
   const auto rows = Split(interrupted.out, '\n');
-  EXPECT_EQ(interrupted.err, std::to_string(rows.size()) + " packets\n");
+  EXPECT_EQ(interrupted.err, std::to_string(rows.size()) + " packets, 0 dropped\n");
   bool sawPing = false;
   for (const std::string& line : rows) {
     const auto columns = Split(line, '\t');
