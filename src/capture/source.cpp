@@ -8,8 +8,9 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <cstring>
 #include <cerrno>
+#include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <vector>
 
@@ -51,10 +52,17 @@ std::string LinkTypeName(int linkType) {
   return name ? name : std::to_string(linkType);
 }
 
+// Files are read through a stdio buffer this large: one read call per megabyte instead of one
+// per 4 KiB block, which is most of the system time of reading a large capture.
+constexpr std::size_t kFileBufferSize = 1 << 20;
+
 class PcapSource final : public CaptureSource {
  public:
-  PcapSource(PcapHandle handle, InterfaceKind kind, std::uint64_t fileSize)
-      : handle_(std::move(handle)),
+  // `fileBuffer`: the stdio buffer of an offline handle's FILE, kept until the handle closes.
+  PcapSource(PcapHandle handle, InterfaceKind kind, std::uint64_t fileSize,
+             std::unique_ptr<char[]> fileBuffer = nullptr)
+      : fileBuffer_(std::move(fileBuffer)),
+        handle_(std::move(handle)),
         kind_(kind),
         linkType_(pcap_datalink(handle_.get())),
         file_(pcap_file(handle_.get())),
@@ -135,6 +143,7 @@ class PcapSource final : public CaptureSource {
     if (position >= 0) bytesRead_.store(static_cast<std::uint64_t>(position));
   }
 
+  std::unique_ptr<char[]> fileBuffer_;  // outlives handle_, whose FILE reads into it
   PcapHandle handle_;
   InterfaceKind kind_;
   int linkType_;
@@ -187,9 +196,17 @@ OpenResult OpenAddress(const std::string& address) {
 
 OpenResult OpenFile(const std::string& path) {
   char error[PCAP_ERRBUF_SIZE] = {};
-  PcapHandle handle(
-      pcap_open_offline_with_tstamp_precision(path.c_str(), PCAP_TSTAMP_PRECISION_NANO, error));
+  std::FILE* file = std::fopen(path.c_str(), "rb");
+  if (!file) {
+    const std::string detail = path + ": " + std::strerror(errno);
+    return Message(Text::CaptureFileCaption, Text::CaptureFileUnreadable, detail);
+  }
+  auto buffer = std::make_unique_for_overwrite<char[]>(kFileBufferSize);
+  std::setvbuf(file, buffer.get(), _IOFBF, kFileBufferSize);
+  // Once open, the handle owns the file and closes it; a refused file is still ours to close.
+  PcapHandle handle(pcap_fopen_offline_with_tstamp_precision(file, PCAP_TSTAMP_PRECISION_NANO, error));
   if (!handle) {
+    std::fclose(file);
     // libpcap names the file itself in some of its messages; name it once in all of them.
     const std::string detail = std::string_view(error).starts_with(path) ? error : path + ": " + error;
     return Message(Text::CaptureFileCaption, Text::CaptureFileUnreadable, detail);
@@ -201,7 +218,8 @@ OpenResult OpenFile(const std::string& path) {
   std::error_code ignored;
   const auto size = std::filesystem::file_size(path, ignored);
   return std::make_unique<PcapSource>(std::move(handle), KindForLinkType(linkType),
-                                      ignored ? 0 : static_cast<std::uint64_t>(size));
+                                      ignored ? 0 : static_cast<std::uint64_t>(size),
+                                      std::move(buffer));
 }
 
 std::string FileName(const std::string& path) {
