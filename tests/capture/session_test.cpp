@@ -1,11 +1,10 @@
 // CaptureSession over capture files: the frames a sink receives and their kind, how damaged
 // files end, how sink verdicts end a capture with their status, and the start/stop/restart
-// races (a sink that holds the receive thread makes them deterministic).
+// races (a sink that holds the receive thread inside Take makes them deterministic).
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <condition_variable>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <mutex>
@@ -26,24 +25,21 @@ using namespace std::chrono_literals;
 const test::Mac kDestination{0x00, 0x1b, 0x21, 0xaa, 0xbb, 0xcc};
 const test::Mac kSource{0x3c, 0x7c, 0x3f, 0x01, 0x02, 0x0d};
 
-// Keeps every frame; can be told to answer with a verdict after some frames, or to hold the
-// receive thread inside Take until released.
+// Keeps every frame; answers `verdict` after `verdictAfter` frames; with `hold`, keeps the
+// receive thread inside Take until Release().
 class RecordingSink final : public FrameSink {
  public:
   SinkVerdict Take(const FrameRecord& frame) override {
     std::unique_lock lock(mutex_);
     frames.emplace_back(frame.bytes.begin(), frame.bytes.end());
     kinds.push_back(frame.kind);
-    times.push_back(frame.time);
     released_.wait(lock, [&] { return !hold; });
     return frames.size() > verdictAfter ? verdict : SinkVerdict::Stored;
   }
   bool IsFull() const override { return full; }
   void Release() {
-    {
-      std::lock_guard lock(mutex_);
-      hold = false;
-    }
+    std::lock_guard lock(mutex_);
+    hold = false;
     released_.notify_all();
   }
   std::size_t Count() {
@@ -53,7 +49,6 @@ class RecordingSink final : public FrameSink {
 
   std::vector<Bytes> frames;
   std::vector<InterfaceKind> kinds;
-  std::vector<CaptureTime> times;
   std::size_t verdictAfter = SIZE_MAX;
   SinkVerdict verdict = SinkVerdict::Stored;
   bool full = false;
@@ -74,87 +69,72 @@ std::vector<Bytes> MixedEthernetFrames() {
   };
 }
 
-// Runs one capture of `target` into `sink` to its end.
-std::vector<CaptureMessage> Capture(CaptureSession& session, const CaptureTarget& target,
-                                    FrameSink& sink) {
-  EXPECT_TRUE(session.Start(target, sink));
+// Runs one capture of `path` into `sink` to its end; returns its messages.
+std::vector<CaptureMessage> Capture(CaptureSession& session, const std::string& path, FrameSink& sink) {
+  EXPECT_TRUE(session.Start(CaptureTarget::File(path), sink));
   session.Wait();
   EXPECT_FALSE(session.listening.load());
   return session.Messages().Drain();
 }
 
-TEST(CaptureFromFile, EthernetFilesGiveWholeFramesOfTheAdapterKind) {
+TEST(CaptureFromFile, EthernetFilesGiveWholeFramesAndRawIpFilesThePseudoHeader) {
   test::TempDir dir;
   const auto frames = MixedEthernetFrames();
   test::WritePcap(dir.File("mixed.pcap"), test::kLinkEthernet, frames);
   CaptureSession session;
-  RecordingSink sink;
-  EXPECT_TRUE(Capture(session, CaptureTarget::File(dir.File("mixed.pcap")), sink).empty());
-  EXPECT_EQ(sink.frames, frames);
-  EXPECT_EQ(sink.kinds, std::vector<InterfaceKind>(frames.size(), InterfaceKind::PacketDriver));
+  RecordingSink ethernet;
+  EXPECT_TRUE(Capture(session, dir.File("mixed.pcap"), ethernet).empty());
+  EXPECT_EQ(ethernet.frames, frames);
+  EXPECT_EQ(ethernet.kinds, std::vector<InterfaceKind>(frames.size(), InterfaceKind::PacketDriver));
   EXPECT_EQ(session.Status().status, CaptureStatus::Stopped);
   EXPECT_EQ(session.BytesRead(), std::filesystem::file_size(dir.File("mixed.pcap")));
-}
 
-TEST(CaptureFromFile, RawIpFilesGiveIpv4BehindThePseudoHeader) {
-  test::TempDir dir;
   const Bytes udp = test::UdpPacket({}, 53, 40000, test::ToBytes("answer"));
-  const Bytes icmp = test::IcmpPacket({}, 0, 0, Bytes(56, 1));
   Bytes ipv6(40, 0);
   ipv6[0] = 0x60;
-  test::WritePcap(dir.File("raw.pcap"), test::kLinkRaw, {udp, ipv6, icmp});
-  CaptureSession session;
-  RecordingSink sink;
-  EXPECT_TRUE(Capture(session, CaptureTarget::File(dir.File("raw.pcap")), sink).empty());
-  EXPECT_EQ(sink.frames, (std::vector<Bytes>{test::RawSocketsFrame(udp), test::RawSocketsFrame(icmp)}));
-  EXPECT_EQ(session.kindInUse.load(), InterfaceKind::RawSockets);
-
   // The largest datagram becomes a 65,549-byte frame, and the store keeps all of it.
   const Bytes largest = test::UdpPacket({}, 9, 9, Bytes(65535 - 28, 'z'));
-  test::WritePcap(dir.File("largest.pcap"), test::kLinkRaw, {largest});
+  test::WritePcap(dir.File("raw.pcap"), test::kLinkRaw, {udp, ipv6, largest});
+  RecordingSink raw;
+  EXPECT_TRUE(Capture(session, dir.File("raw.pcap"), raw).empty());
+  EXPECT_EQ(raw.frames, (std::vector<Bytes>{test::RawSocketsFrame(udp), test::RawSocketsFrame(largest)}));
+  EXPECT_EQ(session.kindInUse.load(), InterfaceKind::RawSockets);
   PacketStore store;
-  EXPECT_TRUE(Capture(session, CaptureTarget::File(dir.File("largest.pcap")), store).empty());
-  ASSERT_EQ(store.RowCount(), 1u);
-  EXPECT_EQ(store.Get(0).frameLength, 65549u);
-  EXPECT_EQ(store.Get(0).frame[65548], 'z');
+  EXPECT_TRUE(Capture(session, dir.File("raw.pcap"), store).empty());
+  ASSERT_EQ(store.RowCount(), 2u);
+  EXPECT_EQ(store.Get(1).frameLength, 65549u);
+  EXPECT_EQ(store.Get(1).frame[65548], 'z');
 }
 
 TEST(CaptureFromFile, DamagedFilesKeepWhatWasReadAndSaySo) {
   test::TempDir dir;
   const auto frames = MixedEthernetFrames();
   test::WritePcap(dir.File("cut.pcap"), test::kLinkEthernet, frames);
-  // Cut into the last record's data.
-  std::filesystem::resize_file(dir.File("cut.pcap"),
-                               std::filesystem::file_size(dir.File("cut.pcap")) - 4);
+  std::filesystem::resize_file(dir.File("cut.pcap"), std::filesystem::file_size(dir.File("cut.pcap")) - 4);
+  std::ofstream(dir.File("garbage.pcap")) << "this is not a capture file at all";
+  test::WritePcap(dir.File("wifi.pcap"), 105, frames);  // 802.11: not ours to read
+  const std::pair<const char*, Text> cases[] = {{"cut.pcap", Text::CaptureFileDamaged},
+                                                {"garbage.pcap", Text::CaptureFileUnreadable},
+                                                {"missing.pcap", Text::CaptureFileUnreadable},
+                                                {"wifi.pcap", Text::CaptureFileLinkType}};
   CaptureSession session;
   RecordingSink sink;
-  auto messages = Capture(session, CaptureTarget::File(dir.File("cut.pcap")), sink);
+  for (const auto& [file, text] : cases) {
+    const auto messages = Capture(session, dir.File(file), sink);
+    ASSERT_EQ(messages.size(), 1u) << file;
+    EXPECT_EQ(messages[0].text, text) << file;
+    if (std::string(file) == "missing.pcap") {
+      EXPECT_EQ(FormatMessage(messages[0], UiLanguage::English),
+                "Unable to read the capture file:\r\n" + dir.File(file) + ": No such file or directory");
+    }
+  }
   EXPECT_EQ(sink.frames, std::vector<Bytes>(frames.begin(), frames.end() - 1));
-  ASSERT_EQ(messages.size(), 1u);
-  EXPECT_EQ(messages[0].text, Text::CaptureFileDamaged);
-
-  std::ofstream(dir.File("garbage.pcap")) << "this is not a capture file at all";
-  messages = Capture(session, CaptureTarget::File(dir.File("garbage.pcap")), sink);
-  ASSERT_EQ(messages.size(), 1u);
-  EXPECT_EQ(messages[0].text, Text::CaptureFileUnreadable);
-
-  messages = Capture(session, CaptureTarget::File(dir.File("missing.pcap")), sink);
-  ASSERT_EQ(messages.size(), 1u);
-  EXPECT_EQ(FormatMessage(messages[0], UiLanguage::English),
-            "Unable to read the capture file:\r\n" + dir.File("missing.pcap") +
-                ": No such file or directory");
-
-  test::WritePcap(dir.File("wifi.pcap"), 105, frames);  // 802.11: not ours to read
-  messages = Capture(session, CaptureTarget::File(dir.File("wifi.pcap")), sink);
-  ASSERT_EQ(messages.size(), 1u);
-  EXPECT_EQ(messages[0].text, Text::CaptureFileLinkType);
-  EXPECT_EQ(sink.frames.size(), frames.size() - 1);
 }
 
 TEST(CaptureFromFile, SinkVerdictsEndTheCaptureWithTheirStatus) {
   test::TempDir dir;
-  test::WritePcap(dir.File("mixed.pcap"), test::kLinkEthernet, MixedEthernetFrames());
-  const auto target = CaptureTarget::File(dir.File("mixed.pcap"));
+  const std::string path = dir.File("mixed.pcap");
+  test::WritePcap(path, test::kLinkEthernet, MixedEthernetFrames());
   const std::pair<SinkVerdict, CaptureStatus> cases[] = {
       {SinkVerdict::OutOfMemory, CaptureStatus::MemoryError},
       {SinkVerdict::ListFull, CaptureStatus::MaxListItems},
@@ -165,34 +145,21 @@ TEST(CaptureFromFile, SinkVerdictsEndTheCaptureWithTheirStatus) {
     RecordingSink sink;
     sink.verdictAfter = 1;
     sink.verdict = verdict;
-    Capture(session, target, sink);
+    Capture(session, path, sink);
     EXPECT_EQ(sink.frames.size(), 2u);
     EXPECT_EQ(session.Status().status, status);
   }
 
-  CaptureSession session;
-  RecordingSink full;
-  full.full = true;
-  Capture(session, target, full);
-  EXPECT_TRUE(full.frames.empty());
-  EXPECT_EQ(StatusText(session.Status(), UiLanguage::German),
-            "Angehalten/Höchstzahl an Paketen erreicht");
-}
-
-TEST(CaptureFromFile, AStoreFillsUpAndAFreshStartStopsAtOnce) {
-  test::TempDir dir;
-  test::WritePcap(dir.File("mixed.pcap"), test::kLinkEthernet, MixedEthernetFrames());
-  const auto target = CaptureTarget::File(dir.File("mixed.pcap"));
+  // A store that fills up stops the capture, and a fresh start on it stops at once.
   PacketStore store(3);
   CaptureSession session;
-  Capture(session, target, store);
-  EXPECT_EQ(store.RowCount(), 3u);
-  EXPECT_EQ(store.ItemCount(), 2);
-  EXPECT_EQ(session.Status().status, CaptureStatus::ItemLimitReached);
-
-  Capture(session, target, store);
-  EXPECT_EQ(store.RowCount(), 3u);
-  EXPECT_EQ(session.Status().status, CaptureStatus::ItemLimitReached);
+  for (int start = 0; start < 2; ++start) {
+    Capture(session, path, store);
+    EXPECT_EQ(store.RowCount(), 3u);
+    EXPECT_EQ(store.ItemCount(), 2);
+    EXPECT_EQ(StatusText(session.Status(), UiLanguage::German),
+              "Angehalten/Höchstzahl an Paketen erreicht");
+  }
 }
 
 // A capture of a.pcap whose receive thread is held inside Take on the first frame.

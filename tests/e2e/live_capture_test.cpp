@@ -1,7 +1,7 @@
 // Live capture as root: ping and a TCP connection on 127.0.0.1 show up as rows with the right
-// protocol, addresses and ports, in both interface kinds; Stop ends a quiet capture promptly;
-// and on a veth pair in a namespace of our own, Ethernet padding stays out of Raw Sockets
-// frames. Skips with the reason where capturing is not permitted.
+// protocol, addresses, ports and arrival time, in both interface kinds; Stop ends a quiet
+// capture promptly; and on a veth pair in a namespace of our own, Ethernet padding stays out
+// of Raw Sockets frames. Skips with the reason where capturing is not permitted.
 #include <gtest/gtest.h>
 
 #include <arpa/inet.h>
@@ -38,24 +38,18 @@ struct Fd {
   }
 };
 
-sockaddr_in Loopback(std::uint16_t port) {
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(port);
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  return address;
-}
-
 // Opens a listener on 127.0.0.1, connects to it, sends a line and closes. Returns the port.
 std::uint16_t TalkTcpOnLoopback() {
   Fd listener(socket(AF_INET, SOCK_STREAM, 0));
-  sockaddr_in address = Loopback(0);
-  bind(listener.fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
-  listen(listener.fd, 1);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   socklen_t length = sizeof address;
+  bind(listener.fd, reinterpret_cast<sockaddr*>(&address), length);
+  listen(listener.fd, 1);
   getsockname(listener.fd, reinterpret_cast<sockaddr*>(&address), &length);
   Fd client(socket(AF_INET, SOCK_STREAM, 0));
-  EXPECT_EQ(connect(client.fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  EXPECT_EQ(connect(client.fd, reinterpret_cast<sockaddr*>(&address), length), 0);
   Fd accepted(accept(listener.fd, nullptr, nullptr));
   EXPECT_EQ(write(client.fd, "hello\n", 6), 6);
   return ntohs(address.sin_port);
@@ -65,9 +59,8 @@ std::uint16_t TalkTcpOnLoopback() {
 std::string StartAndWait(CaptureSession& session, const CaptureTarget& target, PacketStore& store) {
   session.Start(target, store);
   const auto deadline = std::chrono::steady_clock::now() + 5s;
-  while (std::chrono::steady_clock::now() < deadline) {
+  while (std::chrono::steady_clock::now() < deadline && session.listening.load()) {
     if (session.Status().status == CaptureStatus::Listening) return {};
-    if (!session.listening.load()) break;
     std::this_thread::sleep_for(5ms);
   }
   session.Wait();
@@ -75,97 +68,68 @@ std::string StartAndWait(CaptureSession& session, const CaptureTarget& target, P
   return "the capture did not start";
 }
 
-struct Seen {
-  int icmp = 0;
-  int toListener = 0;
-  int fromListener = 0;
-  bool macColumnsFilled = false;
-};
-
-Seen Inspect(const PacketStore& store, std::uint16_t port) {
-  Seen seen;
-  ListTextBuffer buffer{};
-  const std::string portText = std::to_string(port);
-  for (std::size_t row = 0; row < store.RowCount(); ++row) {
-    const PacketRef packet = store.Get(store.IndexAtRow(row));
-    const auto text = [&](ListColumn column) {
-      return std::string(ListColumnText(packet, nullptr, column, buffer));
-    };
-    if (text(ListColumn::SourceIp) != "127.0.0.1" || text(ListColumn::DestinationIp) != "127.0.0.1") continue;
-    seen.macColumnsFilled |= !text(ListColumn::SourceMac).empty();
-    const std::string type = text(ListColumn::Type);
-    if (type == names::ProtocolName(1)) ++seen.icmp;
-    if (type != names::ProtocolName(6)) continue;
-    if (text(ListColumn::DestinationPort) == portText) ++seen.toListener;
-    if (text(ListColumn::SourcePort) == portText) ++seen.fromListener;
-  }
-  return seen;
-}
-
-void CaptureTraffic(const CaptureTarget& target, InterfaceKind expectedKind) {
+void CaptureTraffic(const CaptureTarget& target, InterfaceKind kind, const char* listeningText) {
   PacketStore store;
+  store.SetDateTimeTemplate("%Y.%MY.%D");
   CaptureSession session;
   if (const std::string reason = StartAndWait(session, target, store); !reason.empty()) {
-    GTEST_SKIP() << "cannot capture on loopback here (needs root or cap_net_raw,cap_net_admin): "
-                 << reason;
+    GTEST_SKIP() << "cannot capture on loopback here (needs root or cap_net_raw,cap_net_admin): " << reason;
   }
-  EXPECT_EQ(session.kindInUse.load(), expectedKind);
+  EXPECT_EQ(StatusText(session.Status(), UiLanguage::English), listeningText);
+  EXPECT_EQ(session.kindInUse.load(), kind);
   ASSERT_EQ(std::system("ping -c 3 -i 0.2 127.0.0.1 >/dev/null 2>&1"), 0) << "ping failed";
-  const std::uint16_t port = TalkTcpOnLoopback();
-  std::this_thread::sleep_for(200ms);
+  const std::string port = std::to_string(TalkTcpOnLoopback());
+  std::this_thread::sleep_for(300ms);  // quiet: Stop must not wait for another packet
+  const auto stopped = std::chrono::steady_clock::now();
   session.Stop();
   session.Wait();
+  EXPECT_LT(std::chrono::steady_clock::now() - stopped, 500ms);
   EXPECT_EQ(session.Status().status, CaptureStatus::Stopped);
   EXPECT_TRUE(session.newData.load());
 
-  const Seen seen = Inspect(store, port);
-  EXPECT_GE(seen.icmp, 6);  // three requests, three replies
-  EXPECT_GE(seen.toListener, 2);
-  EXPECT_GE(seen.fromListener, 1);
-  EXPECT_EQ(seen.macColumnsFilled, expectedKind == InterfaceKind::PacketDriver);
-}
-
-TEST(LiveCapture, RawSocketsKindSeesPingAndTcpOnLoopback) {
-  CaptureTraffic(CaptureTarget::Address("127.0.0.1"), InterfaceKind::RawSockets);
-}
-
-TEST(LiveCapture, AdapterKindSeesPingAndTcpOnLoopback) {
-  CaptureTraffic(CaptureTarget::Adapter("lo", "Loopback"), InterfaceKind::PacketDriver);
-}
-
-TEST(LiveCapture, StopEndsAQuietCapturePromptly) {
-  PacketStore store;
-  CaptureSession session;
-  // An address only a namespace of our own would carry traffic for is not needed: loopback
-  // is quiet enough, and the stop must not wait for a packet anyway.
-  if (const std::string reason = StartAndWait(session, CaptureTarget::Address("127.0.0.1"), store);
-      !reason.empty()) {
-    GTEST_SKIP() << "cannot capture on loopback here: " << reason;
+  const std::time_t now = std::time(nullptr);
+  char today[16];
+  std::strftime(today, sizeof today, "%Y.%m.%d", std::localtime(&now));  // arrival, not 0 or a file's
+  int icmp = 0, toListener = 0, fromListener = 0, macs = 0;
+  ListTextBuffer buffer{};
+  for (std::size_t row = 0; row < store.RowCount(); ++row) {
+    const PacketRef packet = store.Get(store.IndexAtRow(row));
+    const auto text = [&](ListColumn column) { return std::string(ListColumnText(packet, nullptr, column, buffer)); };
+    if (text(ListColumn::SourceIp) != "127.0.0.1" || text(ListColumn::DestinationIp) != "127.0.0.1") continue;
+    EXPECT_EQ(packet.timeText, today);
+    macs += !text(ListColumn::SourceMac).empty();
+    icmp += text(ListColumn::Type) == names::ProtocolName(1);
+    if (text(ListColumn::Type) != names::ProtocolName(6)) continue;
+    toListener += text(ListColumn::DestinationPort) == port;
+    fromListener += text(ListColumn::SourcePort) == port;
   }
-  EXPECT_EQ(StatusText(session.Status(), UiLanguage::English),
-            "Listening on 127.0.0.1 (Using Raw Sockets)");
-  const auto begun = std::chrono::steady_clock::now();
-  session.Stop();
-  session.Wait();
-  EXPECT_LT(std::chrono::steady_clock::now() - begun, 500ms);
-  EXPECT_FALSE(session.listening.load());
+  EXPECT_GE(icmp, 6);  // three requests, three replies
+  EXPECT_GE(toListener, 2);
+  EXPECT_GE(fromListener, 1);
+  EXPECT_EQ(macs > 0, kind == InterfaceKind::PacketDriver);
+}
+
+TEST(LiveCapture, BothKindsSeePingAndTcpOnLoopbackAndStopPromptly) {
+  CaptureTraffic(CaptureTarget::Address("127.0.0.1"), InterfaceKind::RawSockets,
+                 "Listening on 127.0.0.1 (Using Raw Sockets)");
+  CaptureTraffic(CaptureTarget::Adapter("lo", "Loopback"), InterfaceKind::PacketDriver,
+                 "Listening on Loopback (Using Adapter)");
 }
 
 TEST(LiveCapture, ListsLoopbackAmongTheSocketsRows) {
   const InterfaceList list = ListInterfaces();
   ASSERT_FALSE(list.failure.has_value());
   bool loopback = false;
-  for (const InterfaceRow& row : list.rows) {
-    loopback |= row.kind == InterfaceKind::RawSockets && row.address == "127.0.0.1";
-  }
+  for (const InterfaceRow& row : list.rows) loopback |= row.kind == InterfaceKind::RawSockets && row.address == "127.0.0.1";
   EXPECT_TRUE(loopback);
   EXPECT_EQ(InterfaceHoldingAddress("127.0.0.1"), "lo");
   EXPECT_EQ(InterfaceHoldingAddress("192.0.2.77"), std::nullopt);
   EXPECT_EQ(InterfaceHoldingAddress("not an address"), std::nullopt);
 }
 
-// A namespace of our own holding a veth pair: vmlt0 with 10.199.77.1/24, and its peer vmlt1. This
-// thread works inside it while the object lives; the namespace goes with the object.
+// A namespace of our own holding a veth pair: vmlt0 with 10.199.77.1/24, and its peer vmlt1.
+// This thread (and the capture threads it starts) works inside it while the object lives; the
+// namespace goes with the object.
 class VethNamespace {
  public:
   VethNamespace() : name_("vormelt-veth-" + std::to_string(getpid())) {
@@ -213,19 +177,15 @@ TEST(LiveCapture, RawSocketsFramesOnEthernetLeaveTheLinkPaddingOut) {
   if (!veth.ready()) GTEST_SKIP() << "cannot make a network namespace with a veth pair (needs root)";
   PacketStore store;
   CaptureSession session;
-  if (const std::string reason = StartAndWait(session, CaptureTarget::Address("10.199.77.1"), store);
-      !reason.empty()) {
-    GTEST_FAIL() << reason;
-  }
+  const std::string reason = StartAndWait(session, CaptureTarget::Address("10.199.77.1"), store);
+  ASSERT_EQ(reason, "");
   test::Ipv4Header ip;
   ip.source = {10, 199, 77, 2};
   ip.destination = {10, 199, 77, 1};
   test::TcpHeader ack;
   ack.flags = test::kAck;
-  const test::Bytes datagrams[] = {test::TcpPacket(ip, ack, {}), test::UdpPacket(ip, 7, 7, test::Bytes{1, 2})};
-  for (const test::Bytes& datagram : datagrams) {
-    test::Bytes frame = test::EthernetFrame({0xff, 0xff, 0xff, 0xff, 0xff, 0xff}, {2, 0, 0, 0, 0, 2},
-                                            0x0800, datagram);
+  for (const test::Bytes& datagram : {test::TcpPacket(ip, ack, {}), test::UdpPacket(ip, 7, 7, test::Bytes{1, 2})}) {
+    test::Bytes frame = test::EthernetFrame({0xff, 0xff, 0xff, 0xff, 0xff, 0xff}, {2, 0, 0, 0, 0, 2}, 0x0800, datagram);
     frame.resize(60, 0);  // what an Ethernet sender pads a short frame to
     VethNamespace::SendFromPeer(frame);
   }
