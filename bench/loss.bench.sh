@@ -39,7 +39,7 @@ capture() {
   esac
 }
 
-printf '  %-18s %9s   %-28s %-28s\n' rate sent "vormelt captured/sent" "tcpdump captured/sent"
+printf '  %-30s %9s   %-28s %-28s\n' rate sent "vormelt captured/sent" "tcpdump captured/sent"
 for rate in $rates; do
   read -r ours ours_dropped < <(capture vormelt "$rate" "$cli" packets --live 127.0.0.1)
   sent=$(awk '$1 == "sent" { print $2 }' "$work/sent")
@@ -51,6 +51,7 @@ for rate in $rates; do
   else
     peer_text="tcpdump not installed"
   fi
-  label=$([ "$rate" = 0 ] && echo "full ($speed/s)" || echo "$rate/s")
-  printf '  %-18s %9s   %-28s %-28s\n' "$label" "$sent" "$ours/$sent ($ours_dropped dropped)" "$peer_text"
+  label=$([ "$rate" = 0 ] && echo "full" || echo "$rate/s")
+  label="$label (sent at $speed/s)"
+  printf '  %-30s %9s   %-28s %-28s\n' "$label" "$sent" "$ours/$sent ($ours_dropped dropped)" "$peer_text"
 done
