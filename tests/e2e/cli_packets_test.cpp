@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
-#include <filesystem>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -33,26 +32,24 @@ std::vector<std::string> Split(const std::string& text, char separator) {
   return parts;
 }
 
-// A mixed Ethernet capture: TCP with payloads and IP options, UDP, ICMP, ARP, IPv6, another
-// EtherType and a runt, in a repeating pattern.
+// A mixed Ethernet capture: TCP with a payload and with IP options, UDP, ICMP, ARP, IPv6,
+// another EtherType and a runt, `rounds` times over.
 void WriteMixedCapture(const std::string& path, int rounds) {
   const test::Mac a{0x00, 0x0c, 0x29, 0x12, 0x34, 0x56}, b{0xf0, 0x9f, 0xc2, 0x00, 0x00, 0x01};
+  test::Ipv4Header ip, withOptions;
+  withOptions.options = {0x94, 0x04, 0x00, 0x00};
+  const Bytes frames[] = {
+      test::EthernetFrame(a, b, 0x0800, test::TcpPacket(ip, {}, Bytes(300, 'x'))),
+      test::EthernetFrame(a, b, 0x0800, test::TcpPacket(withOptions, {}, {})),
+      test::EthernetFrame(b, a, 0x0800, test::UdpPacket(ip, 53, 33000, Bytes(60, 1))),
+      test::EthernetFrame(b, a, 0x0800, test::IcmpPacket(ip, 8, 0, Bytes(56, 2))),
+      test::EthernetFrame(b, a, 0x0806, test::ArpPacket({})),
+      test::EthernetFrame(b, a, 0x86DD, Bytes(60, 0x60)),
+      test::EthernetFrame(b, a, 0x88CC, Bytes(46, 0)),
+      Bytes(12, 0xAA)};
   test::PcapFileWriter writer(path, test::kLinkEthernet);
   for (int i = 0; i < rounds; ++i) {
-    test::Ipv4Header ip;
-    ip.id = static_cast<std::uint16_t>(i);
-    test::TcpHeader tcp;
-    tcp.sourcePort = static_cast<std::uint16_t>(40000 + i);
-    writer.Write(test::EthernetFrame(a, b, 0x0800, test::TcpPacket(ip, tcp, Bytes(100 + i % 1300, 'x'))));
-    ip.options = {0x94, 0x04, 0x00, 0x00};
-    writer.Write(test::EthernetFrame(a, b, 0x0800, test::TcpPacket(ip, tcp, {})));
-    ip.options.clear();
-    writer.Write(test::EthernetFrame(b, a, 0x0800, test::UdpPacket(ip, 53, 33000, Bytes(60, 1))));
-    writer.Write(test::EthernetFrame(b, a, 0x0800, test::IcmpPacket(ip, 8, 0, Bytes(56, 2))));
-    writer.Write(test::EthernetFrame(b, a, 0x0806, test::ArpPacket({})));
-    writer.Write(test::EthernetFrame(b, a, 0x86DD, Bytes(60, 0x60)));
-    writer.Write(test::EthernetFrame(b, a, 0x88CC, Bytes(46, 0)));
-    writer.Write(Bytes(12, 0xAA));
+    for (const Bytes& frame : frames) writer.Write(frame);
   }
 }
 
@@ -104,21 +101,12 @@ TEST(CliPackets, RowsShowEachPacketsCaptureTimeFromTheFile) {
 }
 
 TEST(CliPackets, ErrorsAreOneLineWithAFailingStatus) {
-  test::TempDir dir;
   auto run = RunCli({"packets", "--live", "192.0.2.77"});  // documentation address: on no interface
   EXPECT_EQ(run.status, 1);
   EXPECT_EQ(run.err.rfind("vormelt-cli: Unable to listen on the interface: 192.0.2.77 ", 0), 0u) << run.err;
   EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1);
   EXPECT_EQ(run.out, "");
 
-  // A damaged file still prints what it held before the damage.
-  WriteMixedCapture(dir.File("cut.pcap"), 2);
-  std::filesystem::resize_file(dir.File("cut.pcap"), std::filesystem::file_size(dir.File("cut.pcap")) - 3);
-  run = RunCli({"packets", "--read", dir.File("cut.pcap")});
-  EXPECT_EQ(run.status, 1);
-  EXPECT_EQ(Split(run.out, '\n').size(), 15u);
-  EXPECT_NE(run.err.find("damaged"), std::string::npos);
-  EXPECT_NE(run.err.find("15 packets, 0 dropped\n"), std::string::npos);
 
   for (const auto& words : std::vector<std::vector<std::string>>{
            {"packets"}, {"packets", "--read", "a", "--live", "127.0.0.1"},
