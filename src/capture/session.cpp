@@ -10,6 +10,8 @@ namespace vormelt {
 namespace {
 
 constexpr auto kPollStep = std::chrono::milliseconds(10);
+// How often a busy receive loop asks the kernel for its drop count (one system call).
+constexpr unsigned kFramesPerDropSample = 4096;
 
 Text ListeningText(const CaptureStatusSnapshot& snapshot) {
   if (snapshot.file) return Text::StatusReadingFile;
@@ -128,6 +130,7 @@ void CaptureSession::RunReceiveLoop(CaptureSource& source, FrameSink& sink,
   }
   SetStatus(CaptureStatus::Listening, kind, target.displayName, file);
   FrameRecord frame;
+  unsigned framesSinceDropSample = 0;
   for (;;) {
     if (quitRequested.load(std::memory_order_relaxed) ||
         stopRequested.load(std::memory_order_relaxed)) {
@@ -147,6 +150,11 @@ void CaptureSession::RunReceiveLoop(CaptureSource& source, FrameSink& sink,
       break;
     }
     bytesRead_.store(source.BytesRead(), std::memory_order_relaxed);
+    // A flood never lets the source time out, so drops are also sampled as frames go by.
+    if (++framesSinceDropSample >= kFramesPerDropSample) {
+      framesSinceDropSample = 0;
+      SampleDrops(source);
+    }
     const SinkVerdict verdict = sink.Take(frame);
     if (verdict == SinkVerdict::Stored || verdict == SinkVerdict::ItemLimitReached) {
       newData.store(true, std::memory_order_relaxed);

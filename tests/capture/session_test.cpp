@@ -158,6 +158,9 @@ TEST(CaptureFromFile, SinkVerdictsEndTheCaptureWithTheirStatus) {
     EXPECT_EQ(StatusText(session.Status(), UiLanguage::German),
               "Angehalten/Höchstzahl an Paketen erreicht");
   }
+  const CaptureStatusSnapshot dropping{CaptureStatus::Stopped, InterfaceKind::RawSockets, "", false, 3};
+  EXPECT_EQ(StatusText(dropping, UiLanguage::English), "Stopped (3 dropped by the kernel)");
+  EXPECT_EQ(StatusText(dropping, UiLanguage::German), "Angehalten (3 vom Kernel verworfen)");
 }
 
 // A capture of a.pcap whose receive thread is held inside Take on the first frame.
