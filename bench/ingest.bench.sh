@@ -53,4 +53,4 @@ summary 1 wall
 summary 2 cpu
 awk -v size="$size" '$3 > peak { peak = $3 } END {
   printf "  vormelt peak resident %.1f MB for a %.1f MB file: %.2fx the file size\n", peak / 1024, size / 1048576, peak * 1024 / size }' "$work/pairs"
-echo "  kernel over all runs: compaction stalls $((stall_after - stall_before)), huge-page faults $((thp_after - thp_before))"
+echo "  kernel, system-wide, over all runs: compaction stalls $((stall_after - stall_before)), huge-page faults $((thp_after - thp_before))"

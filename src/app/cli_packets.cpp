@@ -126,13 +126,16 @@ class RowPrinter {
   }
   ~RowPrinter() { Flush(); }
 
-  void PrintNewRows() {
+  // True when there were new rows.
+  bool PrintNewRows() {
     const std::size_t rows = store_.RowCount();
+    const bool any = printed_ < rows;
     for (; printed_ < rows; ++printed_) {
       const std::int32_t index = store_.IndexAtRow(printed_);
       AppendRow(store_.Get(index), store_.FilterTexts(index));
       if (line_.size() >= kFlushBytes) Flush();
     }
+    return any;
   }
 
   void Flush() {
@@ -226,9 +229,12 @@ int RunPackets(std::span<const std::string> args, std::ostream& out, std::ostrea
   StopSignals signals;
   CaptureSession session;
   session.Start(*options.target, sink);
+  // Rows are printed as fast as they come; only a loop that found none waits, and then shows
+  // what it holds, so a quiet live capture's rows appear at once.
   while (session.listening.load()) {
-    if (signals.Wait(kPollInterval)) session.Stop();
-    printer.PrintNewRows();
+    const bool busy = printer.PrintNewRows();
+    if (!busy) printer.Flush();
+    if (signals.Wait(busy ? std::chrono::milliseconds(0) : kPollInterval)) session.Stop();
   }
   session.Wait();
   printer.PrintNewRows();
