@@ -53,14 +53,15 @@ class CaptureSession {
   // The window's Start. Returns at once; a starter thread opens the target and runs the receive
   // loop into `sink` (which must outlive the capture). Without `force` a request made while
   // listening is dropped (returns false); with it the starter first waits, in 10 ms steps, for
-  // the previous receive loop to end. Failures to open are pushed to Messages().
+  // the previous receive loop to end, and a Stop or Quit meanwhile cancels it (the user
+  // stopped what was about to start). Failures to open are pushed to Messages().
   bool Start(const CaptureTarget& target, FrameSink& sink, bool force = false);
   // The window's Stop: sets stop requested and unblocks a pending receive. Returns at once.
   void Stop();
   // "Choose Interface" while listening: Stop, then a forced start whose starter thread polls
   // listening every 10 ms at most kRestartPolls times; it starts on `target` as soon as the
-  // previous loop has ended, else pushes the problem-stopping message. Returns at once.
-  // A Stop or Quit while any forced start waits cancels that start.
+  // previous loop has ended, else pushes the problem-stopping message to Messages(). Returns
+  // at once: the caller (the window thread) never waits. A Stop meanwhile cancels it.
   void Restart(const CaptureTarget& target, FrameSink& sink);
   // The window is closing: quit requested, unblock, and wait for the thread to end. Final:
   // a capture started afterwards ends at once.
