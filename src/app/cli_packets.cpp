@@ -1,5 +1,6 @@
 // vormelt-cli packets: capture live or read a capture file into a packet store and print one
-// line per stored packet (or its text rendering, --render) while it arrives. Errors are one line on `err`; rows go to `out`.
+// line per stored packet (or its text rendering, --render) while it arrives. Errors are one
+// line on `err`, then the count of packets listed and dropped by the kernel; rows go to `out`.
 // SIGINT/SIGTERM end a capture cleanly: the rows and the count are still printed.
 #include <pthread.h>
 #include <signal.h>
@@ -125,13 +126,16 @@ class RowPrinter {
   }
   ~RowPrinter() { Flush(); }
 
-  void PrintNewRows() {
+  // True when there were new rows.
+  bool PrintNewRows() {
     const std::size_t rows = store_.RowCount();
+    const bool any = printed_ < rows;
     for (; printed_ < rows; ++printed_) {
       const std::int32_t index = store_.IndexAtRow(printed_);
       AppendRow(store_.Get(index), store_.FilterTexts(index));
       if (line_.size() >= kFlushBytes) Flush();
     }
+    return any;
   }
 
   void Flush() {
@@ -225,9 +229,12 @@ int RunPackets(std::span<const std::string> args, std::ostream& out, std::ostrea
   StopSignals signals;
   CaptureSession session;
   session.Start(*options.target, sink);
+  // Rows are printed as fast as they come; only a loop that found none waits, and then shows
+  // what it holds, so a quiet live capture's rows appear at once.
   while (session.listening.load()) {
-    if (signals.Wait(kPollInterval)) session.Stop();
-    printer.PrintNewRows();
+    const bool busy = printer.PrintNewRows();
+    if (!busy) printer.Flush();
+    if (signals.Wait(busy ? std::chrono::milliseconds(0) : kPollInterval)) session.Stop();
   }
   session.Wait();
   printer.PrintNewRows();
@@ -239,7 +246,9 @@ int RunPackets(std::span<const std::string> args, std::ostream& out, std::ostrea
     status = kExitFailed;
   }
   // A capture that never opened has no count to report; its error line says it all.
-  if (session.Status().status != CaptureStatus::Idle) err << printer.Printed() << " packets\n";
+  if (session.Status().status != CaptureStatus::Idle) {
+    err << printer.Printed() << " packets, " << session.Dropped() << " dropped\n";
+  }
   return status;
 }
 

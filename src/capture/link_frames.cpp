@@ -17,6 +17,7 @@ constexpr std::size_t kVlanTag = 4;
 constexpr std::size_t kNullHeader = 4;
 constexpr std::size_t kSllHeader = 16;
 constexpr std::size_t kSll2Header = 20;
+constexpr std::size_t kIpv4MinimumHeaderLength = 20;
 // pcap files say 101 for raw IP; libpcap hands that out as DLT_RAW, but both may be seen.
 constexpr int kLinkTypeRaw = 101;
 // Address families a DLT_NULL/DLT_LOOP header may carry for IPv6 (Linux, BSDs, macOS).
@@ -138,7 +139,17 @@ bool ToRawSocketsFrame(int linkType, std::span<const std::uint8_t> packet,
                        std::vector<std::uint8_t>& out) {
   LinkPayload payload;
   if (!SplitLink(linkType, packet, payload) || payload.etherType != kEtherTypeIpv4) return false;
-  BuildFrame({}, nullptr, kEtherTypeIpv4, payload.network, out);
+  // A raw socket hands over the datagram, not the frame: Ethernet pads short frames to 60
+  // bytes, and those zeroes are no part of it. A length field below the header's own minimum
+  // is nonsense and cuts nothing.
+  std::span<const std::uint8_t> datagram = payload.network;
+  if (datagram.size() >= kIpv4MinimumHeaderLength) {
+    const std::uint16_t totalLength = ReadBe16(datagram.data() + 2);
+    if (totalLength >= kIpv4MinimumHeaderLength && totalLength < datagram.size()) {
+      datagram = datagram.first(totalLength);
+    }
+  }
+  BuildFrame({}, nullptr, kEtherTypeIpv4, datagram, out);
   return true;
 }
 

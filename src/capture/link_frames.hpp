@@ -19,7 +19,8 @@ InterfaceKind KindForLinkType(int linkType);
 bool LinkTypeSupported(int linkType);
 
 // Raw Sockets kind: keeps only IPv4, drops the link header and puts the 14-byte pseudo header
-// (zero MAC addresses, EtherType 0x0800) in front. False for anything that is not IPv4;
+// (zero MAC addresses, EtherType 0x0800) in front. Link padding behind the datagram (beyond its
+// IPv4 total length) is dropped, as a raw socket never sees it. False for anything that is not IPv4;
 // `out` then holds nothing useful.
 bool ToRawSocketsFrame(int linkType, std::span<const std::uint8_t> packet,
                        std::vector<std::uint8_t>& out);

@@ -10,6 +10,8 @@ namespace vormelt {
 namespace {
 
 constexpr auto kPollStep = std::chrono::milliseconds(10);
+// How often a busy receive loop asks the kernel for its drop count (one system call).
+constexpr unsigned kFramesPerDropSample = 4096;
 
 Text ListeningText(const CaptureStatusSnapshot& snapshot) {
   if (snapshot.file) return Text::StatusReadingFile;
@@ -20,50 +22,77 @@ Text ListeningText(const CaptureStatusSnapshot& snapshot) {
 }  // namespace
 
 std::string StatusText(const CaptureStatusSnapshot& snapshot, UiLanguage language) {
+  std::string text;
   switch (snapshot.status) {
     case CaptureStatus::Idle: return {};
     case CaptureStatus::Listening:
-      return FormatText(ListeningText(snapshot), language, snapshot.interfaceText.c_str());
-    case CaptureStatus::Stopped: return Tr(Text::StatusStopped, language);
-    case CaptureStatus::ItemLimitReached: return Tr(Text::StatusItemLimitReached, language);
-    case CaptureStatus::MaxListItems: return Tr(Text::StatusMaxListItems, language);
-    case CaptureStatus::MemoryError: return Tr(Text::StatusMemoryError, language);
+      text = FormatText(ListeningText(snapshot), language, snapshot.interfaceText.c_str());
+      break;
+    case CaptureStatus::Stopped: text = Tr(Text::StatusStopped, language); break;
+    case CaptureStatus::ItemLimitReached: text = Tr(Text::StatusItemLimitReached, language); break;
+    case CaptureStatus::MaxListItems: text = Tr(Text::StatusMaxListItems, language); break;
+    case CaptureStatus::MemoryError: text = Tr(Text::StatusMemoryError, language); break;
   }
-  return {};
+  if (snapshot.dropped > 0) {
+    text += FormatText(Text::StatusDropped, language,
+                       static_cast<unsigned long long>(snapshot.dropped));
+  }
+  return text;
 }
 
 CaptureSession::~CaptureSession() { Quit(); }
 
 bool CaptureSession::Start(const CaptureTarget& target, FrameSink& sink, bool force) {
+  return Launch(target, sink, force ? kWaitForever : kDropWhenListening);
+}
+
+// maxPolls: kDropWhenListening, kWaitForever, or how many 10 ms polls a forced start makes.
+bool CaptureSession::Launch(const CaptureTarget& target, FrameSink& sink, int maxPolls) {
   std::lock_guard lock(threadMutex_);
   bool expected = false;
   const bool acquired = listening.compare_exchange_strong(expected, true);
-  if (!acquired && !force) return false;
+  if (!acquired && maxPolls == kDropWhenListening) return false;
   // Cleared here, not in the thread, so a Stop right after Start is not lost.
   if (acquired) stopRequested.store(false);
+  const std::uint64_t stopSerial = stopSerial_.load();
   std::jthread previous = std::move(thread_);
-  thread_ = std::jthread([this, target, &sink, acquired, previous = std::move(previous)](
-                             std::stop_token stop) mutable {
-    RunStarter(stop, std::move(target), sink, acquired);
+  thread_ = std::jthread([this, target, &sink, acquired, stopSerial, maxPolls,
+                          previous = std::move(previous)](std::stop_token stop) mutable {
+    RunStarter(stop, std::move(target), sink, acquired, stopSerial, maxPolls);
     // The previous loop has cleared listening (or never ran): joining it is immediate.
     if (previous.joinable()) previous.join();
   });
   return true;
 }
 
-void CaptureSession::RunStarter(std::stop_token stop, CaptureTarget target, FrameSink& sink,
-                                bool acquired) {
-  // A forced start waits for the previous receive loop to clear listening, in 10 ms steps.
-  while (!acquired) {
-    if (stop.stop_requested() || quitRequested.load()) return;
+// A forced start: waits in 10 ms steps for the previous receive loop to clear listening, then
+// takes it over. False when it must not start: quit, a Stop since the request (the user
+// stopped this start as well), or no end after maxPolls polls (then the user is told).
+bool CaptureSession::AwaitPreviousLoop(const std::stop_token& stop, std::uint64_t stopSerial,
+                                       int maxPolls) {
+  for (int poll = 1;; ++poll) {
+    if (stop.stop_requested() || quitRequested.load()) return false;
+    if (stopSerial_.load() != stopSerial) return false;
     bool expected = false;
-    acquired = listening.compare_exchange_strong(expected, true);
-    if (acquired) {
+    if (listening.compare_exchange_strong(expected, true)) {
       stopRequested.store(false);
-      break;
+      // A Stop after this check sets stop requested again, and the new loop ends at once.
+      if (stopSerial_.load() == stopSerial) return true;
+      listening.store(false);
+      return false;
+    }
+    if (maxPolls != kWaitForever && poll >= maxPolls) {
+      messages_.Push(CaptureMessage{Text::ProgramTitle, Text::ProblemStoppingListening,
+                                    MessageIcon::Stop, std::nullopt, std::nullopt});
+      return false;
     }
     std::this_thread::sleep_for(kPollStep);
   }
+}
+
+void CaptureSession::RunStarter(std::stop_token stop, CaptureTarget target, FrameSink& sink,
+                                bool acquired, std::uint64_t stopSerial, int maxPolls) {
+  if (!acquired && !AwaitPreviousLoop(stop, stopSerial, maxPolls)) return;
   OpenResult opened = OpenSource(target);
   if (auto* message = std::get_if<CaptureMessage>(&opened)) {
     messages_.Push(std::move(*message));
@@ -74,6 +103,7 @@ void CaptureSession::RunStarter(std::stop_token stop, CaptureTarget target, Fram
   kindInUse.store(source.Kind());
   bytesTotal_.store(source.BytesTotal());
   bytesRead_.store(0);
+  dropped_.store(0);
   {
     std::lock_guard lock(sourceMutex_);
     activeSource_ = &source;
@@ -81,6 +111,7 @@ void CaptureSession::RunStarter(std::stop_token stop, CaptureTarget target, Fram
   // Stop may have come while the source was opening, before it could be interrupted.
   if (stopRequested.load()) source.Interrupt();
   RunReceiveLoop(source, sink, target);
+  SampleDrops(source);
   sink.Finish();
   {
     std::lock_guard lock(sourceMutex_);
@@ -99,13 +130,17 @@ void CaptureSession::RunReceiveLoop(CaptureSource& source, FrameSink& sink,
   }
   SetStatus(CaptureStatus::Listening, kind, target.displayName, file);
   FrameRecord frame;
+  unsigned framesSinceDropSample = 0;
   for (;;) {
     if (quitRequested.load(std::memory_order_relaxed) ||
         stopRequested.load(std::memory_order_relaxed)) {
       break;
     }
     const ReadResult result = source.Next(frame);
-    if (result == ReadResult::Nothing) continue;
+    if (result == ReadResult::Nothing) {
+      SampleDrops(source);
+      continue;
+    }
     if (result == ReadResult::End) {
       if (file) bytesRead_.store(source.BytesTotal());
       break;
@@ -115,6 +150,11 @@ void CaptureSession::RunReceiveLoop(CaptureSource& source, FrameSink& sink,
       break;
     }
     bytesRead_.store(source.BytesRead(), std::memory_order_relaxed);
+    // A flood never lets the source time out, so drops are also sampled as frames go by.
+    if (++framesSinceDropSample >= kFramesPerDropSample) {
+      framesSinceDropSample = 0;
+      SampleDrops(source);
+    }
     const SinkVerdict verdict = sink.Take(frame);
     if (verdict == SinkVerdict::Stored || verdict == SinkVerdict::ItemLimitReached) {
       newData.store(true, std::memory_order_relaxed);
@@ -132,19 +172,14 @@ void CaptureSession::RunReceiveLoop(CaptureSource& source, FrameSink& sink,
 }
 
 void CaptureSession::Stop() {
+  stopSerial_.fetch_add(1);
   stopRequested.store(true);
   InterruptSource();
 }
 
-bool CaptureSession::Restart(const CaptureTarget& target, FrameSink& sink) {
+void CaptureSession::Restart(const CaptureTarget& target, FrameSink& sink) {
   Stop();
-  for (int poll = 0; poll < kRestartPolls; ++poll) {
-    if (!listening.load()) return Start(target, sink, true);
-    std::this_thread::sleep_for(kPollStep);
-  }
-  messages_.Push(CaptureMessage{Text::ProgramTitle, Text::ProblemStoppingListening,
-                                MessageIcon::Stop, std::nullopt, std::nullopt});
-  return false;
+  Launch(target, sink, kRestartPolls);
 }
 
 void CaptureSession::Quit() {
@@ -167,7 +202,14 @@ void CaptureSession::InterruptSource() {
 
 CaptureStatusSnapshot CaptureSession::Status() const {
   std::lock_guard lock(statusMutex_);
-  return status_;
+  CaptureStatusSnapshot snapshot = status_;
+  snapshot.dropped = Dropped();
+  return snapshot;
+}
+
+// Receive thread only: the source's counters are not for other threads.
+void CaptureSession::SampleDrops(const CaptureSource& source) {
+  dropped_.store(source.Dropped(), std::memory_order_relaxed);
 }
 
 void CaptureSession::SetStatus(CaptureStatus status, InterfaceKind kind,

@@ -32,9 +32,11 @@ struct CaptureStatusSnapshot {
   InterfaceKind kind = InterfaceKind::RawSockets;
   std::string interfaceText;  // the %s of the listening text
   bool file = false;          // reading a capture file: "Reading %s" while it runs
+  std::uint64_t dropped = 0;  // frames the kernel dropped so far (live captures)
 };
 
-// The status line text in `language`; empty for Idle.
+// The status line text in `language`; empty for Idle. Kernel drops, when there are any, follow
+// the listening or stopped text.
 std::string StatusText(const CaptureStatusSnapshot& snapshot, UiLanguage language);
 
 class CaptureSession {
@@ -51,14 +53,16 @@ class CaptureSession {
   // The window's Start. Returns at once; a starter thread opens the target and runs the receive
   // loop into `sink` (which must outlive the capture). Without `force` a request made while
   // listening is dropped (returns false); with it the starter first waits, in 10 ms steps, for
-  // the previous receive loop to end. Failures to open are pushed to Messages().
+  // the previous receive loop to end, and a Stop or Quit meanwhile cancels it (the user
+  // stopped what was about to start). Failures to open are pushed to Messages().
   bool Start(const CaptureTarget& target, FrameSink& sink, bool force = false);
   // The window's Stop: sets stop requested and unblocks a pending receive. Returns at once.
   void Stop();
-  // "Choose Interface" while listening: Stop, then poll listening every 10 ms at most
-  // kRestartPolls times; start on `target` as soon as it is clear, else push the
-  // problem-stopping message and return false. Blocks its caller for at most about a second.
-  bool Restart(const CaptureTarget& target, FrameSink& sink);
+  // "Choose Interface" while listening: Stop, then a forced start whose starter thread polls
+  // listening every 10 ms at most kRestartPolls times; it starts on `target` as soon as the
+  // previous loop has ended, else pushes the problem-stopping message to Messages(). Returns
+  // at once: the caller (the window thread) never waits. A Stop meanwhile cancels it.
+  void Restart(const CaptureTarget& target, FrameSink& sink);
   // The window is closing: quit requested, unblock, and wait for the thread to end. Final:
   // a capture started afterwards ends at once.
   void Quit();
@@ -70,6 +74,9 @@ class CaptureSession {
   // File captures: bytes read and the file's size (0/0 when live).
   std::uint64_t BytesRead() const { return bytesRead_.load(std::memory_order_relaxed); }
   std::uint64_t BytesTotal() const { return bytesTotal_.load(std::memory_order_relaxed); }
+  // Frames the kernel dropped in the current (or last) live capture, as tcpdump counts them:
+  // no room in the capture buffer plus drops by the interface. 0 for files.
+  std::uint64_t Dropped() const { return dropped_.load(std::memory_order_relaxed); }
 
   // Flags, one writer per direction: the window sets stop/quit and clears new data; the
   // capture threads set listening and new data and clear listening when the loop ends.
@@ -80,8 +87,16 @@ class CaptureSession {
   std::atomic<InterfaceKind> kindInUse{InterfaceKind::RawSockets};
 
  private:
-  void RunStarter(std::stop_token stop, CaptureTarget target, FrameSink& sink, bool acquired);
+  // How a start that finds a capture listening behaves.
+  static constexpr int kDropWhenListening = 0;  // the plain Start: drop the request
+  static constexpr int kWaitForever = -1;       // a forced Start: wait for the loop to end
+
+  bool Launch(const CaptureTarget& target, FrameSink& sink, int maxPolls);
+  void RunStarter(std::stop_token stop, CaptureTarget target, FrameSink& sink, bool acquired,
+                  std::uint64_t stopSerial, int maxPolls);
+  bool AwaitPreviousLoop(const std::stop_token& stop, std::uint64_t stopSerial, int maxPolls);
   void RunReceiveLoop(CaptureSource& source, FrameSink& sink, const CaptureTarget& target);
+  void SampleDrops(const CaptureSource& source);
   void SetStatus(CaptureStatus status, InterfaceKind kind, std::string interfaceText, bool file);
   void SetStatus(CaptureStatus status);
   void InterruptSource();
@@ -95,6 +110,9 @@ class CaptureSession {
   std::jthread thread_;
   std::atomic<std::uint64_t> bytesRead_{0};
   std::atomic<std::uint64_t> bytesTotal_{0};
+  std::atomic<std::uint64_t> dropped_{0};
+  // Counts Stop calls: a forced start that sees it move while it waits was stopped too.
+  std::atomic<std::uint64_t> stopSerial_{0};
 };
 
 }  // namespace vormelt

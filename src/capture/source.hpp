@@ -41,8 +41,9 @@ class CaptureSource {
  public:
   virtual ~CaptureSource() = default;
   virtual InterfaceKind Kind() const = 0;
-  // Blocks at most about 100 ms. `frame` is filled as a sink is handed it (Ethernet shape,
-  // spare bytes, capture time, kind) and stays valid until the next call.
+  // Blocks until a frame comes, a short timeout passes, or Interrupt(). `frame` is filled as
+  // a sink is handed it (Ethernet shape, spare bytes, capture time, kind) and stays valid
+  // until the next call.
   virtual ReadResult Next(FrameRecord& frame) = 0;
   // From any thread: a blocked Next returns promptly, and every later one returns End.
   virtual void Interrupt() = 0;
@@ -51,6 +52,9 @@ class CaptureSource {
   // For files: bytes read so far and the file's size, for a progress display; 0/0 when live.
   virtual std::uint64_t BytesRead() const { return 0; }
   virtual std::uint64_t BytesTotal() const { return 0; }
+  // Live captures: frames the kernel dropped so far (buffer full, or the interface). Called
+  // on the receive thread only. 0 for files.
+  virtual std::uint64_t Dropped() const { return 0; }
 };
 
 // A source, or the message telling why there is none.

@@ -67,12 +67,18 @@ TEST(LinkFrames, RawSocketsKindKeepsOnlyIpv4BehindThePseudoHeader) {
       // A VLAN tag is looked through.
       {DLT_EN10MB, test::EthernetFrame(kDestination, kSource, 0x8100,
                                        Concat({0x00, 0x05, 0x08, 0x00}, Ip4()))},
+      // Link padding behind the datagram is no part of it.
+      {DLT_EN10MB, test::EthernetFrame(kDestination, kSource, kEtherTypeIpv4, Concat(Ip4(), Bytes(9, 0)))},
   };
   Bytes out;
   for (const auto& [link, packet] : links) {
     ASSERT_TRUE(ToRawSocketsFrame(link, packet, out)) << link;
     EXPECT_EQ(out, expected) << link;
   }
+  Bytes nonsense = Concat(Ip4(), Bytes(4, 0));  // a total length below the header cuts nothing
+  WriteBe16(&nonsense[2], 19);
+  ASSERT_TRUE(ToRawSocketsFrame(DLT_RAW, nonsense, out));
+  EXPECT_EQ(out.size(), 14 + nonsense.size());
   EXPECT_FALSE(ToRawSocketsFrame(DLT_EN10MB,
                                  test::EthernetFrame(kDestination, kSource, kEtherTypeArp,
                                                      test::ArpPacket({})),

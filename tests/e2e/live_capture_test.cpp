@@ -1,10 +1,15 @@
-// Live capture on loopback as root: ping and a TCP connection on 127.0.0.1 show up as rows with
-// the right protocol, addresses and ports, in both interface kinds, and Stop ends a quiet
-// capture promptly. Skips with the reason where capturing is not permitted.
+// Live capture as root: ping and a TCP connection on 127.0.0.1 show up as rows with the right
+// protocol, addresses, ports and arrival time, in both interface kinds; Stop ends a quiet
+// capture promptly; and on a veth pair in a namespace of our own, Ethernet padding stays out
+// of Raw Sockets frames. Skips with the reason where capturing is not permitted.
 #include <gtest/gtest.h>
 
 #include <arpa/inet.h>
+#include <fcntl.h>
+#include <linux/if_packet.h>
+#include <net/if.h>
 #include <netinet/in.h>
+#include <sched.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -13,11 +18,11 @@
 #include <string>
 #include <thread>
 
-#include "capture/interfaces.hpp"
 #include "capture/session.hpp"
 #include "packets/list_row.hpp"
 #include "packets/names.hpp"
 #include "packets/store.hpp"
+#include "support/frames.hpp"
 
 namespace vormelt {
 namespace {
@@ -32,24 +37,18 @@ struct Fd {
   }
 };
 
-sockaddr_in Loopback(std::uint16_t port) {
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(port);
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  return address;
-}
-
 // Opens a listener on 127.0.0.1, connects to it, sends a line and closes. Returns the port.
 std::uint16_t TalkTcpOnLoopback() {
   Fd listener(socket(AF_INET, SOCK_STREAM, 0));
-  sockaddr_in address = Loopback(0);
-  bind(listener.fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
-  listen(listener.fd, 1);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   socklen_t length = sizeof address;
+  bind(listener.fd, reinterpret_cast<sockaddr*>(&address), length);
+  listen(listener.fd, 1);
   getsockname(listener.fd, reinterpret_cast<sockaddr*>(&address), &length);
   Fd client(socket(AF_INET, SOCK_STREAM, 0));
-  EXPECT_EQ(connect(client.fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  EXPECT_EQ(connect(client.fd, reinterpret_cast<sockaddr*>(&address), length), 0);
   Fd accepted(accept(listener.fd, nullptr, nullptr));
   EXPECT_EQ(write(client.fd, "hello\n", 6), 6);
   return ntohs(address.sin_port);
@@ -59,9 +58,8 @@ std::uint16_t TalkTcpOnLoopback() {
 std::string StartAndWait(CaptureSession& session, const CaptureTarget& target, PacketStore& store) {
   session.Start(target, store);
   const auto deadline = std::chrono::steady_clock::now() + 5s;
-  while (std::chrono::steady_clock::now() < deadline) {
+  while (std::chrono::steady_clock::now() < deadline && session.listening.load()) {
     if (session.Status().status == CaptureStatus::Listening) return {};
-    if (!session.listening.load()) break;
     std::this_thread::sleep_for(5ms);
   }
   session.Wait();
@@ -69,93 +67,126 @@ std::string StartAndWait(CaptureSession& session, const CaptureTarget& target, P
   return "the capture did not start";
 }
 
-struct Seen {
-  int icmp = 0;
-  int toListener = 0;
-  int fromListener = 0;
-  bool macColumnsFilled = false;
-};
-
-Seen Inspect(const PacketStore& store, std::uint16_t port) {
-  Seen seen;
-  ListTextBuffer buffer{};
-  const std::string portText = std::to_string(port);
-  for (std::size_t row = 0; row < store.RowCount(); ++row) {
-    const PacketRef packet = store.Get(store.IndexAtRow(row));
-    const auto text = [&](ListColumn column) {
-      return std::string(ListColumnText(packet, nullptr, column, buffer));
-    };
-    if (text(ListColumn::SourceIp) != "127.0.0.1" || text(ListColumn::DestinationIp) != "127.0.0.1") continue;
-    seen.macColumnsFilled |= !text(ListColumn::SourceMac).empty();
-    const std::string type = text(ListColumn::Type);
-    if (type == names::ProtocolName(1)) ++seen.icmp;
-    if (type != names::ProtocolName(6)) continue;
-    if (text(ListColumn::DestinationPort) == portText) ++seen.toListener;
-    if (text(ListColumn::SourcePort) == portText) ++seen.fromListener;
-  }
-  return seen;
-}
-
-void CaptureTraffic(const CaptureTarget& target, InterfaceKind expectedKind) {
+void CaptureTraffic(const CaptureTarget& target, InterfaceKind kind, const char* listeningText) {
   PacketStore store;
+  store.SetDateTimeTemplate("%Y.%MY.%D");
   CaptureSession session;
   if (const std::string reason = StartAndWait(session, target, store); !reason.empty()) {
-    GTEST_SKIP() << "cannot capture on loopback here (needs root or cap_net_raw,cap_net_admin): "
-                 << reason;
+    GTEST_SKIP() << "cannot capture on loopback here (needs root or cap_net_raw,cap_net_admin): " << reason;
   }
-  EXPECT_EQ(session.kindInUse.load(), expectedKind);
+  EXPECT_EQ(StatusText(session.Status(), UiLanguage::English), listeningText);
+  EXPECT_EQ(session.kindInUse.load(), kind);
   ASSERT_EQ(std::system("ping -c 3 -i 0.2 127.0.0.1 >/dev/null 2>&1"), 0) << "ping failed";
-  const std::uint16_t port = TalkTcpOnLoopback();
-  std::this_thread::sleep_for(200ms);
+  const std::string port = std::to_string(TalkTcpOnLoopback());
+  std::this_thread::sleep_for(300ms);  // quiet: Stop must not wait for another packet
+  const auto stopped = std::chrono::steady_clock::now();
   session.Stop();
   session.Wait();
+  EXPECT_LT(std::chrono::steady_clock::now() - stopped, 500ms);
   EXPECT_EQ(session.Status().status, CaptureStatus::Stopped);
   EXPECT_TRUE(session.newData.load());
 
-  const Seen seen = Inspect(store, port);
-  EXPECT_GE(seen.icmp, 6);  // three requests, three replies
-  EXPECT_GE(seen.toListener, 2);
-  EXPECT_GE(seen.fromListener, 1);
-  EXPECT_EQ(seen.macColumnsFilled, expectedKind == InterfaceKind::PacketDriver);
+  const std::time_t now = std::time(nullptr);
+  char today[16];
+  std::strftime(today, sizeof today, "%Y.%m.%d", std::localtime(&now));  // arrival, not 0 or a file's
+  int icmp = 0, toListener = 0, fromListener = 0, macs = 0;
+  ListTextBuffer buffer{};
+  for (std::size_t row = 0; row < store.RowCount(); ++row) {
+    const PacketRef packet = store.Get(store.IndexAtRow(row));
+    const auto text = [&](ListColumn column) { return std::string(ListColumnText(packet, nullptr, column, buffer)); };
+    if (text(ListColumn::SourceIp) != "127.0.0.1" || text(ListColumn::DestinationIp) != "127.0.0.1") continue;
+    EXPECT_EQ(packet.timeText, today);
+    macs += !text(ListColumn::SourceMac).empty();
+    icmp += text(ListColumn::Type) == names::ProtocolName(1);
+    if (text(ListColumn::Type) != names::ProtocolName(6)) continue;
+    toListener += text(ListColumn::DestinationPort) == port;
+    fromListener += text(ListColumn::SourcePort) == port;
+  }
+  EXPECT_GE(icmp, 6);  // three requests, three replies
+  EXPECT_GE(toListener, 2);
+  EXPECT_GE(fromListener, 1);
+  EXPECT_EQ(macs > 0, kind == InterfaceKind::PacketDriver);
 }
 
-TEST(LiveCapture, RawSocketsKindSeesPingAndTcpOnLoopback) {
-  CaptureTraffic(CaptureTarget::Address("127.0.0.1"), InterfaceKind::RawSockets);
+TEST(LiveCapture, BothKindsSeePingAndTcpOnLoopbackAndStopPromptly) {
+  CaptureTraffic(CaptureTarget::Address("127.0.0.1"), InterfaceKind::RawSockets,
+                 "Listening on 127.0.0.1 (Using Raw Sockets)");
+  CaptureTraffic(CaptureTarget::Adapter("lo", "Loopback"), InterfaceKind::PacketDriver,
+                 "Listening on Loopback (Using Adapter)");
 }
 
-TEST(LiveCapture, AdapterKindSeesPingAndTcpOnLoopback) {
-  CaptureTraffic(CaptureTarget::Adapter("lo", "Loopback"), InterfaceKind::PacketDriver);
-}
+// A namespace of our own holding a veth pair: vmlt0 with 10.199.77.1/24, and its peer vmlt1.
+// This thread (and the capture threads it starts) works inside it while the object lives; the
+// namespace goes with the object.
+class VethNamespace {
+ public:
+  VethNamespace() : name_("vormelt-veth-" + std::to_string(getpid())) {
+    const std::string ip = "ip -n " + name_ + " ";
+    if (std::system(("ip netns add " + name_ + " 2>/dev/null").c_str()) != 0) return;
+    created_ = true;
+    if (std::system((ip + "link add vmlt0 type veth peer name vmlt1 && " + ip +
+                     "addr add 10.199.77.1/24 dev vmlt0 && " + ip + "link set vmlt0 up && " + ip +
+                     "link set vmlt1 up").c_str()) != 0) {
+      return;
+    }
+    home_ = open("/proc/self/ns/net", O_RDONLY);
+    const int inside = open(("/var/run/netns/" + name_).c_str(), O_RDONLY);
+    entered_ = home_ >= 0 && inside >= 0 && setns(inside, CLONE_NEWNET) == 0;
+    if (inside >= 0) close(inside);
+  }
+  ~VethNamespace() {
+    if (entered_) setns(home_, CLONE_NEWNET);
+    if (home_ >= 0) close(home_);
+    if (created_) std::system(("ip netns del " + name_).c_str());
+  }
+  bool ready() const { return entered_; }
 
-TEST(LiveCapture, StopEndsAQuietCapturePromptly) {
+  // Sends `frame` out of vmlt1 as it is, so vmlt0 receives it.
+  static void SendFromPeer(const test::Bytes& frame) {
+    Fd raw(socket(AF_PACKET, SOCK_RAW, 0));
+    sockaddr_ll address{};
+    address.sll_family = AF_PACKET;
+    address.sll_ifindex = static_cast<int>(if_nametoindex("vmlt1"));
+    address.sll_halen = 6;
+    ASSERT_EQ(sendto(raw.fd, frame.data(), frame.size(), 0, reinterpret_cast<sockaddr*>(&address),
+                     sizeof address),
+              static_cast<ssize_t>(frame.size()));
+  }
+
+ private:
+  std::string name_;
+  bool created_ = false;
+  bool entered_ = false;
+  int home_ = -1;
+};
+
+TEST(LiveCapture, RawSocketsFramesOnEthernetLeaveTheLinkPaddingOut) {
+  VethNamespace veth;
+  if (!veth.ready()) GTEST_SKIP() << "cannot make a network namespace with a veth pair (needs root)";
   PacketStore store;
   CaptureSession session;
-  // An address only a namespace of our own would carry traffic for is not needed: loopback
-  // is quiet enough, and the stop must not wait for a packet anyway.
-  if (const std::string reason = StartAndWait(session, CaptureTarget::Address("127.0.0.1"), store);
-      !reason.empty()) {
-    GTEST_SKIP() << "cannot capture on loopback here: " << reason;
+  const std::string reason = StartAndWait(session, CaptureTarget::Address("10.199.77.1"), store);
+  ASSERT_EQ(reason, "");
+  test::Ipv4Header ip;
+  ip.source = {10, 199, 77, 2};
+  ip.destination = {10, 199, 77, 1};
+  test::TcpHeader ack;
+  ack.flags = test::kAck;
+  for (const test::Bytes& datagram : {test::TcpPacket(ip, ack, {}), test::UdpPacket(ip, 7, 7, test::Bytes{1, 2})}) {
+    test::Bytes frame = test::EthernetFrame({0xff, 0xff, 0xff, 0xff, 0xff, 0xff}, {2, 0, 0, 0, 0, 2}, 0x0800, datagram);
+    frame.resize(60, 0);  // what an Ethernet sender pads a short frame to
+    VethNamespace::SendFromPeer(frame);
   }
-  EXPECT_EQ(StatusText(session.Status(), UiLanguage::English),
-            "Listening on 127.0.0.1 (Using Raw Sockets)");
-  const auto begun = std::chrono::steady_clock::now();
+  const auto deadline = std::chrono::steady_clock::now() + 3s;
+  while (store.RowCount() < 2 && std::chrono::steady_clock::now() < deadline) std::this_thread::sleep_for(10ms);
   session.Stop();
   session.Wait();
-  EXPECT_LT(std::chrono::steady_clock::now() - begun, 500ms);
-  EXPECT_FALSE(session.listening.load());
-}
-
-TEST(LiveCapture, ListsLoopbackAmongTheSocketsRows) {
-  const InterfaceList list = ListInterfaces();
-  ASSERT_FALSE(list.failure.has_value());
-  bool loopback = false;
-  for (const InterfaceRow& row : list.rows) {
-    loopback |= row.kind == InterfaceKind::RawSockets && row.address == "127.0.0.1";
+  std::vector<std::uint32_t> lengths;
+  for (std::size_t row = 0; row < store.RowCount(); ++row) {
+    const PacketRef packet = store.Get(store.IndexAtRow(row));
+    if (packet.network()[12] == 10 && packet.network()[15] == 2) lengths.push_back(packet.frameLength);
   }
-  EXPECT_TRUE(loopback);
-  EXPECT_EQ(InterfaceHoldingAddress("127.0.0.1"), "lo");
-  EXPECT_EQ(InterfaceHoldingAddress("192.0.2.77"), std::nullopt);
-  EXPECT_EQ(InterfaceHoldingAddress("not an address"), std::nullopt);
+  EXPECT_EQ(lengths, (std::vector<std::uint32_t>{14 + 40, 14 + 30}));
 }
 
 }  // namespace

@@ -7,19 +7,20 @@
 namespace vormelt::test {
 
 PcapFileWriter::PcapFileWriter(const std::string& path, std::uint32_t linkType,
-                               std::uint32_t snapLength)
+                               std::uint32_t snapLength, bool nanoseconds)
     : file_(std::fopen(path.c_str(), "wb")) {
   if (!file_) throw std::runtime_error("cannot create " + path);
-  const std::uint32_t header[6] = {0xa1b2c3d4, 0x00040002, 0, 0, snapLength, linkType};
+  const std::uint32_t magic = nanoseconds ? 0xa1b23c4d : 0xa1b2c3d4;
+  const std::uint32_t header[6] = {magic, 0x00040002, 0, 0, snapLength, linkType};
   std::fwrite(header, sizeof header, 1, file_);
 }
 
 PcapFileWriter::~PcapFileWriter() { std::fclose(file_); }
 
 void PcapFileWriter::Write(std::span<const std::uint8_t> data, std::uint32_t seconds,
-                           std::uint32_t microseconds, std::uint32_t originalLength) {
+                           std::uint32_t fraction, std::uint32_t originalLength) {
   const std::uint32_t size = static_cast<std::uint32_t>(data.size());
-  const std::uint32_t record[4] = {seconds, microseconds, size,
+  const std::uint32_t record[4] = {seconds, fraction, size,
                                    originalLength ? originalLength : size};
   std::fwrite(record, sizeof record, 1, file_);
   if (size) std::fwrite(data.data(), 1, size, file_);

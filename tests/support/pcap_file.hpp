@@ -15,14 +15,17 @@ inline constexpr std::uint32_t kLinkRaw = 101;  // raw IP, no link header
 
 class PcapFileWriter {
  public:
-  PcapFileWriter(const std::string& path, std::uint32_t linkType, std::uint32_t snapLength = 262144);
+  // `nanoseconds`: the magic that makes each record's fraction count nanoseconds.
+  PcapFileWriter(const std::string& path, std::uint32_t linkType, std::uint32_t snapLength = 262144,
+                 bool nanoseconds = false);
   ~PcapFileWriter();
   PcapFileWriter(const PcapFileWriter&) = delete;
   PcapFileWriter& operator=(const PcapFileWriter&) = delete;
 
-  // Writes one packet; `originalLength` 0 means the packet's own size.
+  // Writes one packet; `fraction` is in micro- or nanoseconds by the file's magic;
+  // `originalLength` 0 means the packet's own size.
   void Write(std::span<const std::uint8_t> data, std::uint32_t seconds = 1700000000,
-             std::uint32_t microseconds = 0, std::uint32_t originalLength = 0);
+             std::uint32_t fraction = 0, std::uint32_t originalLength = 0);
 
  private:
   std::FILE* file_;

@@ -1,0 +1,57 @@
+#!/usr/bin/env bash
+# Live capture loss on loopback: a fixed count of small UDP datagrams at fixed rates (and at
+# full speed), captured by `vormelt-cli packets --live 127.0.0.1` (rows printed to /dev/null)
+# and by `tcpdump -i lo -w /dev/null`, side by side as captured/sent. Runs in a network
+# namespace of its own, so only the sender's datagrams cross its loopback; needs root.
+# Usage: bench/loss.bench.sh BUILD_DIR   (LOSS_COUNT, LOSS_RATES override the defaults)
+set -euo pipefail
+build=${1:-build}
+count=${LOSS_COUNT:-200000}
+rates=${LOSS_RATES:-"20000 50000 100000 0"}
+cli="$build/src/main/vormelt-cli"
+sender="$build/bench/bench_loss"
+ns="vormelt-loss-$$"
+work=$(mktemp -d)
+
+if ! ip netns add "$ns" 2>/dev/null; then
+  echo "  skipped: cannot make a network namespace (needs root)"
+  exit 0
+fi
+trap 'ip netns del "$ns" 2>/dev/null; rm -rf "$work"' EXIT
+ip -n "$ns" link set lo up
+
+# capture NAME COMMAND...: starts the capture in the namespace, sends, stops it with SIGINT and
+# prints "CAPTURED DROPPED" from what it reported on stderr.
+capture() {
+  local name=$1 rate=$2 pid
+  shift 2
+  timeout -s INT 300 ip netns exec "$ns" "$@" >/dev/null 2>"$work/$name.err" &
+  pid=$!
+  sleep 1  # until it listens
+  timeout 120 ip netns exec "$ns" "$sender" "$count" "$rate" >"$work/sent" || true
+  sleep 1  # until the last frames are through
+  kill -INT "$pid" 2>/dev/null || true
+  wait "$pid" || true
+  case $name in
+    vormelt) awk '/ packets, / { print $1, $3 }' "$work/$name.err" ;;
+    tcpdump) awk '/packets captured/ { c = $1 } /dropped by kernel/ { d = $1 } END { print c, d }' \
+               "$work/$name.err" ;;
+  esac
+}
+
+printf '  %-30s %9s   %-28s %-28s\n' rate sent "vormelt captured/sent" "tcpdump captured/sent"
+for rate in $rates; do
+  read -r ours ours_dropped < <(capture vormelt "$rate" "$cli" packets --live 127.0.0.1)
+  sent=$(awk '$1 == "sent" { print $2 }' "$work/sent")
+  speed=$(awk '$1 == "sent" { n = $2 } $1 == "seconds" && $2 > 0 { printf "%.0f", n / $2 }' "$work/sent")
+  if command -v tcpdump >/dev/null; then
+    read -r peer peer_dropped < <(capture tcpdump "$rate" tcpdump -i lo -nn -w /dev/null)
+    peer_sent=$(awk '$1 == "sent" { print $2 }' "$work/sent")
+    peer_text="$peer/$peer_sent ($peer_dropped dropped)"
+  else
+    peer_text="tcpdump not installed"
+  fi
+  label=$([ "$rate" = 0 ] && echo "full" || echo "$rate/s")
+  label="$label (sent at $speed/s)"
+  printf '  %-30s %9s   %-28s %-28s\n' "$label" "$sent" "$ours/$sent ($ours_dropped dropped)" "$peer_text"
+done
