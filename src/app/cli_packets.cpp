@@ -1,4 +1,4 @@
-// vormelt-cli packets: capture live or read a capture file into a packet store and print one
+// vormelt-cli packets: capture live or read a capture file with the Packet Mode engine and print one
 // line per stored packet (or its text rendering, --render) while it arrives. Errors are one
 // line on `err`, then the count of packets listed and dropped by the kernel; rows go to `out`.
 // SIGINT/SIGTERM end a capture cleanly: the rows and the count are still printed.
@@ -16,6 +16,7 @@
 #include "packetmode/filter_profile.hpp"
 #include "packets/list_row.hpp"
 #include "packets/render.hpp"
+#include "packetmode/packet_mode_engine.hpp"
 #include "packets/store.hpp"
 
 namespace vormelt::cli {
@@ -97,25 +98,6 @@ int ParseOptions(std::span<const std::string> args, PacketsOptions& options, std
   }
   return kExitOk;
 }
-
-// Ends the capture after `limit` stored packets, the way a full store would.
-class LimitedSink final : public FrameSink {
- public:
-  LimitedSink(PacketStore& store, long limit) : store_(store), limit_(limit) {}
-  SinkVerdict Take(const FrameRecord& frame) override {
-    const SinkVerdict verdict = store_.Take(frame);
-    if (verdict == SinkVerdict::Stored && limit_ > 0 && ++stored_ >= limit_) {
-      return SinkVerdict::ItemLimitReached;
-    }
-    return verdict;
-  }
-  bool IsFull() const override { return store_.IsFull(); }
-
- private:
-  PacketStore& store_;
-  long limit_;
-  long stored_ = 0;
-};
 
 // Prints the rows stored since the last call: the eleven list columns, TAB-separated.
 class RowPrinter {
@@ -206,8 +188,9 @@ int RunPackets(std::span<const std::string> args, std::ostream& out, std::ostrea
   PacketsOptions options;
   if (const int status = ParseOptions(args, options, err); status != kExitOk) return status;
 
+  PacketModeEngine engine;
   // A filter profile filters every packet, as Packet Mode does with filtering switched on.
-  FilterSettings filter;
+  FilterSettings& filter = engine.Filter();
   if (!options.filterProfile.empty()) {
     const ProfileResult profile = LoadFilterProfile(options.filterProfile);
     if (!profile.ok()) {
@@ -220,15 +203,17 @@ int RunPackets(std::span<const std::string> args, std::ostream& out, std::ostrea
     filter.SetFilteringEnabled(true);
   }
 
-  PacketStore store;
-  store.SetFilter(&filter);
-  LimitedSink sink(store, options.count);
+  engine.SetStopAfter(options.count);
   std::optional<RenderOptions> render;
   if (options.render) render = RenderOptions{*options.render, options.gap, options.level};
-  RowPrinter printer(store, out, render);
+  RowPrinter printer(engine.Store(), out, render);
   StopSignals signals;
-  CaptureSession session;
-  session.Start(*options.target, sink);
+  CaptureSession& session = engine.Session();
+  if (options.target->type == CaptureTarget::Type::File) {
+    engine.StartFile(options.target->name);
+  } else {
+    engine.StartLive(*options.target);
+  }
   // Rows are printed as fast as they come; only a loop that found none waits, and then shows
   // what it holds, so a quiet live capture's rows appear at once.
   while (session.listening.load()) {
