@@ -30,8 +30,31 @@ std::optional<Ipv4View> Ipv4Of(const FrameView& frame) {
   return Ipv4View::Parse(frame.networkReadable());
 }
 bool IsArp(PacketRef packet) { return FrameView(packet).etherType() == kEtherTypeArp; }
+// IPv4 header length in bytes from the IHL nibble (the version nibble is ignored).
+std::uint32_t Ipv4HeaderLength(PacketRef packet) {
+  const auto ip = Ipv4Of(FrameView(packet));
+  return ip ? ip->headerLength() : 0;
+}
+
 std::int32_t TransportStart(PacketRef packet) {
   return kNetworkStart + static_cast<std::int32_t>(Ipv4HeaderLength(packet));
+}
+
+// Frame offsets of an ARP packet's sender and target protocol addresses, under the pane's
+// rule: 2 × HL + 12 not beyond the network length (the target's last bytes may lie in the
+// spare bytes).
+struct ArpAddressOffsets {
+  std::int32_t sender = 0;
+  std::int32_t target = 0;
+};
+std::optional<ArpAddressOffsets> ArpProtocolAddressOffsets(PacketRef packet) {
+  const FrameView frame(packet);
+  const PacketHeaders headers = HeadersOf(frame);
+  if (!headers.arp) return std::nullopt;
+  const auto spots = headers.arp->Ipv4Addresses(frame.networkLength());
+  if (!spots) return std::nullopt;
+  return ArpAddressOffsets{kNetworkStart + static_cast<std::int32_t>(spots->sender),
+                           kNetworkStart + static_cast<std::int32_t>(spots->target)};
 }
 
 template <typename... Args>
@@ -153,11 +176,6 @@ std::optional<DataLevel> ParseDataLevel(std::string_view word) {
   return std::nullopt;
 }
 
-std::uint32_t Ipv4HeaderLength(PacketRef packet) {
-  const auto ip = Ipv4Of(FrameView(packet));
-  return ip ? ip->headerLength() : 0;
-}
-
 std::int32_t DataStartOffset(PacketRef packet, DataLevel level) {
   if (level == DataLevel::Datalink) return kDatalinkStart;
   const FrameView frame(packet);
@@ -201,16 +219,6 @@ bool PaneLayoutMemory::Apply(std::uint16_t etherType, std::uint8_t ipProtocol) {
     changed = true;
   }
   return changed;
-}
-
-std::optional<ArpAddressOffsets> ArpProtocolAddressOffsets(PacketRef packet) {
-  const FrameView frame(packet);
-  const PacketHeaders headers = HeadersOf(frame);
-  if (!headers.arp) return std::nullopt;
-  const auto spots = headers.arp->Ipv4Addresses(frame.networkLength());
-  if (!spots) return std::nullopt;
-  return ArpAddressOffsets{kNetworkStart + static_cast<std::int32_t>(spots->sender),
-                           kNetworkStart + static_cast<std::int32_t>(spots->target)};
 }
 
 TcpFlagsShown PeelTcpFlags(std::uint8_t flags) {

@@ -6,6 +6,7 @@
 
 #include <string>
 
+#include "packets/list_row.hpp"
 #include "packets/render.hpp"
 #include "support/frames.hpp"
 
@@ -21,22 +22,14 @@ RecordBuffer Raw(const Bytes& ip) {
   return RecordBuffer(test::RawSocketsFrame(ip), InterfaceKind::RawSockets, "t");
 }
 
-RecordBuffer Tcp(std::uint8_t flags, Bytes ipOptions = {}, Bytes tcpOptions = {},
-                 std::string_view payload = "hello") {
+RecordBuffer Tcp(std::uint8_t flags, Bytes ipOptions = {}, Bytes tcpOptions = {}) {
   test::Ipv4Header ip;
-  ip.source = test::ParseIp("192.168.1.20");
-  ip.destination = test::ParseIp("10.1.2.3");
-  ip.ttl = 57;
   ip.options = std::move(ipOptions);
   test::TcpHeader tcp;
-  tcp.sourcePort = 80;
-  tcp.destinationPort = 65400;
   tcp.sequence = 4000000000u;
-  tcp.acknowledgement = 123456789;
-  tcp.window = 29200;
   tcp.flags = flags;
   tcp.options = std::move(tcpOptions);
-  return Raw(test::TcpPacket(ip, tcp, test::ToBytes(payload)));
+  return Raw(test::TcpPacket(ip, tcp, test::ToBytes("hello")));
 }
 
 RecordBuffer Arp(const test::ArpFields& fields, std::size_t cutTo = 0) {
@@ -61,71 +54,73 @@ TEST(Decoder, FlagsArePeeledFromTheTopWithoutMasking) {
 }
 
 TEST(Decoder, IpOptionsShiftTransportFieldsOffsetsAndSelections) {
-  const RecordBuffer plain = Tcp(test::kSyn);
   const RecordBuffer ihl6 = Tcp(test::kSyn, Bytes{1, 1, 1, 1});
-  ASSERT_EQ(Ipv4HeaderLength(ihl6.ref()), 24u);
   const PacketDetails d = DecodePacket(ihl6.ref(), kEn, DataLevel::Datalink, "", "");
-  EXPECT_EQ(d.sourcePort, "80");
-  EXPECT_EQ(d.sequence, "4000000000");
-
+  EXPECT_EQ(d.sourcePort + " " + d.sequence, "40000 4000000000");
   EXPECT_EQ(DataStartOffset(ihl6.ref(), DataLevel::Transport), 24);
   EXPECT_EQ(DataStartOffset(ihl6.ref(), DataLevel::Presentation), 44);
-  EXPECT_EQ(DataBytes(ihl6.ref(), DataLevel::Presentation).size(), 5u);
-
-  // At Network level the sequence number moves 4 bytes right in the dump.
-  const auto a = FieldSelection(plain.ref(), DataLevel::Network, DumpForm::Hex,
-                                DetailField::Sequence, 6);
-  const auto b = FieldSelection(ihl6.ref(), DataLevel::Network, DumpForm::Hex,
-                                DetailField::Sequence, 6);
-  ASSERT_TRUE(a && b);
-  EXPECT_EQ(a->start, 49 + 8 * 3);   // byte 24: second line, 9th value
-  EXPECT_EQ(b->start, 49 + 12 * 3);  // byte 28: second line, 13th value
+  // At Network level the sequence number (byte 28) is the 13th value of the second hex line.
+  EXPECT_EQ(FieldSelection(ihl6.ref(), DataLevel::Network, DumpForm::Hex, DetailField::Sequence,
+                           kProtocolTcp)->start,
+            49 + 12 * 3);
   EXPECT_EQ(*FieldFrameBytes(ihl6.ref(), DetailField::Window, 6), (FieldBytes{52, 2}));
 }
 
 TEST(Decoder, DataLevelsFollowTheTransportProtocol) {
-  const RecordBuffer tcp = Tcp(test::kAck, {}, Bytes(12, 1));  // data offset 32
-  EXPECT_EQ(DataStartOffset(tcp.ref(), DataLevel::Datalink), -14);
-  EXPECT_EQ(DataStartOffset(tcp.ref(), DataLevel::Presentation), 52);
-  EXPECT_EQ(DataStartOffset(Icmp(8, 0).ref(), DataLevel::Presentation), 28);
   test::Ipv4Header gre;
   gre.protocol = 47;
-  const RecordBuffer other = Raw(test::Ipv4Packet(gre, test::ToBytes("abcd")));
-  EXPECT_EQ(DataStartOffset(other.ref(), DataLevel::Presentation), 20);
-
-  // Non-IP frames dump from the network start at every level above Datalink.
-  const RecordBuffer arp = Arp(test::ArpFields{});
-  EXPECT_EQ(DataStartOffset(arp.ref(), DataLevel::Presentation), 0);
-  EXPECT_EQ(DataBytes(arp.ref(), DataLevel::Presentation).size(), 28u);
-
-  // A data offset pointing past the end leaves nothing to show rather than reading on.
   Bytes cut = test::TcpPacket(test::Ipv4Header{}, test::TcpHeader{}, {});
-  cut[20 + 12] = 0xF0;  // 60-byte TCP header in a 40-byte packet
-  const RecordBuffer bad = Raw(cut);
-  EXPECT_TRUE(DataBytes(bad.ref(), DataLevel::Presentation).empty());
+  cut[20 + 12] = 0xF0;  // a 60-byte TCP header in a 40-byte packet
+  const struct {
+    RecordBuffer record;
+    std::int32_t presentation;
+    std::size_t shown;
+  } cases[] = {
+      {Tcp(test::kAck, {}, Bytes(12, 1)), 52, 5},  // data offset 32
+      {Icmp(8, 0), 28, 8},
+      {Raw(test::Ipv4Packet(gre, test::ToBytes("abcd"))), 20, 4},
+      {Arp(test::ArpFields{}), 0, 28},  // non-IP frames dump from the network start
+      {Raw(cut), 80, 0},                // a data offset past the end shows nothing
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(DataStartOffset(c.record.ref(), DataLevel::Datalink), -14);
+    EXPECT_EQ(DataStartOffset(c.record.ref(), DataLevel::Presentation), c.presentation);
+    EXPECT_EQ(DataBytes(c.record.ref(), DataLevel::Presentation).size(), c.shown);
+  }
 }
 
 TEST(Decoder, ArpAddressRuleIsTheLooseLengthBound) {
+  const auto decode = [](const RecordBuffer& r) {
+    return DecodePacket(r.ref(), kEn, DataLevel::Datalink, "", "");
+  };
   test::ArpFields fields;
-  // 2 × 6 + 12 = 24 bytes of network data are enough although the target ends at byte 28.
-  const RecordBuffer loose = Arp(fields, 24);
-  const PacketDetails d = DecodePacket(loose.ref(), kEn, DataLevel::Datalink, "", "");
-  EXPECT_TRUE(d.addressesSet);
-  EXPECT_EQ(d.sourceIp, "192.168.1.10");
-  // Read past the frame: the kind byte (1, packet driver), then zeroed spare bytes.
-  EXPECT_EQ(d.destinationIp, "1.0.0.0");
-  EXPECT_FALSE(DecodePacket(Arp(fields, 23).ref(), kEn, DataLevel::Datalink, "", "").addressesSet);
-
+  // 2 × 6 + 12 = 24 bytes of network data are enough although the target ends at byte 28;
+  // the rest is read past the frame: the kind byte (1, packet driver), then zeroed spare.
+  const PacketDetails loose = decode(Arp(fields, 24));
+  EXPECT_EQ(loose.sourceIp + " " + loose.destinationIp, "192.168.1.10 1.0.0.0");
+  EXPECT_FALSE(decode(Arp(fields, 23)).addressesSet);
   fields.protocolLength = 6;
-  EXPECT_FALSE(DecodePacket(Arp(fields).ref(), kEn, DataLevel::Datalink, "", "").addressesSet);
+  EXPECT_FALSE(decode(Arp(fields)).addressesSet);
   EXPECT_FALSE(FieldFrameBytes(Arp(fields).ref(), DetailField::SourceIp, 0));
-
   fields = {};
   fields.hardwareLength = 8;
-  const RecordBuffer wide = Arp(fields);
-  EXPECT_EQ(*FieldFrameBytes(wide.ref(), DetailField::SourceIp, 0), (FieldBytes{30, 4}));
-  EXPECT_EQ(DecodePacket(wide.ref(), kEn, DataLevel::Datalink, "", "").destinationIp,
-            "192.168.1.1");
+  EXPECT_EQ(*FieldFrameBytes(Arp(fields).ref(), DetailField::SourceIp, 0), (FieldBytes{30, 4}));
+  EXPECT_EQ(decode(Arp(fields)).destinationIp, "192.168.1.1");
+}
+
+// A frame cut inside the Ethernet header shows its captured size in the list, the pane and
+// the summary line alike.
+TEST(Decoder, OneSizeEverywhereForACutFrame) {
+  const RecordBuffer cut(Bytes(10, 0x08), InterfaceKind::PacketDriver, "t");
+  ListTextBuffer buffer{};
+  EXPECT_EQ(ListColumnText(cut.ref(), nullptr, ListColumn::Size, buffer), "10");
+  const PacketDetails d = DecodePacket(cut.ref(), kEn, DataLevel::Datalink, "", "");
+  EXPECT_EQ(d.packetSize, "10");
+  EXPECT_EQ(d.etherTypeText, "0x0 - Unknown");
+  EXPECT_EQ(d.dataBytes.size(), 10u);
+  std::string line;
+  AppendSummaryLine(line, cut.ref(), IpGap::Narrow);
+  EXPECT_EQ(line.substr(0, 9), "   0   10");
 }
 
 TEST(Decoder, IcmpTypesAndCodesUseTheirDefaults) {
