@@ -1,12 +1,11 @@
-// Detail-pane decoding corner cases (TCP flag peeling, IP options, ARP address bounds), data
-// levels and the byte ↔ character selection arithmetic.
+// Detail-pane decoding corner cases (TCP flag peeling, IP options, ICMP names), data levels and
+// the byte ↔ character selection arithmetic. Example packets through the pane: list_row_test.
 #include "packets/decoder.hpp"
 
 #include <gtest/gtest.h>
 
 #include <string>
 
-#include "packets/list_row.hpp"
 #include "packets/render.hpp"
 #include "support/frames.hpp"
 
@@ -30,14 +29,6 @@ RecordBuffer Tcp(std::uint8_t flags, Bytes ipOptions = {}, Bytes tcpOptions = {}
   tcp.flags = flags;
   tcp.options = std::move(tcpOptions);
   return Raw(test::TcpPacket(ip, tcp, test::ToBytes("hello")));
-}
-
-RecordBuffer Arp(const test::ArpFields& fields, std::size_t cutTo = 0) {
-  Bytes body = test::ArpPacket(fields);
-  if (cutTo != 0) body.resize(cutTo);
-  return RecordBuffer(test::EthernetFrame(test::Mac{0xff, 0xff, 0xff, 0xff, 0xff, 0xff},
-                                          fields.senderMac, kEtherTypeArp, body),
-                      InterfaceKind::PacketDriver);
 }
 
 RecordBuffer Icmp(std::uint8_t type, std::uint8_t code) {
@@ -79,7 +70,10 @@ TEST(Decoder, DataLevelsFollowTheTransportProtocol) {
       {Tcp(test::kAck, {}, Bytes(12, 1)), 52, 5},  // data offset 32
       {Icmp(8, 0), 28, 8},
       {Raw(test::Ipv4Packet(gre, test::ToBytes("abcd"))), 20, 4},
-      {Arp(test::ArpFields{}), 0, 28},  // non-IP frames dump from the network start
+      // Non-IP frames dump from the network start.
+      {RecordBuffer(test::EthernetFrame({}, {}, kEtherTypeArp, test::ArpPacket({})),
+                    InterfaceKind::PacketDriver),
+       0, 28},
       {Raw(cut), 80, 0},                // a data offset past the end shows nothing
   };
   for (const auto& c : cases) {
@@ -87,40 +81,6 @@ TEST(Decoder, DataLevelsFollowTheTransportProtocol) {
     EXPECT_EQ(DataStartOffset(c.record.ref(), DataLevel::Presentation), c.presentation);
     EXPECT_EQ(DataBytes(c.record.ref(), DataLevel::Presentation).size(), c.shown);
   }
-}
-
-TEST(Decoder, ArpAddressRuleIsTheLooseLengthBound) {
-  const auto decode = [](const RecordBuffer& r) {
-    return DecodePacket(r.ref(), kEn, DataLevel::Datalink, "", "");
-  };
-  test::ArpFields fields;
-  // 2 × 6 + 12 = 24 bytes of network data are enough although the target ends at byte 28;
-  // the rest is read past the frame: the kind byte (1, packet driver), then zeroed spare.
-  const PacketDetails loose = decode(Arp(fields, 24));
-  EXPECT_EQ(loose.sourceIp + " " + loose.destinationIp, "192.168.1.10 1.0.0.0");
-  EXPECT_FALSE(decode(Arp(fields, 23)).addressesSet);
-  fields.protocolLength = 6;
-  EXPECT_FALSE(decode(Arp(fields)).addressesSet);
-  EXPECT_FALSE(FieldFrameBytes(Arp(fields).ref(), DetailField::SourceIp, 0));
-  fields = {};
-  fields.hardwareLength = 8;
-  EXPECT_EQ(*FieldFrameBytes(Arp(fields).ref(), DetailField::SourceIp, 0), (FieldBytes{30, 4}));
-  EXPECT_EQ(decode(Arp(fields)).destinationIp, "192.168.1.1");
-}
-
-// A frame cut inside the Ethernet header shows its captured size in the list, the pane and
-// the summary line alike.
-TEST(Decoder, OneSizeEverywhereForACutFrame) {
-  const RecordBuffer cut(Bytes(10, 0x08), InterfaceKind::PacketDriver, "t");
-  ListTextBuffer buffer{};
-  EXPECT_EQ(ListColumnText(cut.ref(), nullptr, ListColumn::Size, buffer), "10");
-  const PacketDetails d = DecodePacket(cut.ref(), kEn, DataLevel::Datalink, "", "");
-  EXPECT_EQ(d.packetSize, "10");
-  EXPECT_EQ(d.etherTypeText, "0x0 - Unknown");
-  EXPECT_EQ(d.dataBytes.size(), 10u);
-  std::string line;
-  AppendSummaryLine(line, cut.ref(), IpGap::Narrow);
-  EXPECT_EQ(line.substr(0, 9), "   0   10");
 }
 
 TEST(Decoder, IcmpTypesAndCodesUseTheirDefaults) {
@@ -185,11 +145,6 @@ TEST(HexViewer, SelectionMirrorsIntoTheCharacterBox) {
   EXPECT_EQ(MirrorHexSelection({79, 90}), (TextSelection{28, 32}));
   EXPECT_EQ(MirrorHexSelection({3, 49}), (TextSelection{1, 16}));
   EXPECT_FALSE(MirrorHexSelection({0, 0}));
-}
-
-TEST(Decoder, UnreadableRecordsBlameThePointerFromTwentyBytes) {
-  EXPECT_EQ(UnreadableRecord(20).question, Text::DeleteInvalidPtrQuestion);
-  EXPECT_EQ(UnreadableRecord(19).dumpText, Text::InvalidPacketData);
 }
 
 }  // namespace

