@@ -80,17 +80,27 @@ class FrameView {
   CheckedBytes readable_;
 };
 
+// What every header view shares: a factory that checks the header's fixed bytes fit before it
+// builds the view (no half-valid view exists), and checked reads over the span it was given.
+template <typename View, std::size_t FixedLength>
+class HeaderView {
+ public:
+  static constexpr std::size_t kFixedLength = FixedLength;
+  static std::optional<View> Parse(ByteSpan bytes) {
+    if (bytes.size() < FixedLength) return std::nullopt;
+    return View(CheckedBytes(bytes));
+  }
+
+ protected:
+  explicit HeaderView(CheckedBytes bytes) : b_(bytes) {}
+  CheckedBytes b_;
+};
+
 // The IPv4 header. The factory needs the 20 fixed bytes; IHL is taken as it stands (the
 // version nibble is ignored), so an IHL below 5 puts the transport header inside this one,
 // as the program has always read it.
-class Ipv4View {
+class Ipv4View : public HeaderView<Ipv4View, 20> {
  public:
-  static constexpr std::size_t kFixedLength = 20;
-  static std::optional<Ipv4View> Parse(ByteSpan bytes) {
-    if (bytes.size() < kFixedLength) return std::nullopt;
-    return Ipv4View(bytes);
-  }
-
   std::uint32_t headerLength() const { return (b_.U8(0) & 0x0F) * 4u; }
   std::uint8_t ttl() const { return b_.U8(8); }
   std::uint8_t protocol() const { return b_.U8(9); }
@@ -113,34 +123,25 @@ class Ipv4View {
                                 kChecksumAt = 24, kSourceAt = 26, kDestinationAt = 30;
 
  private:
-  explicit Ipv4View(ByteSpan bytes) : b_(bytes) {}
-  CheckedBytes b_;
+  friend HeaderView;
+  using HeaderView::HeaderView;
 };
 
 // Source and destination port: the first four bytes of a TCP or a UDP header.
-class PortsView {
+class PortsView : public HeaderView<PortsView, 4> {
  public:
-  static std::optional<PortsView> Parse(ByteSpan bytes) {
-    if (bytes.size() < 4) return std::nullopt;
-    return PortsView(bytes);
-  }
   std::uint16_t source() const { return b_.Be16(0); }
   std::uint16_t destination() const { return b_.Be16(2); }
 
  private:
-  explicit PortsView(ByteSpan bytes) : b_(bytes) {}
-  CheckedBytes b_;
+  friend HeaderView;
+  using HeaderView::HeaderView;
 };
 
-class TcpView {
+// The TCP header's fixed 20 bytes.
+class TcpView : public HeaderView<TcpView, 20> {
  public:
-  static constexpr std::size_t kFixedLength = 20;
-  static std::optional<TcpView> Parse(ByteSpan bytes) {
-    if (bytes.size() < kFixedLength) return std::nullopt;
-    return TcpView(bytes);
-  }
-  std::uint16_t sourcePort() const { return b_.Be16(0); }
-  std::uint16_t destinationPort() const { return b_.Be16(2); }
+  // The ports: PortsView over the same bytes.
   std::uint32_t sequence() const { return b_.Be32(kSequenceAt); }
   std::uint32_t acknowledgement() const { return b_.Be32(kAcknowledgementAt); }
   // The data offset as a length in bytes; it may claim more than the segment holds.
@@ -152,26 +153,22 @@ class TcpView {
   static constexpr std::int32_t kSequenceAt = 4, kAcknowledgementAt = 8, kWindowAt = 14;
 
  private:
-  explicit TcpView(ByteSpan bytes) : b_(bytes) {}
-  CheckedBytes b_;
+  friend HeaderView;
+  using HeaderView::HeaderView;
 };
 
 // UDP and ICMP headers are eight bytes; only their length and the ICMP type and code matter.
 inline constexpr std::uint32_t kUdpHeaderLength = 8;
 inline constexpr std::uint32_t kIcmpHeaderLength = 8;
 
-class IcmpView {
+class IcmpView : public HeaderView<IcmpView, kIcmpHeaderLength> {
  public:
-  static std::optional<IcmpView> Parse(ByteSpan bytes) {
-    if (bytes.size() < kIcmpHeaderLength) return std::nullopt;
-    return IcmpView(bytes);
-  }
   std::uint8_t type() const { return b_.U8(0); }
   std::uint8_t code() const { return b_.U8(1); }
 
  private:
-  explicit IcmpView(ByteSpan bytes) : b_(bytes) {}
-  CheckedBytes b_;
+  friend HeaderView;
+  using HeaderView::HeaderView;
 };
 
 // Where an ARP packet's protocol addresses lie, as offsets into the ARP packet.
@@ -181,14 +178,9 @@ struct ArpAddressSpots {
 };
 
 // The ARP header: eight fixed bytes, then addresses whose lengths the header gives.
-class ArpView {
+class ArpView : public HeaderView<ArpView, 8> {
  public:
-  static constexpr std::size_t kFixedLength = 8;
   static constexpr std::uint16_t kHardwareEthernet = 1;
-  static std::optional<ArpView> Parse(ByteSpan bytes) {
-    if (bytes.size() < kFixedLength) return std::nullopt;
-    return ArpView(bytes);
-  }
   std::uint16_t hardwareType() const { return b_.Be16(0); }
   std::uint16_t protocolType() const { return b_.Be16(2); }
   std::uint8_t hardwareLength() const { return b_.U8(4); }
@@ -216,8 +208,8 @@ class ArpView {
                                 kOperationAt = 20;
 
  private:
-  explicit ArpView(ByteSpan bytes) : b_(bytes) {}
-  CheckedBytes b_;
+  friend HeaderView;
+  using HeaderView::HeaderView;
 };
 
 // The headers of one frame as far as they are IPv4 or ARP; the views stay empty otherwise.
