@@ -25,7 +25,6 @@ RecordBuffer Tcp(std::uint8_t flags, Bytes ipOptions = {}, Bytes tcpOptions = {}
   test::Ipv4Header ip;
   ip.options = std::move(ipOptions);
   test::TcpHeader tcp;
-  tcp.sequence = 4000000000u;
   tcp.flags = flags;
   tcp.options = std::move(tcpOptions);
   return Raw(test::TcpPacket(ip, tcp, test::ToBytes("hello")));
@@ -44,19 +43,6 @@ TEST(Decoder, FlagsArePeeledFromTheTopWithoutMasking) {
   EXPECT_EQ(DecodePacket(Tcp(0x52).ref(), kEn, DataLevel::Network, "", "").flags, flags(0x52));
 }
 
-TEST(Decoder, IpOptionsShiftTransportFieldsOffsetsAndSelections) {
-  const RecordBuffer ihl6 = Tcp(test::kSyn, Bytes{1, 1, 1, 1});
-  const PacketDetails d = DecodePacket(ihl6.ref(), kEn, DataLevel::Datalink, "", "");
-  EXPECT_EQ(d.sourcePort + " " + d.sequence, "40000 4000000000");
-  EXPECT_EQ(DataStartOffset(ihl6.ref(), DataLevel::Transport), 24);
-  EXPECT_EQ(DataStartOffset(ihl6.ref(), DataLevel::Presentation), 44);
-  // At Network level the sequence number (byte 28) is the 13th value of the second hex line.
-  EXPECT_EQ(FieldSelection(ihl6.ref(), DataLevel::Network, DumpForm::Hex, DetailField::Sequence,
-                           kProtocolTcp)->start,
-            49 + 12 * 3);
-  EXPECT_EQ(*FieldFrameBytes(ihl6.ref(), DetailField::Window, 6), (FieldBytes{52, 2}));
-}
-
 TEST(Decoder, DataLevelsFollowTheTransportProtocol) {
   test::Ipv4Header gre;
   gre.protocol = 47;
@@ -64,20 +50,22 @@ TEST(Decoder, DataLevelsFollowTheTransportProtocol) {
   cut[20 + 12] = 0xF0;  // a 60-byte TCP header in a 40-byte packet
   const struct {
     RecordBuffer record;
-    std::int32_t presentation;
+    std::int32_t transport, presentation;
     std::size_t shown;
   } cases[] = {
-      {Tcp(test::kAck, {}, Bytes(12, 1)), 52, 5},  // data offset 32
-      {Icmp(8, 0), 28, 8},
-      {Raw(test::Ipv4Packet(gre, test::ToBytes("abcd"))), 20, 4},
+      {Tcp(test::kAck, {}, Bytes(12, 1)), 20, 52, 5},  // data offset 32
+      {Tcp(test::kAck, Bytes{1, 1, 1, 1}), 24, 44, 5},  // IHL 6 moves both levels by 4
+      {Icmp(8, 0), 20, 28, 8},
+      {Raw(test::Ipv4Packet(gre, test::ToBytes("abcd"))), 20, 20, 4},
       // Non-IP frames dump from the network start.
       {RecordBuffer(test::EthernetFrame({}, {}, kEtherTypeArp, test::ArpPacket({})),
                     InterfaceKind::PacketDriver),
-       0, 28},
-      {Raw(cut), 80, 0},                // a data offset past the end shows nothing
+       0, 0, 28},
+      {Raw(cut), 20, 80, 0},  // a data offset past the end shows nothing
   };
   for (const auto& c : cases) {
     EXPECT_EQ(DataStartOffset(c.record.ref(), DataLevel::Datalink), -14);
+    EXPECT_EQ(DataStartOffset(c.record.ref(), DataLevel::Transport), c.transport);
     EXPECT_EQ(DataStartOffset(c.record.ref(), DataLevel::Presentation), c.presentation);
     EXPECT_EQ(DataBytes(c.record.ref(), DataLevel::Presentation).size(), c.shown);
   }
@@ -108,6 +96,7 @@ TEST(Decoder, PaneLayoutKeepsTransportGroupsUntilTheNextIpv4Packet) {
   EXPECT_EQ(memory.layout(), (PaneLayout{false, true, true, false, false, true}));
 }
 
+// Every field's selection starts on its own first value, IP options (IHL 6) included.
 TEST(Selection, StartsOnTheFieldsFirstValueInTheDump) {
   const RecordBuffer record = Tcp(test::kAck, Bytes{7, 7, 7, 7});  // IHL 6
   const PacketRef ref = record.ref();

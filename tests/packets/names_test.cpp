@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -21,11 +20,6 @@ TEST(ProtocolNames, KeywordsFillerAndReservedAreExactBytes) {
   EXPECT_STREQ(ProtocolName(93), "AX.25");
   EXPECT_STREQ(ProtocolName(255), "Reserved");
   EXPECT_EQ(std::string(ProtocolName(55)), "\xC2\xBF?"s);  // UTF-8, like every table text
-  for (int protocol = 0; protocol <= 255; ++protocol) {
-    const char* name = ProtocolName(static_cast<std::uint8_t>(protocol));
-    ASSERT_NE(name, nullptr) << protocol;
-    EXPECT_LT(std::strlen(name), 12u) << protocol;  // fits its twelve-byte slot
-  }
 }
 
 TEST(EtherTypeNames, LaterAssignmentWinsRangesRepeatAndNothingFromFF00) {
