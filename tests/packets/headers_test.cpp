@@ -1,10 +1,9 @@
 // Header views on hostile input: spans too short for a header, IHL below 5, ARP lengths that
-// point past the frame, frames shorter than an Ethernet header; and the row menu's rule.
+// point past the frame, frames shorter than an Ethernet header.
 #include "packets/headers.hpp"
 
 #include <gtest/gtest.h>
 
-#include "packets/row_actions.hpp"
 #include "support/frames.hpp"
 
 namespace vormelt {
@@ -75,24 +74,6 @@ TEST(HeaderViews, FramesShorterThanAnEthernetHeaderHaveNoEtherTypeButKeepTheirSi
   EXPECT_EQ(frame.etherType(), 0);
   EXPECT_FALSE(HeadersOf(frame).ipv4);
   EXPECT_EQ(FrameView(PacketRef{}).displayedSize(), 0u);
-}
-
-TEST(RowActions, FollowTheHeaders) {
-  const auto actions = [](const Bytes& frame) {
-    return RowActionsFor(RecordBuffer(frame, InterfaceKind::PacketDriver).ref());
-  };
-  const test::Ipv4Header ip;
-  test::Ipv4Header icmp;
-  icmp.protocol = 1;
-  EXPECT_EQ(actions(test::RawSocketsFrame(test::TcpPacket(ip, {}, {}))), (RowActions{true, true}));
-  EXPECT_EQ(actions(test::RawSocketsFrame(test::UdpPacket(ip, 1, 2, {}))),
-            (RowActions{true, false}));
-  EXPECT_EQ(actions(test::RawSocketsFrame(test::IcmpPacket(icmp, 8, 0, {}))),
-            (RowActions{true, false}));
-  EXPECT_EQ(actions(test::EthernetFrame({}, {}, kEtherTypeArp, test::ArpPacket({}))),
-            (RowActions{true, false}));
-  EXPECT_EQ(actions(test::EthernetFrame({}, {}, kEtherTypeIpv6, Bytes(40, 6))), RowActions{});
-  EXPECT_EQ(RowActionsFor(PacketRef{}), RowActions{});  // deleted or never stored
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// Example packets through the list row, the detail pane and the summary line, including the
+// Example packets through the list row, the row menu, the pane and the summary line, with the
 // quirks users see: list ports at fixed offsets, the two ARP bounds (frame length for the
 // list, network length for the pane), and one size everywhere for a cut frame.
 #include <gtest/gtest.h>
@@ -10,6 +10,7 @@
 #include "packets/list_row.hpp"
 #include "packets/names.hpp"
 #include "packets/render.hpp"
+#include "packets/row_actions.hpp"
 #include "support/frames.hpp"
 
 namespace vormelt {
@@ -67,17 +68,18 @@ TEST(ExamplePackets, ListRowPaneAndSummaryLine) {
     Bytes frame;
     Columns row;  // type, size, source and destination IP, ports
     std::string pane;
+    RowActions menu = {true, false};  // reverse resolve, TCP options
   } examples[] = {
       {"tcp", test::RawSocketsFrame(test::TcpPacket(ip, tcp, test::ToBytes("hi"))),
        {tcpName, "56", "192.168.1.20", "10.200.3.4", "51234", "443"},
-       "56|192.168.1.20>10.200.3.4|51234>443"},
+       "56|192.168.1.20>10.200.3.4|51234>443", {true, true}},
       {"udp", test::RawSocketsFrame(test::UdpPacket(ip, 53, 5353, {})),
        {"UDP", "42", "192.168.1.20", "10.200.3.4", "53", "5353"},
        "42|192.168.1.20>10.200.3.4|53>5353"},
       // The list reads ports at 20..23, so IP options show as ports; the pane follows IHL.
       {"ip options", test::RawSocketsFrame(test::TcpPacket(withOptions, tcp, {})),
        {tcpName, "58", "192.168.1.20", "10.200.3.4", "37892", "0"},
-       "58|192.168.1.20>10.200.3.4|51234>443"},
+       "58|192.168.1.20>10.200.3.4|51234>443", {true, true}},
       {"arp", ArpFrame({}), {"ARP", "42", "192.168.1.10", "192.168.1.1", "", ""},
        "42|192.168.1.10>192.168.1.1|>"},
       {"arp hl 8", ArpFrame(wide), {"ARP", "46", "192.168.1.10", "192.168.1.1", "", ""},
@@ -89,12 +91,12 @@ TEST(ExamplePackets, ListRowPaneAndSummaryLine) {
       {"arp plen 6", ArpFrame(longProtocol), {"ARP", "46", "", "", "", ""}, "46|-|>"},
       {"arp far", farArp, {"ARP", "42", "", "", "", ""}, "42|-|>"},
       {"ipv6", test::EthernetFrame({}, {}, kEtherTypeIpv6, Bytes(40, 6)),
-       {"86DD", "54", "", "", "", ""}, "54|-|>"},
+       {"86DD", "54", "", "", "", ""}, "54|-|>", {false, false}},
       // Header only: the zeroed spare bytes read as an empty IPv4 header, protocol 0.
       {"header only", test::RawSocketsFrame({}), {"", "14", "0.0.0.0", "0.0.0.0", "", ""},
        "14|0.0.0.0>0.0.0.0|>"},
       // A frame cut inside the Ethernet header has no EtherType and keeps its real size.
-      {"cut", Bytes(10, 0x08), {"0", "10", "", "", "", ""}, "10|-|>"},
+      {"cut", Bytes(10, 0x08), {"0", "10", "", "", "", ""}, "10|-|>", {false, false}},
   };
   for (const auto& e : examples) {
     const RecordBuffer record(e.frame, InterfaceKind::RawSockets, "12:00");
@@ -103,6 +105,7 @@ TEST(ExamplePackets, ListRowPaneAndSummaryLine) {
     row.resize(e.row.size());
     EXPECT_EQ(row, e.row) << e.what;
     EXPECT_EQ(Pane(record), e.pane) << e.what;
+    EXPECT_EQ(RowActionsFor(record.ref()), e.menu) << e.what;
     std::string line;
     AppendSummaryLine(line, record.ref(), IpGap::Narrow);
     EXPECT_EQ(line.substr(5, 4), std::string(4 - e.row[1].size(), ' ') + e.row[1]) << e.what;
@@ -120,6 +123,7 @@ TEST(ListRow, MacColumnsOnlyForAdaptersAndFilterTextsWhenGiven) {
   EXPECT_EQ(Columns(raw.begin() + 7, raw.end()), (Columns{"", "", "", ""}));
   ListTextBuffer buffer{};
   EXPECT_EQ(ListColumnText(PacketRef{}, nullptr, ListColumn::Type, buffer), "");
+  EXPECT_EQ(RowActionsFor(PacketRef{}), RowActions{});  // deleted or never stored
 }
 
 }  // namespace
