@@ -1,5 +1,5 @@
 // vormelt-cli names: prints one name table's text for a number, a MAC or an OUI.
-// Prints table texts as UTF-8 for the terminal; never changes what the tables hold.
+// The tables hold UTF-8 texts, which the terminal shows as they are.
 #include <charconv>
 #include <cstdint>
 #include <optional>
@@ -34,22 +34,6 @@ std::optional<std::uint64_t> ParseNumber(std::string_view text, std::uint64_t la
   return value;
 }
 
-// The protocol table keeps Latin-1 bytes (its filler is 0xBF); terminals expect UTF-8.
-std::string Latin1ToUtf8(std::string_view text) {
-  constexpr unsigned kAsciiEnd = 0x80;
-  std::string utf8;
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte < kAsciiEnd) {
-      utf8 += c;
-      continue;
-    }
-    utf8 += static_cast<char>(0xC0 | (byte >> 6));
-    utf8 += static_cast<char>(0x80 | (byte & 0x3F));
-  }
-  return utf8;
-}
-
 int Usage(std::ostream& err, std::string_view problem) {
   err << "vormelt-cli names: " << problem
       << " (usage: names proto|ethertype|tcp|udp|vendor VALUE)\n";
@@ -78,7 +62,7 @@ int RunNames(std::span<const std::string> args, std::ostream& out, std::ostream&
   if (table == "proto") {
     const auto protocol = ParseNumber(value, kLastProtocol);
     if (!protocol) return BadValue(err, table, value, "0-255, decimal or 0x-hex");
-    out << Latin1ToUtf8(names::ProtocolName(static_cast<std::uint8_t>(*protocol))) << '\n';
+    out << names::ProtocolName(static_cast<std::uint8_t>(*protocol)) << '\n';
     return 0;
   }
   if (table == "ethertype") {

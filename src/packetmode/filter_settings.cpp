@@ -8,20 +8,12 @@
 #include <cstdio>
 #include <utility>
 
-#include "common/byte_order.hpp"
 #include "common/wire.hpp"
+#include "packets/headers.hpp"
 
 namespace vormelt {
 namespace {
 
-constexpr std::uint32_t kUdpIcmpHeaderLength = 8;
-// Offsets from the start of the frame (Ethernet header included).
-constexpr std::size_t kEtherTypeOffset = 12;
-constexpr std::size_t kIpProtocolOffset = kEthernetHeaderLength + 9;
-constexpr std::size_t kIpSourceOffset = kEthernetHeaderLength + 12;
-constexpr std::size_t kIpDestinationOffset = kEthernetHeaderLength + 16;
-constexpr std::uint16_t kArpHardwareEthernet = 1;
-constexpr std::uint8_t kArpIpv4Length = 4;
 // The largest payload a stored frame can have; the per-thread buffer is sized for it once.
 constexpr std::size_t kLargestPayload = 65535 + kEthernetHeaderLength;
 
@@ -276,53 +268,45 @@ bool FilterSettings::Passes(const std::uint8_t* frame, std::uint32_t frameLength
 bool FilterSettings::PassesFilters(const std::uint8_t* frame, std::uint32_t length,
                                    bool matchCase, bool headersOnly) const {
   std::lock_guard lock(mutex_);
-  const std::uint16_t etherType = ReadBe16(frame + kEtherTypeOffset);
-  const std::uint8_t ipProtocol = frame[kIpProtocolOffset];
-  const bool ipv4 = etherType == kEtherTypeIpv4;
+  const FrameView view(frame, length);
+  const PacketHeaders headers = HeadersOf(view);
+  const std::uint8_t ipProtocol = headers.ipv4 ? headers.ipv4->protocol() : 0;
 
   if (!headersOnly) {
     if (values_.maxPacketSize != 0 && length > values_.maxPacketSize) return false;
     if (length < values_.minPacketSize) return false;
 
     bool allowed = values_.allowOther;
-    if (etherType == kEtherTypeArp) {
+    if (headers.arp) {
       allowed = values_.allowArp;
-    } else if (ipv4 && ipProtocol == kProtocolTcp) {
+    } else if (ipProtocol == kProtocolTcp) {
       allowed = values_.allowTcp;
-    } else if (ipv4 && ipProtocol == kProtocolUdp) {
+    } else if (ipProtocol == kProtocolUdp) {
       allowed = values_.allowUdp;
-    } else if (ipv4 && ipProtocol == kProtocolIcmp) {
+    } else if (ipProtocol == kProtocolIcmp) {
       allowed = values_.allowIcmp;
     }
     if (!allowed) return false;
   }
 
-  if (!PassesAddresses(frame, length)) return false;
-  if (ipv4 && (ipProtocol == kProtocolTcp || ipProtocol == kProtocolUdp) && !PassesPorts(frame)) {
-    return false;
-  }
+  if (!PassesAddresses(view, headers)) return false;
+  if (headers.ipv4 && headers.ipv4->carriesPorts() && !PassesPorts(*headers.ipv4)) return false;
   if (headersOnly) return true;
-  return PassesTexts(frame, length, matchCase);
+  return PassesTexts(view, headers, matchCase);
 }
 
-bool FilterSettings::PassesAddresses(const std::uint8_t* frame, std::uint32_t length) const {
-  const std::uint16_t etherType = ReadBe16(frame + kEtherTypeOffset);
+bool FilterSettings::PassesAddresses(const FrameView& frame, const PacketHeaders& headers) const {
   std::uint32_t source = 0;
   std::uint32_t destination = 0;
-  if (etherType == kEtherTypeIpv4) {
-    source = ReadBe32(frame + kIpSourceOffset);
-    destination = ReadBe32(frame + kIpDestinationOffset);
-  } else if (etherType == kEtherTypeArp) {
-    const std::uint8_t* arp = frame + kEthernetHeaderLength;
-    const std::uint32_t h = arp[4];
-    // Loose on purpose: neither the Ethernet header nor the fixed ARP bytes are counted.
-    // The record's spare bytes keep the reads below inside the buffer all the same.
-    const bool testable = ReadBe16(arp) == kArpHardwareEthernet &&
-                          ReadBe16(arp + 2) == kEtherTypeIpv4 && 2 * h + 12 <= length &&
-                          arp[5] == kArpIpv4Length;
-    if (!testable) return true;
-    source = ReadBe32(arp + 8 + h);
-    destination = ReadBe32(arp + 12 + 2 * h);
+  if (headers.ipv4) {
+    source = headers.ipv4->source();
+    destination = headers.ipv4->destination();
+  } else if (headers.arp) {
+    // Loose on purpose: the bound is the whole frame length, Ethernet header included.
+    const auto spots = headers.arp->Ipv4Addresses(frame.length());
+    if (!spots) return true;
+    source = headers.arp->Address(spots->sender);
+    destination = headers.arp->Address(spots->target);
   } else {
     return true;
   }
@@ -338,11 +322,12 @@ bool FilterSettings::PassesAddresses(const std::uint8_t* frame, std::uint32_t le
   });
 }
 
-bool FilterSettings::PassesPorts(const std::uint8_t* frame) const {
+bool FilterSettings::PassesPorts(const Ipv4View& ip) const {
   // The transport header starts after the IP header as its IHL says, options included.
-  const std::uint32_t ihl = (frame[kEthernetHeaderLength] & 0x0F) * 4u;
-  const std::uint16_t source = ReadBe16(frame + kEthernetHeaderLength + ihl);
-  const std::uint16_t destination = ReadBe16(frame + kEthernetHeaderLength + ihl + 2);
+  const auto ports = PortsView::Parse(ip.transport());
+  if (!ports) return true;
+  const std::uint16_t source = ports->source();
+  const std::uint16_t destination = ports->destination();
 
   const FilterValues& v = values_;
   if (!v.sourcePorts.empty() && !ListHas(v.sourcePorts, source)) return false;
@@ -353,24 +338,35 @@ bool FilterSettings::PassesPorts(const std::uint8_t* frame) const {
   return ListHas(v.eitherPorts, source) || ListHas(v.eitherPorts, destination);
 }
 
-bool FilterSettings::PassesTexts(const std::uint8_t* frame, std::uint32_t length,
+namespace {
+
+// Where the payload starts: after the IPv4 header and the TCP header (its data offset) or the
+// eight UDP/ICMP bytes; ARP and other frames from the end of the Ethernet header.
+std::int64_t PayloadOffset(const PacketHeaders& headers, std::uint32_t length) {
+  std::int64_t offset = kEthernetHeaderLength;
+  if (!headers.ipv4) return offset;
+  offset += headers.ipv4->headerLength();
+  switch (headers.ipv4->protocol()) {
+    case kProtocolTcp: {
+      const auto tcp = TcpView::Parse(headers.ipv4->transport());
+      return tcp ? offset + tcp->headerLength() : std::int64_t{length};
+    }
+    case kProtocolUdp: return offset + kUdpHeaderLength;
+    case kProtocolIcmp: return offset + kIcmpHeaderLength;
+    default: return offset;
+  }
+}
+
+}  // namespace
+
+bool FilterSettings::PassesTexts(const FrameView& frame, const PacketHeaders& headers,
                                  bool matchCase) const {
   const PatternSet& must = *mustContainPatterns_;
   const PatternSet& mustNot = *mustNotContainPatterns_;
   if (must.Empty() && mustNot.Empty()) return true;
 
-  std::int64_t offset = kEthernetHeaderLength;
-  if (ReadBe16(frame + kEtherTypeOffset) == kEtherTypeIpv4) {
-    const std::uint32_t ihl = (frame[kEthernetHeaderLength] & 0x0F) * 4u;
-    offset += ihl;
-    const std::uint8_t protocol = frame[kIpProtocolOffset];
-    if (protocol == kProtocolTcp) {
-      offset += (frame[kEthernetHeaderLength + ihl + 12] >> 4) * 4;
-    } else if (protocol == kProtocolUdp || protocol == kProtocolIcmp) {
-      offset += kUdpIcmpHeaderLength;
-    }
-  }
-  const std::int64_t payloadLength = static_cast<std::int64_t>(length) - offset;
+  const std::int64_t offset = PayloadOffset(headers, frame.length());
+  const std::int64_t payloadLength = static_cast<std::int64_t>(frame.length()) - offset;
   if (payloadLength < 1) return must.Empty();
 
   thread_local std::string text = [] {
@@ -381,7 +377,7 @@ bool FilterSettings::PassesTexts(const std::uint8_t* frame, std::uint32_t length
   const std::size_t size = static_cast<std::size_t>(payloadLength);
   text.resize(size);
   const ByteTable& table = matchCase ? kExactCopy : kFoldedCopy;
-  const std::uint8_t* payload = frame + offset;
+  const std::uint8_t* payload = frame.data() + offset;
   for (std::size_t i = 0; i < size; ++i) text[i] = table[payload[i]];
 
   const std::string_view haystack(text.data(), size);

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "packets/filter_seam.hpp"
+#include "packets/headers.hpp"
 
 namespace vormelt {
 
@@ -155,9 +156,9 @@ class FilterSettings final : public PacketFilterSeam {
  private:
   struct PatternSet;  // a text list prepared for searching, exact and case-folded
 
-  bool PassesAddresses(const std::uint8_t* frame, std::uint32_t length) const;
-  bool PassesPorts(const std::uint8_t* frame) const;
-  bool PassesTexts(const std::uint8_t* frame, std::uint32_t length, bool matchCase) const;
+  bool PassesAddresses(const FrameView& frame, const PacketHeaders& headers) const;
+  bool PassesPorts(const Ipv4View& ip) const;
+  bool PassesTexts(const FrameView& frame, const PacketHeaders& headers, bool matchCase) const;
   void RebuildColumnTextsLocked();
 
   mutable std::mutex mutex_;

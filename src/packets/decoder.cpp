@@ -1,58 +1,60 @@
 // Field decoding of the detail pane, data-level offsets and field-selection arithmetic.
-// Header fields are read at fixed frame offsets without length checks: every offset used here
-// stays below frame + 14 + 60 + 16, which the record's spare bytes after the frame cover.
+// Header fields are read through the header views over the frame and its zeroed spare bytes:
+// a frame cut inside a header reads zeroes there, and no read leaves frame + spare.
 #include "packets/decoder.hpp"
 
 #include <algorithm>
 #include <cstdio>
 
-#include "common/byte_order.hpp"
+#include "packets/headers.hpp"
 #include "packets/names.hpp"
 
 namespace vormelt {
 namespace {
 
-// Frame offsets of the fields the pane shows.
-constexpr std::int32_t kOffsetTotalLength = 16;
-constexpr std::int32_t kOffsetTtl = 22;
-constexpr std::int32_t kOffsetProtocol = 23;
-constexpr std::int32_t kOffsetChecksum = 24;
-constexpr std::int32_t kOffsetSourceIp = 26;
-constexpr std::int32_t kOffsetDestinationIp = 30;
-constexpr std::int32_t kOffsetArpHardwareType = 14;
-constexpr std::int32_t kOffsetArpProtocolType = 16;
-constexpr std::int32_t kOffsetArpHardwareLength = 18;
-constexpr std::int32_t kOffsetArpProtocolLength = 19;
-constexpr std::int32_t kOffsetArpOperation = 20;
+// Frame offsets of the Ethernet fields the pane can select.
 constexpr std::int32_t kOffsetDestinationMac = 0;
 constexpr std::int32_t kOffsetSourceMac = 6;
 constexpr std::int32_t kOffsetEtherType = 12;
-// Offsets inside the transport header.
-constexpr std::int32_t kTcpSequence = 4;
-constexpr std::int32_t kTcpAcknowledgement = 8;
-constexpr std::int32_t kTcpDataOffset = 12;
-constexpr std::int32_t kTcpFlags = 13;
-constexpr std::int32_t kTcpWindow = 14;
-constexpr std::int32_t kUdpHeaderLength = 8;
-constexpr std::int32_t kIcmpHeaderLength = 8;
+constexpr std::int32_t kNetworkStart = static_cast<std::int32_t>(kEthernetHeaderLength);
 // The Ethernet header comes before the first byte of every data level but Datalink.
-constexpr std::int32_t kDatalinkStart = -static_cast<std::int32_t>(kEthernetHeaderLength);
+constexpr std::int32_t kDatalinkStart = -kNetworkStart;
 constexpr std::uint32_t kUnreadableLengthBound = 20;
 
-constexpr std::uint16_t kArpHardwareEthernet = 1;
 constexpr std::uint16_t kArpRequest = 1;
 constexpr std::uint16_t kArpReply = 2;
 
-// Frames shorter than an Ethernet header never reach the store; treat them as carrying no
-// EtherType so nothing reads protocol headers behind them.
-std::uint16_t EtherTypeOf(PacketRef packet) {
-  return packet.frameLength >= kEthernetHeaderLength ? packet.etherType() : 0;
+// The IPv4 header of any frame, whatever its EtherType says: the pane's offsets and the data
+// levels read the IHL nibble at frame offset 14 as they always have.
+std::optional<Ipv4View> Ipv4Of(const FrameView& frame) {
+  return Ipv4View::Parse(frame.networkReadable());
 }
-bool IsIpv4(PacketRef packet) { return EtherTypeOf(packet) == kEtherTypeIpv4; }
-bool IsArp(PacketRef packet) { return EtherTypeOf(packet) == kEtherTypeArp; }
-std::uint8_t ProtocolOf(PacketRef packet) { return packet.frame[kOffsetProtocol]; }
+bool IsArp(PacketRef packet) { return FrameView(packet).etherType() == kEtherTypeArp; }
+// IPv4 header length in bytes from the IHL nibble (the version nibble is ignored).
+std::uint32_t Ipv4HeaderLength(PacketRef packet) {
+  const auto ip = Ipv4Of(FrameView(packet));
+  return ip ? ip->headerLength() : 0;
+}
+
 std::int32_t TransportStart(PacketRef packet) {
-  return static_cast<std::int32_t>(kEthernetHeaderLength + Ipv4HeaderLength(packet));
+  return kNetworkStart + static_cast<std::int32_t>(Ipv4HeaderLength(packet));
+}
+
+// Frame offsets of an ARP packet's sender and target protocol addresses, under the pane's
+// rule: 2 × HL + 12 not beyond the network length (the target's last bytes may lie in the
+// spare bytes).
+struct ArpAddressOffsets {
+  std::int32_t sender = 0;
+  std::int32_t target = 0;
+};
+std::optional<ArpAddressOffsets> ArpProtocolAddressOffsets(PacketRef packet) {
+  const FrameView frame(packet);
+  const PacketHeaders headers = HeadersOf(frame);
+  if (!headers.arp) return std::nullopt;
+  const auto spots = headers.arp->Ipv4Addresses(frame.networkLength());
+  if (!spots) return std::nullopt;
+  return ArpAddressOffsets{kNetworkStart + static_cast<std::int32_t>(spots->sender),
+                           kNetworkStart + static_cast<std::int32_t>(spots->target)};
 }
 
 template <typename... Args>
@@ -70,27 +72,27 @@ std::string NamedHex4(std::uint16_t value, const char* name) {
   return Format("0x%04X - %s", value, name);
 }
 
-void DecodeArp(PacketRef packet, UiLanguage language, PacketDetails& d) {
-  const std::uint8_t* f = packet.frame;
+void DecodeArp(const FrameView& frame, const ArpView& arp, UiLanguage language,
+               PacketDetails& d) {
   const char* unknown = Tr(Text::Unknown, language);
-  const std::uint16_t hardware = ReadBe16(f + kOffsetArpHardwareType);
+  const std::uint16_t hardware = arp.hardwareType();
   d.arpHardwareType =
-      NamedHex4(hardware, hardware == kArpHardwareEthernet ? Tr(Text::ArpEthernet, language)
-                                                           : unknown);
-  const std::uint16_t protocol = ReadBe16(f + kOffsetArpProtocolType);
+      NamedHex4(hardware, hardware == ArpView::kHardwareEthernet ? Tr(Text::ArpEthernet, language)
+                                                                 : unknown);
+  const std::uint16_t protocol = arp.protocolType();
   const char* protocolName = names::EtherTypeName(protocol);
   d.arpProtocolType = NamedHex4(protocol, protocolName ? protocolName : unknown);
-  const std::uint16_t operation = ReadBe16(f + kOffsetArpOperation);
+  const std::uint16_t operation = arp.operation();
   const char* operationName = operation == kArpRequest ? Tr(Text::ArpRequest, language)
                               : operation == kArpReply ? Tr(Text::ArpReply, language)
                                                        : unknown;
   d.arpOperation = NamedHex4(operation, operationName);
-  d.arpHardwareLength = Format("0x%02X", f[kOffsetArpHardwareLength]);
-  d.arpProtocolLength = Format("0x%02X", f[kOffsetArpProtocolLength]);
+  d.arpHardwareLength = Format("0x%02X", arp.hardwareLength());
+  d.arpProtocolLength = Format("0x%02X", arp.protocolLength());
 
-  if (const auto at = ArpProtocolAddressOffsets(packet)) {
-    d.sourceIp = Dotted(f + at->sender);
-    d.destinationIp = Dotted(f + at->target);
+  if (const auto spots = arp.Ipv4Addresses(frame.networkLength())) {
+    d.sourceIp = Dotted(arp.AddressBytes(spots->sender));
+    d.destinationIp = Dotted(arp.AddressBytes(spots->target));
     d.addressesSet = true;
   }
 }
@@ -100,48 +102,52 @@ std::string PortNameText(names::PortProtocol protocol, std::uint16_t port, UiLan
   return name ? name : Tr(Text::Unknown, language);
 }
 
-void DecodeTransport(PacketRef packet, UiLanguage language, PacketDetails& d) {
-  const std::uint8_t* t = packet.frame + TransportStart(packet);
-  if (d.ipProtocol == kProtocolTcp || d.ipProtocol == kProtocolUdp) {
-    const auto table =
-        d.ipProtocol == kProtocolTcp ? names::PortProtocol::Tcp : names::PortProtocol::Udp;
-    const std::uint16_t source = ReadBe16(t);
-    const std::uint16_t destination = ReadBe16(t + 2);
-    d.sourcePort = std::to_string(source);
-    d.destinationPort = std::to_string(destination);
-    d.sourcePortName = PortNameText(table, source, language);
-    d.destinationPortName = PortNameText(table, destination, language);
-  }
+void DecodePorts(ByteSpan transport, UiLanguage language, PacketDetails& d) {
+  const auto ports = PortsView::Parse(transport);
+  if (!ports) return;
+  const auto table =
+      d.ipProtocol == kProtocolTcp ? names::PortProtocol::Tcp : names::PortProtocol::Udp;
+  d.sourcePort = std::to_string(ports->source());
+  d.destinationPort = std::to_string(ports->destination());
+  d.sourcePortName = PortNameText(table, ports->source(), language);
+  d.destinationPortName = PortNameText(table, ports->destination(), language);
+}
+
+void DecodeTransport(const Ipv4View& ip, UiLanguage language, PacketDetails& d) {
+  const ByteSpan transport = ip.transport();
+  if (ip.carriesPorts()) DecodePorts(transport, language, d);
   if (d.ipProtocol == kProtocolTcp) {
-    d.window = std::to_string(ReadBe16(t + kTcpWindow));
-    d.sequence = std::to_string(ReadBe32(t + kTcpSequence));
-    d.acknowledgement = std::to_string(ReadBe32(t + kTcpAcknowledgement));
-    d.flags = PeelTcpFlags(t[kTcpFlags]);
+    if (const auto tcp = TcpView::Parse(transport)) {
+      d.window = std::to_string(tcp->window());
+      d.sequence = std::to_string(tcp->sequence());
+      d.acknowledgement = std::to_string(tcp->acknowledgement());
+      d.flags = PeelTcpFlags(tcp->flags());
+    }
   }
   if (d.ipProtocol == kProtocolIcmp) {
-    d.icmpType = IcmpTypeText(t[0], language);
-    d.icmpCode = IcmpCodeText(t[0], t[1], language);
+    if (const auto icmp = IcmpView::Parse(transport)) {
+      d.icmpType = IcmpTypeText(icmp->type(), language);
+      d.icmpCode = IcmpCodeText(icmp->type(), icmp->code(), language);
+    }
   }
 }
 
-void DecodeIpv4(PacketRef packet, UiLanguage language, PacketDetails& d) {
-  const std::uint8_t* f = packet.frame;
-  d.ipProtocol = ProtocolOf(packet);
-  d.ipHeaderLength = Ipv4HeaderLength(packet);
+void DecodeIpv4(const Ipv4View& ip, UiLanguage language, PacketDetails& d) {
+  d.ipProtocol = ip.protocol();
+  d.ipHeaderLength = ip.headerLength();
   d.packetType = names::ProtocolName(d.ipProtocol);
-  d.sourceIp = Dotted(f + kOffsetSourceIp);
-  d.destinationIp = Dotted(f + kOffsetDestinationIp);
+  d.sourceIp = Dotted(ip.sourceBytes());
+  d.destinationIp = Dotted(ip.destinationBytes());
   d.addressesSet = true;
-  d.checksum = std::to_string(ReadBe16(f + kOffsetChecksum));
-  d.ttl = std::to_string(f[kOffsetTtl]);
+  d.checksum = std::to_string(ip.checksum());
+  d.ttl = std::to_string(ip.ttl());
   d.protocolNumber = std::to_string(d.ipProtocol);
-  DecodeTransport(packet, language, d);
+  DecodeTransport(ip, language, d);
 }
 
 // Start of the selectable bytes of a field relative to the first byte of the dump.
 std::int32_t DumpIndex(PacketRef packet, DataLevel level, FieldBytes bytes) {
-  return bytes.frameOffset - (static_cast<std::int32_t>(kEthernetHeaderLength) +
-                              DataStartOffset(packet, level));
+  return bytes.frameOffset - (kNetworkStart + DataStartOffset(packet, level));
 }
 
 std::int32_t LinePosition(std::int32_t index, std::int32_t perLine, std::int32_t lineChars,
@@ -170,27 +176,28 @@ std::optional<DataLevel> ParseDataLevel(std::string_view word) {
   return std::nullopt;
 }
 
-std::uint32_t Ipv4HeaderLength(PacketRef packet) {
-  return (packet.frame[kEthernetHeaderLength] & 0x0F) * 4u;
-}
-
 std::int32_t DataStartOffset(PacketRef packet, DataLevel level) {
   if (level == DataLevel::Datalink) return kDatalinkStart;
-  if (level == DataLevel::Network || !IsIpv4(packet)) return 0;
-  const auto h = static_cast<std::int32_t>(Ipv4HeaderLength(packet));
+  const FrameView frame(packet);
+  if (level == DataLevel::Network || frame.etherType() != kEtherTypeIpv4) return 0;
+  const auto ip = Ipv4Of(frame);
+  if (!ip) return 0;
+  const auto h = static_cast<std::int32_t>(ip->headerLength());
   if (level == DataLevel::Transport) return h;
-  switch (ProtocolOf(packet)) {
-    case kProtocolTcp:
-      return h + (packet.frame[TransportStart(packet) + kTcpDataOffset] >> 4) * 4;
-    case kProtocolUdp: return h + kUdpHeaderLength;
-    case kProtocolIcmp: return h + kIcmpHeaderLength;
+  switch (ip->protocol()) {
+    case kProtocolTcp: {
+      // A header that does not fit leaves nothing to show at this level.
+      const auto tcp = TcpView::Parse(ip->transport());
+      return h + static_cast<std::int32_t>(tcp ? tcp->headerLength() : frame.length());
+    }
+    case kProtocolUdp: return h + static_cast<std::int32_t>(kUdpHeaderLength);
+    case kProtocolIcmp: return h + static_cast<std::int32_t>(kIcmpHeaderLength);
     default: return h;
   }
 }
 
 std::span<const std::uint8_t> DataBytes(PacketRef packet, DataLevel level) {
-  const std::int64_t start =
-      std::int64_t{kEthernetHeaderLength} + DataStartOffset(packet, level);
+  const std::int64_t start = std::int64_t{kNetworkStart} + DataStartOffset(packet, level);
   if (start >= packet.frameLength) return {};
   return {packet.frame + start, packet.frameLength - static_cast<std::uint32_t>(start)};
 }
@@ -214,18 +221,6 @@ bool PaneLayoutMemory::Apply(std::uint16_t etherType, std::uint8_t ipProtocol) {
   return changed;
 }
 
-std::optional<ArpAddressOffsets> ArpProtocolAddressOffsets(PacketRef packet) {
-  if (!IsArp(packet)) return std::nullopt;
-  const std::uint8_t* f = packet.frame;
-  const std::uint32_t hl = f[kOffsetArpHardwareLength];
-  if (ReadBe16(f + kOffsetArpHardwareType) != kArpHardwareEthernet) return std::nullopt;
-  if (ReadBe16(f + kOffsetArpProtocolType) != kEtherTypeIpv4) return std::nullopt;
-  if (2 * hl + 12 > packet.networkLength()) return std::nullopt;
-  if (f[kOffsetArpProtocolLength] != 4) return std::nullopt;
-  const auto h = static_cast<std::int32_t>(hl);
-  return ArpAddressOffsets{22 + h, 26 + 2 * h};
-}
-
 TcpFlagsShown PeelTcpFlags(std::uint8_t flags) {
   unsigned rest = flags;
   const auto peel = [&rest](unsigned bit) {
@@ -246,15 +241,17 @@ TcpFlagsShown PeelTcpFlags(std::uint8_t flags) {
 PacketDetails DecodePacket(PacketRef packet, UiLanguage language, DataLevel level,
                            std::string_view sourceMacText, std::string_view destinationMacText) {
   PacketDetails d;
-  d.etherType = EtherTypeOf(packet);
+  const FrameView frame(packet);
+  const PacketHeaders headers = HeadersOf(frame);
+  d.etherType = frame.etherType();
   d.sourceMac = sourceMacText;
   d.destinationMac = destinationMacText;
-  d.packetSize = std::to_string(packet.networkLength() + kEthernetHeaderLength);
+  d.packetSize = std::to_string(frame.displayedSize());
   const char* etherName = names::EtherTypeName(d.etherType);
   d.etherTypeText =
       Format("0x%X - %s", d.etherType, etherName ? etherName : Tr(Text::Unknown, language));
-  if (d.etherType == kEtherTypeIpv4) DecodeIpv4(packet, language, d);
-  if (d.etherType == kEtherTypeArp) DecodeArp(packet, language, d);
+  if (headers.ipv4) DecodeIpv4(*headers.ipv4, language, d);
+  if (headers.arp) DecodeArp(frame, *headers.arp, language, d);
   d.dataBytes = DataBytes(packet, level);
   return d;
 }
@@ -280,14 +277,14 @@ std::optional<FieldBytes> FieldFrameBytes(PacketRef packet, DetailField field,
   };
   switch (field) {
     case DetailField::PacketType:
-    case DetailField::ProtocolNumber: return FieldBytes{kOffsetProtocol, 1};
-    case DetailField::Ttl: return FieldBytes{kOffsetTtl, 1};
-    case DetailField::IpChecksum: return FieldBytes{kOffsetChecksum, 2};
+    case DetailField::ProtocolNumber: return FieldBytes{Ipv4View::kProtocolAt, 1};
+    case DetailField::Ttl: return FieldBytes{Ipv4View::kTtlAt, 1};
+    case DetailField::IpChecksum: return FieldBytes{Ipv4View::kChecksumAt, 2};
     case DetailField::SourceIp:
-      return IsArp(packet) ? arpAddress(true) : FieldBytes{kOffsetSourceIp, 4};
+      return IsArp(packet) ? arpAddress(true) : FieldBytes{Ipv4View::kSourceAt, 4};
     case DetailField::DestinationIp:
-      return IsArp(packet) ? arpAddress(false) : FieldBytes{kOffsetDestinationIp, 4};
-    case DetailField::PacketSize: return FieldBytes{kOffsetTotalLength, 2};
+      return IsArp(packet) ? arpAddress(false) : FieldBytes{Ipv4View::kDestinationAt, 4};
+    case DetailField::PacketSize: return FieldBytes{Ipv4View::kTotalLengthAt, 2};
     case DetailField::SourcePort:
     case DetailField::SourcePortName:
       if (!ports) return std::nullopt;
@@ -298,18 +295,18 @@ std::optional<FieldBytes> FieldFrameBytes(PacketRef packet, DetailField field,
       return FieldBytes{p + 2, 2};
     case DetailField::Window:
       if (!tcp) return std::nullopt;
-      return FieldBytes{p + kTcpWindow, 2};
+      return FieldBytes{p + TcpView::kWindowAt, 2};
     case DetailField::Sequence:
       if (!tcp) return std::nullopt;
-      return FieldBytes{p + kTcpSequence, 4};
+      return FieldBytes{p + TcpView::kSequenceAt, 4};
     case DetailField::Acknowledgement:
       if (!tcp) return std::nullopt;
-      return FieldBytes{p + kTcpAcknowledgement, 4};
-    case DetailField::ArpHardwareType: return FieldBytes{kOffsetArpHardwareType, 2};
-    case DetailField::ArpProtocolType: return FieldBytes{kOffsetArpProtocolType, 2};
-    case DetailField::ArpHardwareLength: return FieldBytes{kOffsetArpHardwareLength, 1};
-    case DetailField::ArpProtocolLength: return FieldBytes{kOffsetArpProtocolLength, 1};
-    case DetailField::ArpOperation: return FieldBytes{kOffsetArpOperation, 2};
+      return FieldBytes{p + TcpView::kAcknowledgementAt, 4};
+    case DetailField::ArpHardwareType: return FieldBytes{ArpView::kHardwareTypeAt, 2};
+    case DetailField::ArpProtocolType: return FieldBytes{ArpView::kProtocolTypeAt, 2};
+    case DetailField::ArpHardwareLength: return FieldBytes{ArpView::kHardwareLengthAt, 1};
+    case DetailField::ArpProtocolLength: return FieldBytes{ArpView::kProtocolLengthAt, 1};
+    case DetailField::ArpOperation: return FieldBytes{ArpView::kOperationAt, 2};
     case DetailField::SourceMac: return FieldBytes{kOffsetSourceMac, 6};
     case DetailField::DestinationMac: return FieldBytes{kOffsetDestinationMac, 6};
     case DetailField::EtherType: return FieldBytes{kOffsetEtherType, 2};

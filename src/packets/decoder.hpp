@@ -15,7 +15,6 @@
 
 namespace vormelt {
 
-
 // The level from which packet bytes are shown, saved and logged.
 enum class DataLevel : std::uint8_t { Datalink = 0, Network = 1, Transport = 2, Presentation = 3 };
 inline constexpr int kDataLevelCount = 4;
@@ -24,9 +23,6 @@ inline constexpr int kDataLevelCount = 4;
 const char* DataLevelLabel(DataLevel level);
 // The command-line words "datalink", "network", "transport", "presentation".
 std::optional<DataLevel> ParseDataLevel(std::string_view word);
-
-// IPv4 header length in bytes from the IHL nibble (the version nibble is ignored).
-std::uint32_t Ipv4HeaderLength(PacketRef packet);
 
 // Where the bytes of `level` start, relative to the first network byte (−14 = whole frame).
 std::int32_t DataStartOffset(PacketRef packet, DataLevel level);
@@ -58,15 +54,6 @@ class PaneLayoutMemory {
   std::optional<std::uint8_t> ipProtocol_;
   PaneLayout layout_;
 };
-
-// Frame offsets of an ARP packet's sender and target protocol addresses, present only for
-// Ethernet hardware, IPv4 protocol addresses of length 4 and 2 × HL + 12 ≤ network length.
-// The bound deliberately leaves out the target's last four bytes (spare bytes absorb them).
-struct ArpAddressOffsets {
-  std::int32_t sender = 0;
-  std::int32_t target = 0;
-};
-std::optional<ArpAddressOffsets> ArpProtocolAddressOffsets(PacketRef packet);
 
 // The six TCP flag labels the pane shows.
 struct TcpFlagsShown {

@@ -1,23 +1,16 @@
-// List-row column texts from a stored record. The record's spare bytes make the fixed-offset
-// reads safe on short frames (they read zeroes); nothing here looks past frame + spare.
+// List-row column texts from a stored record. Header fields come through the header views,
+// over the frame and its zeroed spare bytes, so short frames read zeroes and nothing reads
+// past frame + spare.
 #include "packets/list_row.hpp"
 
+#include <algorithm>
 #include <cstdio>
 
-#include "common/byte_order.hpp"
-#include "common/wire.hpp"
+#include "packets/headers.hpp"
 #include "packets/names.hpp"
 
 namespace vormelt {
 namespace {
-
-// IPv4 header fields at fixed offsets from the start of the datagram. The ports are read at
-// 20..23, as if the header had no options: a header with options shows option bytes there.
-constexpr int kIpProtocol = 9, kIpSource = 12, kIpDestination = 16;
-constexpr int kSourcePort = 20, kDestinationPort = 22;
-// ARP: hardware type, protocol type, lengths, then sender and target addresses.
-constexpr int kArpProtocolType = 2, kArpHardwareLength = 4, kArpProtocolLength = 5;
-constexpr int kArpSenderHardware = 8;
 
 using Buffer = ListTextBuffer;
 
@@ -41,46 +34,36 @@ std::string_view Number(Buffer& buffer, unsigned long value) {
   return Print(buffer, std::snprintf(buffer.data(), buffer.size(), "%lu", value));
 }
 
-std::string_view TypeText(const PacketRef& packet, Buffer& buffer) {
-  switch (packet.etherType()) {
-    case kEtherTypeIpv4: return names::ProtocolName(packet.network()[kIpProtocol]);
-    case kEtherTypeArp: return "ARP";
-    default:
-      return Print(buffer, std::snprintf(buffer.data(), buffer.size(), "%X", packet.etherType()));
+std::string_view TypeText(const FrameView& frame, const PacketHeaders& headers, Buffer& buffer) {
+  if (headers.ipv4) return names::ProtocolName(headers.ipv4->protocol());
+  if (headers.arp) return "ARP";
+  return Print(buffer, std::snprintf(buffer.data(), buffer.size(), "%X", frame.etherType()));
+}
+
+// ARP addresses are shown only for Ethernet/IPv4 ARP whose addresses fit the frame length
+// (the bound counts the whole frame, so it is loose by a few bytes; spare bytes cover that).
+std::string_view AddressText(const FrameView& frame, const PacketHeaders& headers, bool source,
+                             Buffer& buffer) {
+  if (headers.ipv4) {
+    return Ip(buffer, source ? headers.ipv4->sourceBytes() : headers.ipv4->destinationBytes());
   }
+  if (!headers.arp) return {};
+  const auto spots = headers.arp->Ipv4Addresses(frame.length());
+  if (!spots) return {};
+  return Ip(buffer, headers.arp->AddressBytes(source ? spots->sender : spots->target));
 }
 
-// ARP addresses are shown only for Ethernet/IPv4 ARP whose addresses fit the frame (the check
-// is loose by a few bytes; the record's spare bytes cover that).
-bool ArpAddressesShown(const PacketRef& packet) {
-  const std::uint8_t* arp = packet.network();
-  const std::uint32_t hardwareLength = arp[kArpHardwareLength];
-  return ReadBe16(arp) == 1 && ReadBe16(arp + kArpProtocolType) == kEtherTypeIpv4 &&
-         arp[kArpProtocolLength] == 4 && 2 * hardwareLength + 12 <= packet.frameLength;
-}
-
-std::string_view AddressText(const PacketRef& packet, bool source, Buffer& buffer) {
-  const std::uint8_t* network = packet.network();
-  if (packet.etherType() == kEtherTypeIpv4) {
-    return Ip(buffer, network + (source ? kIpSource : kIpDestination));
-  }
-  if (packet.etherType() != kEtherTypeArp || !ArpAddressesShown(packet)) return {};
-  const std::uint32_t hardwareLength = network[kArpHardwareLength];
-  const std::uint32_t sender = kArpSenderHardware + hardwareLength;
-  const std::uint32_t target = sender + 4 + hardwareLength;
-  return Ip(buffer, network + (source ? sender : target));
-}
-
-std::string_view PortText(const PacketRef& packet, bool source, Buffer& buffer) {
-  if (packet.etherType() != kEtherTypeIpv4) return {};
-  const std::uint8_t protocol = packet.network()[kIpProtocol];
-  if (protocol != kProtocolTcp && protocol != kProtocolUdp) return {};
-  return Number(buffer, ReadBe16(packet.network() + (source ? kSourcePort : kDestinationPort)));
+// The ports sit where a header without options would end them, whatever IHL says.
+std::string_view PortText(const PacketHeaders& headers, bool source, Buffer& buffer) {
+  if (!headers.ipv4 || !headers.ipv4->carriesPorts()) return {};
+  const auto ports = PortsView::Parse(headers.ipv4->optionlessTransport());
+  if (!ports) return {};
+  return Number(buffer, source ? ports->source() : ports->destination());
 }
 
 std::string_view MacText(const PacketRef& packet, bool source, Buffer& buffer) {
   if (packet.kind != InterfaceKind::PacketDriver) return {};
-  return Mac(buffer, packet.frame + (source ? 6 : 0));
+  return Mac(buffer, FrameView(packet).mac(source));
 }
 
 }  // namespace
@@ -88,13 +71,15 @@ std::string_view MacText(const PacketRef& packet, bool source, Buffer& buffer) {
 std::string_view ListColumnText(const PacketRef& packet, const FilterColumnTexts* filterTexts,
                                 ListColumn column, ListTextBuffer& buffer) {
   if (!packet.frame) return {};
+  const FrameView frame(packet);
+  const PacketHeaders headers = HeadersOf(frame);
   switch (column) {
-    case ListColumn::Type: return TypeText(packet, buffer);
-    case ListColumn::Size: return Number(buffer, packet.frameLength);
-    case ListColumn::SourceIp: return AddressText(packet, true, buffer);
-    case ListColumn::DestinationIp: return AddressText(packet, false, buffer);
-    case ListColumn::SourcePort: return PortText(packet, true, buffer);
-    case ListColumn::DestinationPort: return PortText(packet, false, buffer);
+    case ListColumn::Type: return TypeText(frame, headers, buffer);
+    case ListColumn::Size: return Number(buffer, frame.displayedSize());
+    case ListColumn::SourceIp: return AddressText(frame, headers, true, buffer);
+    case ListColumn::DestinationIp: return AddressText(frame, headers, false, buffer);
+    case ListColumn::SourcePort: return PortText(headers, true, buffer);
+    case ListColumn::DestinationPort: return PortText(headers, false, buffer);
     case ListColumn::Time: return packet.timeText;
     case ListColumn::MustContain:
       return filterTexts ? std::string_view(filterTexts->mustContain) : std::string_view();

@@ -9,8 +9,9 @@
 
 namespace vormelt::names {
 
+// Every text of every table is UTF-8.
 // Never null. The table's exact bytes: index 0 is "", 35 "IDPR " (with its trailing blank),
-// 255 "Reserved", and every unassigned index the Latin-1 bytes 0xBF 0x3F ("¿?").
+// 255 "Reserved", and every unassigned index "¿?" (bytes C2 BF 3F).
 const char* ProtocolName(std::uint8_t protocol);
 
 // nullptr when the code has no entry; codes of 0xFF00 and above never have one.

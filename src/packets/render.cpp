@@ -6,7 +6,7 @@
 #include <array>
 #include <cstring>
 
-#include "common/byte_order.hpp"
+#include "packets/headers.hpp"
 #include "packets/list_row.hpp"
 
 namespace vormelt {
@@ -87,14 +87,15 @@ void AppendUnsignedRight(std::string& out, std::uint32_t value, std::size_t widt
   AppendRight(out, std::string_view(buffer + sizeof buffer - n, n), width);
 }
 
-void AppendMac(std::string& out, PacketRef packet, std::size_t frameOffset) {
+void AppendMac(std::string& out, PacketRef packet, bool source) {
   if (packet.kind != InterfaceKind::PacketDriver) {
     out.append(kMacWidth, ' ');
     return;
   }
+  const std::uint8_t* mac = FrameView(packet).mac(source);
   char* p = Grow(out, kMacWidth);
   for (std::size_t i = 0; i < 6; ++i) {
-    p = PutHex(p, packet.frame[frameOffset + i]);
+    p = PutHex(p, mac[i]);
     if (i != 5) *p++ = ':';
   }
 }
@@ -112,16 +113,20 @@ void AppendDottedRight(std::string& out, const std::uint8_t* address) {
   AppendRight(out, std::string_view(text, length), kIpWidth);
 }
 
-void AppendAddresses(std::string& out, PacketRef packet, IpGap gap) {
+void AppendAddresses(std::string& out, const FrameView& frame, const PacketHeaders& headers,
+                     IpGap gap) {
   const std::size_t gapWidth = gap == IpGap::Wide ? 4 : 1;
   const std::uint8_t* source = nullptr;
   const std::uint8_t* destination = nullptr;
-  if (packet.frameLength >= kEthernetHeaderLength && packet.etherType() == kEtherTypeIpv4) {
-    source = packet.frame + 26;
-    destination = packet.frame + 30;
-  } else if (const auto arp = ArpProtocolAddressOffsets(packet)) {
-    source = packet.frame + arp->sender;
-    destination = packet.frame + arp->target;
+  if (headers.ipv4) {
+    source = headers.ipv4->sourceBytes();
+    destination = headers.ipv4->destinationBytes();
+  } else if (headers.arp) {
+    // The pane's bound: against the network length, not the whole frame.
+    if (const auto spots = headers.arp->Ipv4Addresses(frame.networkLength())) {
+      source = headers.arp->AddressBytes(spots->sender);
+      destination = headers.arp->AddressBytes(spots->target);
+    }
   }
   if (source) {
     AppendDottedRight(out, source);
@@ -132,18 +137,18 @@ void AppendAddresses(std::string& out, PacketRef packet, IpGap gap) {
   out.append(2 * kIpWidth + gapWidth, ' ');
 }
 
-void AppendPorts(std::string& out, PacketRef packet) {
-  const bool ipv4 =
-      packet.frameLength >= kEthernetHeaderLength && packet.etherType() == kEtherTypeIpv4;
-  const std::uint8_t protocol = packet.frame[23];
-  if (!ipv4 || (protocol != kProtocolTcp && protocol != kProtocolUdp)) {
+// Ports from the transport header where IHL puts it (unlike the list's fixed columns).
+void AppendPorts(std::string& out, const PacketHeaders& headers) {
+  const auto ports = headers.ipv4 && headers.ipv4->carriesPorts()
+                         ? PortsView::Parse(headers.ipv4->transport())
+                         : std::nullopt;
+  if (!ports) {
     out.append(2 * kPortWidth + 1, ' ');
     return;
   }
-  const std::uint8_t* t = packet.frame + kEthernetHeaderLength + Ipv4HeaderLength(packet);
-  AppendUnsignedRight(out, ReadBe16(t), kPortWidth);
+  AppendUnsignedRight(out, ports->source(), kPortWidth);
   out.push_back(' ');
-  AppendUnsignedRight(out, ReadBe16(t + 2), kPortWidth);
+  AppendUnsignedRight(out, ports->destination(), kPortWidth);
 }
 
 void AppendHexText(std::string& out, std::span<const std::uint8_t> bytes) {
@@ -205,18 +210,20 @@ std::optional<DataForm> ParseDataForm(std::string_view word) {
 bool IsPrintableByte(std::uint8_t byte) { return kTables.printable[byte] != '.' || byte == '.'; }
 
 void AppendSummaryLine(std::string& out, PacketRef packet, IpGap gap) {
+  const FrameView frame(packet);
+  const PacketHeaders headers = HeadersOf(frame);
   ListTextBuffer scratch;
   AppendRight(out, ListColumnText(packet, nullptr, ListColumn::Type, scratch), kTypeWidth);
   out.push_back(' ');
-  AppendUnsignedRight(out, packet.networkLength() + kEthernetHeaderLength, kSizeWidth);
+  AppendUnsignedRight(out, frame.displayedSize(), kSizeWidth);
   out.append("  ");
-  AppendMac(out, packet, 6);
+  AppendMac(out, packet, true);
   out.append("  ");
-  AppendMac(out, packet, 0);
+  AppendMac(out, packet, false);
   out.append("  ");
-  AppendAddresses(out, packet, gap);
+  AppendAddresses(out, frame, headers, gap);
   out.append("  ");
-  AppendPorts(out, packet);
+  AppendPorts(out, headers);
   out.append("  [");
   out.append(packet.timeText);
   out.push_back(']');

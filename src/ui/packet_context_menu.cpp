@@ -1,12 +1,11 @@
-// The row context menu: which items a record allows, the menu itself, and the reverse look-ups
-// it starts. Deleting is left to the caller, which owns the list.
+// The row context menu: the menu itself and the reverse look-ups it starts; which items a record
+// allows is RowActionsFor. Deleting is left to the caller, which owns the list.
 #include "ui/packet_context_menu.hpp"
 
 #include <QAction>
 #include <QMenu>
 #include <string>
 
-#include "packets/decoder.hpp"
 #include "packets/list_row.hpp"
 #include "packets/store.hpp"
 #include "ui/qt_text.hpp"
@@ -14,9 +13,6 @@
 
 namespace vormelt::ui {
 namespace {
-
-// The IPv4 protocol byte, counted from the start of the Ethernet header.
-constexpr std::uint32_t kIpProtocolFrameOffset = kEthernetHeaderLength + 9;
 
 // The address as the list shows it: IPv4 header addresses, or an ARP packet's protocol
 // addresses when they are Ethernet/IPv4 ones; empty otherwise (the look-up then fails).
@@ -30,14 +26,7 @@ std::string AddressOf(const PacketStore& store, std::uint32_t storeIndex, bool s
 }  // namespace
 
 PacketMenuState MenuStateFor(const PacketStore& store, std::uint32_t storeIndex) {
-  const PacketRef packet = store.Get(static_cast<std::int32_t>(storeIndex));
-  if (!packet.frame) return {};
-  const std::uint16_t etherType = packet.etherType();
-  PacketMenuState state;
-  state.reverseResolve = etherType == kEtherTypeIpv4 || etherType == kEtherTypeArp;
-  state.tcpOptions = etherType == kEtherTypeIpv4 &&
-                     packet.frame[kIpProtocolFrameOffset] == kProtocolTcp;
-  return state;
+  return RowActionsFor(store.Get(static_cast<std::int32_t>(storeIndex)));
 }
 
 PacketMenuChoice ShowPacketContextMenu(QWidget* parent, const QPoint& globalPos,

@@ -5,6 +5,8 @@
 #include <QPoint>
 #include <cstdint>
 
+#include "packets/row_actions.hpp"
+
 class QWidget;
 
 namespace vormelt {
@@ -13,11 +15,8 @@ class PacketStore;
 
 namespace vormelt::ui {
 
-// Which items are enabled for a record (pure; tested without showing a menu).
-struct PacketMenuState {
-  bool reverseResolve = false;  // IPv4 or ARP
-  bool tcpOptions = false;      // IPv4 carrying TCP
-};
+// Which items are enabled for the record at `storeIndex` (the rule is RowActionsFor).
+using PacketMenuState = RowActions;
 PacketMenuState MenuStateFor(const PacketStore& store, std::uint32_t storeIndex);
 
 enum class PacketMenuChoice { None, DeletePacket };

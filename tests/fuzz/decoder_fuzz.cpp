@@ -1,4 +1,5 @@
-// Feeds arbitrary frames to the decoder and the renderer at every level, form and field.
+// Feeds arbitrary frames to the list row, row menu rule, decoder and renderer at every level,
+// form and field; the list and the pane must agree on the packet's size.
 // The record is laid out exactly as the store keeps it (spare bytes included, nothing more),
 // so any read beyond the record shows up under the address sanitizer.
 #include <algorithm>
@@ -10,7 +11,9 @@
 #include <vector>
 
 #include "packets/decoder.hpp"
+#include "packets/list_row.hpp"
 #include "packets/render.hpp"
+#include "packets/row_actions.hpp"
 
 using namespace vormelt;
 
@@ -20,11 +23,21 @@ void CheckSelection(std::optional<TextSelection> selection) {
   if (selection && (selection->start < 0 || selection->end < 0)) std::abort();
 }
 
+void ListEverything(PacketRef packet, const PacketDetails& details) {
+  ListTextBuffer buffer{};
+  for (int column = 0; column < kListColumnCount; ++column) {
+    ListColumnText(packet, nullptr, static_cast<ListColumn>(column), buffer);
+  }
+  if (ListColumnText(packet, nullptr, ListColumn::Size, buffer) != details.packetSize) std::abort();
+  RowActionsFor(packet);
+}
+
 void DecodeEverything(PacketRef packet, UiLanguage language) {
   for (int level = 0; level < kDataLevelCount; ++level) {
     const auto dataLevel = static_cast<DataLevel>(level);
     const PacketDetails d = DecodePacket(packet, language, dataLevel, "00:11:22:33:44:55", "");
     if (d.dataBytes.size() > packet.frameLength) std::abort();
+    if (level == 0) ListEverything(packet, d);
     std::string dump;
     for (const DumpForm form : {DumpForm::Text, DumpForm::Dec, DumpForm::Hex}) {
       AppendPaneDump(dump, d.dataBytes, form);

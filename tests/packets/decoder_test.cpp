@@ -1,5 +1,5 @@
-// Detail-pane decoding corner cases (TCP flag peeling, IP options, ARP address bounds), data
-// levels and the byte ↔ character selection arithmetic.
+// Detail-pane decoding corner cases (TCP flag peeling, IP options, ICMP names), data levels and
+// the byte ↔ character selection arithmetic. Example packets through the pane: list_row_test.
 #include "packets/decoder.hpp"
 
 #include <gtest/gtest.h>
@@ -21,30 +21,13 @@ RecordBuffer Raw(const Bytes& ip) {
   return RecordBuffer(test::RawSocketsFrame(ip), InterfaceKind::RawSockets, "t");
 }
 
-RecordBuffer Tcp(std::uint8_t flags, Bytes ipOptions = {}, Bytes tcpOptions = {},
-                 std::string_view payload = "hello") {
+RecordBuffer Tcp(std::uint8_t flags, Bytes ipOptions = {}, Bytes tcpOptions = {}) {
   test::Ipv4Header ip;
-  ip.source = test::ParseIp("192.168.1.20");
-  ip.destination = test::ParseIp("10.1.2.3");
-  ip.ttl = 57;
   ip.options = std::move(ipOptions);
   test::TcpHeader tcp;
-  tcp.sourcePort = 80;
-  tcp.destinationPort = 65400;
-  tcp.sequence = 4000000000u;
-  tcp.acknowledgement = 123456789;
-  tcp.window = 29200;
   tcp.flags = flags;
   tcp.options = std::move(tcpOptions);
-  return Raw(test::TcpPacket(ip, tcp, test::ToBytes(payload)));
-}
-
-RecordBuffer Arp(const test::ArpFields& fields, std::size_t cutTo = 0) {
-  Bytes body = test::ArpPacket(fields);
-  if (cutTo != 0) body.resize(cutTo);
-  return RecordBuffer(test::EthernetFrame(test::Mac{0xff, 0xff, 0xff, 0xff, 0xff, 0xff},
-                                          fields.senderMac, kEtherTypeArp, body),
-                      InterfaceKind::PacketDriver);
+  return Raw(test::TcpPacket(ip, tcp, test::ToBytes("hello")));
 }
 
 RecordBuffer Icmp(std::uint8_t type, std::uint8_t code) {
@@ -60,72 +43,32 @@ TEST(Decoder, FlagsArePeeledFromTheTopWithoutMasking) {
   EXPECT_EQ(DecodePacket(Tcp(0x52).ref(), kEn, DataLevel::Network, "", "").flags, flags(0x52));
 }
 
-TEST(Decoder, IpOptionsShiftTransportFieldsOffsetsAndSelections) {
-  const RecordBuffer plain = Tcp(test::kSyn);
-  const RecordBuffer ihl6 = Tcp(test::kSyn, Bytes{1, 1, 1, 1});
-  ASSERT_EQ(Ipv4HeaderLength(ihl6.ref()), 24u);
-  const PacketDetails d = DecodePacket(ihl6.ref(), kEn, DataLevel::Datalink, "", "");
-  EXPECT_EQ(d.sourcePort, "80");
-  EXPECT_EQ(d.sequence, "4000000000");
-
-  EXPECT_EQ(DataStartOffset(ihl6.ref(), DataLevel::Transport), 24);
-  EXPECT_EQ(DataStartOffset(ihl6.ref(), DataLevel::Presentation), 44);
-  EXPECT_EQ(DataBytes(ihl6.ref(), DataLevel::Presentation).size(), 5u);
-
-  // At Network level the sequence number moves 4 bytes right in the dump.
-  const auto a = FieldSelection(plain.ref(), DataLevel::Network, DumpForm::Hex,
-                                DetailField::Sequence, 6);
-  const auto b = FieldSelection(ihl6.ref(), DataLevel::Network, DumpForm::Hex,
-                                DetailField::Sequence, 6);
-  ASSERT_TRUE(a && b);
-  EXPECT_EQ(a->start, 49 + 8 * 3);   // byte 24: second line, 9th value
-  EXPECT_EQ(b->start, 49 + 12 * 3);  // byte 28: second line, 13th value
-  EXPECT_EQ(*FieldFrameBytes(ihl6.ref(), DetailField::Window, 6), (FieldBytes{52, 2}));
-}
-
 TEST(Decoder, DataLevelsFollowTheTransportProtocol) {
-  const RecordBuffer tcp = Tcp(test::kAck, {}, Bytes(12, 1));  // data offset 32
-  EXPECT_EQ(DataStartOffset(tcp.ref(), DataLevel::Datalink), -14);
-  EXPECT_EQ(DataStartOffset(tcp.ref(), DataLevel::Presentation), 52);
-  EXPECT_EQ(DataStartOffset(Icmp(8, 0).ref(), DataLevel::Presentation), 28);
   test::Ipv4Header gre;
   gre.protocol = 47;
-  const RecordBuffer other = Raw(test::Ipv4Packet(gre, test::ToBytes("abcd")));
-  EXPECT_EQ(DataStartOffset(other.ref(), DataLevel::Presentation), 20);
-
-  // Non-IP frames dump from the network start at every level above Datalink.
-  const RecordBuffer arp = Arp(test::ArpFields{});
-  EXPECT_EQ(DataStartOffset(arp.ref(), DataLevel::Presentation), 0);
-  EXPECT_EQ(DataBytes(arp.ref(), DataLevel::Presentation).size(), 28u);
-
-  // A data offset pointing past the end leaves nothing to show rather than reading on.
   Bytes cut = test::TcpPacket(test::Ipv4Header{}, test::TcpHeader{}, {});
-  cut[20 + 12] = 0xF0;  // 60-byte TCP header in a 40-byte packet
-  const RecordBuffer bad = Raw(cut);
-  EXPECT_TRUE(DataBytes(bad.ref(), DataLevel::Presentation).empty());
-}
-
-TEST(Decoder, ArpAddressRuleIsTheLooseLengthBound) {
-  test::ArpFields fields;
-  // 2 × 6 + 12 = 24 bytes of network data are enough although the target ends at byte 28.
-  const RecordBuffer loose = Arp(fields, 24);
-  const PacketDetails d = DecodePacket(loose.ref(), kEn, DataLevel::Datalink, "", "");
-  EXPECT_TRUE(d.addressesSet);
-  EXPECT_EQ(d.sourceIp, "192.168.1.10");
-  // Read past the frame: the kind byte (1, packet driver), then zeroed spare bytes.
-  EXPECT_EQ(d.destinationIp, "1.0.0.0");
-  EXPECT_FALSE(DecodePacket(Arp(fields, 23).ref(), kEn, DataLevel::Datalink, "", "").addressesSet);
-
-  fields.protocolLength = 6;
-  EXPECT_FALSE(DecodePacket(Arp(fields).ref(), kEn, DataLevel::Datalink, "", "").addressesSet);
-  EXPECT_FALSE(FieldFrameBytes(Arp(fields).ref(), DetailField::SourceIp, 0));
-
-  fields = {};
-  fields.hardwareLength = 8;
-  const RecordBuffer wide = Arp(fields);
-  EXPECT_EQ(*FieldFrameBytes(wide.ref(), DetailField::SourceIp, 0), (FieldBytes{30, 4}));
-  EXPECT_EQ(DecodePacket(wide.ref(), kEn, DataLevel::Datalink, "", "").destinationIp,
-            "192.168.1.1");
+  cut[20 + 12] = 0xF0;  // a 60-byte TCP header in a 40-byte packet
+  const struct {
+    RecordBuffer record;
+    std::int32_t transport, presentation;
+    std::size_t shown;
+  } cases[] = {
+      {Tcp(test::kAck, {}, Bytes(12, 1)), 20, 52, 5},  // data offset 32
+      {Tcp(test::kAck, Bytes{1, 1, 1, 1}), 24, 44, 5},  // IHL 6 moves both levels by 4
+      {Icmp(8, 0), 20, 28, 8},
+      {Raw(test::Ipv4Packet(gre, test::ToBytes("abcd"))), 20, 20, 4},
+      // Non-IP frames dump from the network start.
+      {RecordBuffer(test::EthernetFrame({}, {}, kEtherTypeArp, test::ArpPacket({})),
+                    InterfaceKind::PacketDriver),
+       0, 0, 28},
+      {Raw(cut), 20, 80, 0},  // a data offset past the end shows nothing
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(DataStartOffset(c.record.ref(), DataLevel::Datalink), -14);
+    EXPECT_EQ(DataStartOffset(c.record.ref(), DataLevel::Transport), c.transport);
+    EXPECT_EQ(DataStartOffset(c.record.ref(), DataLevel::Presentation), c.presentation);
+    EXPECT_EQ(DataBytes(c.record.ref(), DataLevel::Presentation).size(), c.shown);
+  }
 }
 
 TEST(Decoder, IcmpTypesAndCodesUseTheirDefaults) {
@@ -153,6 +96,7 @@ TEST(Decoder, PaneLayoutKeepsTransportGroupsUntilTheNextIpv4Packet) {
   EXPECT_EQ(memory.layout(), (PaneLayout{false, true, true, false, false, true}));
 }
 
+// Every field's selection starts on its own first value, IP options (IHL 6) included.
 TEST(Selection, StartsOnTheFieldsFirstValueInTheDump) {
   const RecordBuffer record = Tcp(test::kAck, Bytes{7, 7, 7, 7});  // IHL 6
   const PacketRef ref = record.ref();
@@ -190,11 +134,6 @@ TEST(HexViewer, SelectionMirrorsIntoTheCharacterBox) {
   EXPECT_EQ(MirrorHexSelection({79, 90}), (TextSelection{28, 32}));
   EXPECT_EQ(MirrorHexSelection({3, 49}), (TextSelection{1, 16}));
   EXPECT_FALSE(MirrorHexSelection({0, 0}));
-}
-
-TEST(Decoder, UnreadableRecordsBlameThePointerFromTwentyBytes) {
-  EXPECT_EQ(UnreadableRecord(20).question, Text::DeleteInvalidPtrQuestion);
-  EXPECT_EQ(UnreadableRecord(19).dumpText, Text::InvalidPacketData);
 }
 
 }  // namespace

@@ -1,114 +1,129 @@
-// List-row texts: what each kind of frame shows in the eleven columns, including the quirks
-// users see (ports read at fixed offsets, ARP addresses only for well-formed Ethernet/IPv4 ARP).
+// Example packets through the list row, the row menu, the pane and the summary line, with the
+// quirks users see: list ports at fixed offsets, the two ARP bounds (frame length for the
+// list, network length for the pane), and one size everywhere for a cut frame.
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
+#include "packets/decoder.hpp"
 #include "packets/list_row.hpp"
 #include "packets/names.hpp"
+#include "packets/render.hpp"
+#include "packets/row_actions.hpp"
 #include "support/frames.hpp"
 
 namespace vormelt {
 namespace {
 
 using test::Bytes;
+using Columns = std::vector<std::string>;
 
-std::vector<std::string> Row(const Bytes& frame, InterfaceKind kind,
-                             const FilterColumnTexts* filterTexts = nullptr,
-                             std::string_view time = "12:00") {
-  const RecordBuffer record(frame, kind, time);
+Columns Row(const RecordBuffer& record, const FilterColumnTexts* texts = nullptr) {
   ListTextBuffer buffer{};
-  std::vector<std::string> columns;
+  Columns columns;
   for (int column = 0; column < kListColumnCount; ++column) {
     columns.emplace_back(
-        ListColumnText(record.ref(), filterTexts, static_cast<ListColumn>(column), buffer));
+        ListColumnText(record.ref(), texts, static_cast<ListColumn>(column), buffer));
   }
   return columns;
+}
+
+// The pane's size, addresses ("-" when it keeps the old ones) and ports in one text.
+std::string Pane(const RecordBuffer& record) {
+  const PacketDetails d = DecodePacket(record.ref(), UiLanguage::English, DataLevel::Datalink,
+                                       "", "");
+  const std::string addresses = d.addressesSet ? d.sourceIp + ">" + d.destinationIp : "-";
+  return d.packetSize + "|" + addresses + "|" + d.sourcePort + ">" + d.destinationPort;
 }
 
 const test::Mac kDestination{0x00, 0x1b, 0x21, 0xaa, 0xbb, 0xcc};
 const test::Mac kSource{0x3c, 0x7c, 0x3f, 0x01, 0x02, 0x0d};
 
-test::Ipv4Header Addresses() {
+Bytes ArpFrame(const test::ArpFields& arp, std::size_t cutTo = 0) {
+  Bytes body = test::ArpPacket(arp);
+  if (cutTo != 0) body.resize(cutTo);
+  return test::EthernetFrame(kDestination, kSource, kEtherTypeArp, body);
+}
+
+TEST(ExamplePackets, ListRowPaneAndSummaryLine) {
   test::Ipv4Header ip;
   ip.source = test::ParseIp("192.168.1.20");
   ip.destination = test::ParseIp("10.200.3.4");
-  return ip;
-}
-
-TEST(ListRow, TcpAndUdpShowAddressesAndPorts) {
   test::TcpHeader tcp;
   tcp.sourcePort = 51234;
   tcp.destinationPort = 443;
-  const Bytes frame = test::RawSocketsFrame(test::TcpPacket(Addresses(), tcp, test::ToBytes("hi")));
-  EXPECT_EQ(Row(frame, InterfaceKind::RawSockets),
-            (std::vector<std::string>{names::ProtocolName(6), std::to_string(frame.size()),
-                                      "192.168.1.20", "10.200.3.4", "51234", "443", "12:00", "",
-                                      "", "", ""}));
-}
-
-TEST(ListRow, PortsAreReadAtFixedOffsetsEvenWithIpOptions) {
-  test::Ipv4Header ip = Addresses();
-  ip.options = {0x94, 0x04, 0x00, 0x00};  // router alert: four option bytes before TCP
-  test::TcpHeader tcp;
-  tcp.sourcePort = 1111;
-  tcp.destinationPort = 2222;
-  const auto row = Row(test::RawSocketsFrame(test::TcpPacket(ip, tcp, {})), InterfaceKind::RawSockets);
-  EXPECT_EQ(row[4], std::to_string(0x9404));  // the option bytes
-  EXPECT_EQ(row[5], "0");
-}
-
-TEST(ListRow, ArpShowsProtocolAddressesOnlyWhenWellFormed) {
-  const auto arpRow = [](const test::ArpFields& arp) {
-    return Row(test::EthernetFrame(kDestination, kSource, 0x0806, test::ArpPacket(arp)),
-               InterfaceKind::PacketDriver);
-  };
-  const auto row = arpRow({});
-  EXPECT_EQ(row[0], "ARP");
-  EXPECT_EQ(row[2], "192.168.1.10");
-  EXPECT_EQ(row[3], "192.168.1.1");
-
-  test::ArpFields longProtocol;
+  test::Ipv4Header withOptions = ip;
+  withOptions.options = {0x94, 0x04, 0x00, 0x00};  // router alert before the TCP header
+  test::ArpFields wide, longProtocol, ten;
+  wide.hardwareLength = 8;  // moves the protocol addresses along
   longProtocol.protocolLength = 6;
-  EXPECT_EQ(arpRow(longProtocol)[2], "");
+  ten.hardwareLength = 10;
+  Bytes farArp = ArpFrame({});
+  farArp[14 + 4] = 200;  // addresses far past the frame
+  const std::string tcpName = names::ProtocolName(6);
 
-  // Hardware addresses of 8 bytes move the protocol addresses along.
-  test::ArpFields wide;
-  wide.hardwareLength = 8;
-  EXPECT_EQ(arpRow(wide)[2], "192.168.1.10");
-  EXPECT_EQ(arpRow(wide)[3], "192.168.1.1");
-
-  // A hardware length that would put the addresses far past the frame shows nothing.
-  Bytes cut = test::EthernetFrame(kDestination, kSource, 0x0806, test::ArpPacket({}));
-  cut[14 + 4] = 200;
-  const auto cutRow = Row(cut, InterfaceKind::PacketDriver);
-  EXPECT_EQ(cutRow[2], "");
+  const struct {
+    const char* what;
+    Bytes frame;
+    Columns row;  // type, size, source and destination IP, ports
+    std::string pane;
+    RowActions menu = {true, false};  // reverse resolve, TCP options
+  } examples[] = {
+      {"tcp", test::RawSocketsFrame(test::TcpPacket(ip, tcp, test::ToBytes("hi"))),
+       {tcpName, "56", "192.168.1.20", "10.200.3.4", "51234", "443"},
+       "56|192.168.1.20>10.200.3.4|51234>443", {true, true}},
+      {"udp", test::RawSocketsFrame(test::UdpPacket(ip, 53, 5353, {})),
+       {"UDP", "42", "192.168.1.20", "10.200.3.4", "53", "5353"},
+       "42|192.168.1.20>10.200.3.4|53>5353"},
+      // The list reads ports at 20..23, so IP options show as ports; the pane follows IHL.
+      {"ip options", test::RawSocketsFrame(test::TcpPacket(withOptions, tcp, {})),
+       {tcpName, "58", "192.168.1.20", "10.200.3.4", "37892", "0"},
+       "58|192.168.1.20>10.200.3.4|51234>443", {true, true}},
+      {"arp", ArpFrame({}), {"ARP", "42", "192.168.1.10", "192.168.1.1", "", ""},
+       "42|192.168.1.10>192.168.1.1|>"},
+      {"arp hl 8", ArpFrame(wide), {"ARP", "46", "192.168.1.10", "192.168.1.1", "", ""},
+       "46|192.168.1.10>192.168.1.1|>"},
+      // 2 × 10 + 12 = 32: within the 44-byte frame (list) but beyond 30 network bytes (pane);
+      // the list's target address then reads the kind byte and spare zeroes.
+      {"arp bounds", ArpFrame(ten, 30), {"ARP", "44", "192.168.1.10", "0.0.0.0", "", ""},
+       "44|-|>"},
+      {"arp plen 6", ArpFrame(longProtocol), {"ARP", "46", "", "", "", ""}, "46|-|>"},
+      {"arp far", farArp, {"ARP", "42", "", "", "", ""}, "42|-|>"},
+      {"ipv6", test::EthernetFrame({}, {}, kEtherTypeIpv6, Bytes(40, 6)),
+       {"86DD", "54", "", "", "", ""}, "54|-|>", {false, false}},
+      // Header only: the zeroed spare bytes read as an empty IPv4 header, protocol 0.
+      {"header only", test::RawSocketsFrame({}), {"", "14", "0.0.0.0", "0.0.0.0", "", ""},
+       "14|0.0.0.0>0.0.0.0|>"},
+      // A frame cut inside the Ethernet header has no EtherType and keeps its real size.
+      {"cut", Bytes(10, 0x08), {"0", "10", "", "", "", ""}, "10|-|>", {false, false}},
+  };
+  for (const auto& e : examples) {
+    const RecordBuffer record(e.frame, InterfaceKind::RawSockets, "12:00");
+    Columns row = Row(record);
+    EXPECT_EQ(row[6], "12:00");
+    row.resize(e.row.size());
+    EXPECT_EQ(row, e.row) << e.what;
+    EXPECT_EQ(Pane(record), e.pane) << e.what;
+    EXPECT_EQ(RowActionsFor(record.ref()), e.menu) << e.what;
+    std::string line;
+    AppendSummaryLine(line, record.ref(), IpGap::Narrow);
+    EXPECT_EQ(line.substr(5, 4), std::string(4 - e.row[1].size(), ' ') + e.row[1]) << e.what;
+  }
 }
 
 TEST(ListRow, MacColumnsOnlyForAdaptersAndFilterTextsWhenGiven) {
-  const Bytes frame =
-      test::EthernetFrame(kDestination, kSource, 0x0800, test::UdpPacket(Addresses(), 1, 2, {}));
+  const Bytes frame = test::EthernetFrame(kDestination, kSource, kEtherTypeIpv4,
+                                          test::UdpPacket({}, 1, 2, {}));
   const FilterColumnTexts texts{"needle", "hay"};
-  const auto adapter = Row(frame, InterfaceKind::PacketDriver, &texts);
-  EXPECT_EQ(adapter[7], "needle");
-  EXPECT_EQ(adapter[8], "hay");
-  EXPECT_EQ(adapter[9], "3C:7C:3F:01:02:0D");
-  EXPECT_EQ(adapter[10], "00:1B:21:AA:BB:CC");
-
-  const auto raw = Row(frame, InterfaceKind::RawSockets);
-  EXPECT_EQ(raw[9], "");
-  EXPECT_EQ(raw[10], "");
-}
-
-TEST(ListRow, HeaderOnlyFramesReadTheZeroedSpareBytes) {
-  const Bytes frame = test::RawSocketsFrame({});
-  const auto row = Row(frame, InterfaceKind::RawSockets);
-  EXPECT_EQ(row[1], "14");
-  EXPECT_EQ(row[2], "0.0.0.0");
-  EXPECT_EQ(row[4], "");  // protocol byte reads 0 → no ports
-  EXPECT_EQ(ListColumnText(PacketRef{}, nullptr, ListColumn::Type, *std::make_unique<ListTextBuffer>()),
-            "");
+  const Columns adapter = Row(RecordBuffer(frame, InterfaceKind::PacketDriver), &texts);
+  EXPECT_EQ(Columns(adapter.begin() + 7, adapter.end()),
+            (Columns{"needle", "hay", "3C:7C:3F:01:02:0D", "00:1B:21:AA:BB:CC"}));
+  const Columns raw = Row(RecordBuffer(frame, InterfaceKind::RawSockets));
+  EXPECT_EQ(Columns(raw.begin() + 7, raw.end()), (Columns{"", "", "", ""}));
+  ListTextBuffer buffer{};
+  EXPECT_EQ(ListColumnText(PacketRef{}, nullptr, ListColumn::Type, buffer), "");
+  EXPECT_EQ(RowActionsFor(PacketRef{}), RowActions{});  // deleted or never stored
 }
 
 }  // namespace
