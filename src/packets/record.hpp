@@ -35,9 +35,6 @@ struct PacketRef {
   std::uint32_t networkLength() const {
     return frameLength >= kEthernetHeaderLength ? frameLength - kEthernetHeaderLength : 0;
   }
-  std::uint16_t etherType() const {
-    return static_cast<std::uint16_t>((frame[12] << 8) | frame[13]);
-  }
 };
 
 // Writes a record into `block` (at least frame.size() + kRecordOverhead bytes): leading 0,
