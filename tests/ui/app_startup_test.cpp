@@ -1,6 +1,7 @@
 // Start-up with windows, run against a temporary configuration folder with every message box
 // and program launch answered by the test: the deinstaller, the installation check and
-// its answers, damaged settings, the mode choice, and the switch-modes question.
+// its answers, damaged settings, and the switch-modes question. What start-up decides is
+// tested in tests/app; this is what the windows ask and launch.
 #include <QApplication>
 #include <QFile>
 #include <QStyle>
@@ -64,51 +65,23 @@ class AppStartupTest : public QObject {
     QCOMPARE(seams.asked.size(), size_t{yes ? 2u : 1u});
   }
 
-  // Each row: what the record says, the answer to the question, and what must follow.
-  void installationCheck_data() {
-    QTest::addColumn<QString>("installed");  // "" = no record; "script" = an executable copy
-    QTest::addColumn<int>("answer");
-    QTest::addColumn<bool>("window");
-    QTest::addColumn<QString>("recordAfter");
-    QTest::addColumn<int>("launches");
-    QTest::newRow("first start installs") << "" << int(MessageAnswer::Ok) << true << kProgram << 0;
-    QTest::newRow("elsewhere, Cancel") << "/usr/bin/vormelt" << int(MessageAnswer::Cancel) << false
-                                       << "/usr/bin/vormelt" << 0;
-    QTest::newRow("elsewhere, No, runs") << "script" << int(MessageAnswer::No) << false << "script" << 1;
-    QTest::newRow("elsewhere, No, gone") << "/nonexistent/vormelt" << int(MessageAnswer::No) << true
-                                         << "/nonexistent/vormelt" << 0;
-  }
-  void installationCheck() {
-    QFETCH(QString, installed);
-    QFETCH(int, answer);
-    QFETCH(bool, window);
-    QFETCH(QString, recordAfter);
-    QFETCH(int, launches);
-    const QString script = folder_->filePath(QStringLiteral("installed-vormelt"));
-    if (installed == QLatin1String("script")) {
-      QFile file(script);
-      QVERIFY(file.open(QIODevice::WriteOnly));
-      QVERIFY(file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
-      installed = recordAfter = script;
-    }
-    if (!installed.isEmpty()) Install(installed);
+  // Whether to install is decided in common/install_record; here: what the answers start.
+  void installationCheckAnswers() {
     test::MessageLog seams;
-    seams.answers = {static_cast<MessageAnswer>(answer)};
+    QVERIFY(Run("").window);  // the first start installs and goes on
+    QCOMPARE(QString::fromStdString(LoadInstallRecord(paths_.InstallRecordFile()).record->installedPath), kProgram);
 
-    QCOMPARE(Run("").window.has_value(), window);
-    const InstallRecordLoad record = LoadInstallRecord(paths_.InstallRecordFile());
-    QCOMPARE(QString::fromStdString(record.record->installedPath), recordAfter);
-    QCOMPARE(int(seams.launches.size()), launches);
-    if (launches) QCOMPARE(seams.launches[0], (QStringList{script, QStringLiteral("NoInstall")}));
-    if (installed.startsWith(QLatin1String("/nonexistent"))) {
-      QCOMPARE(seams.asked.back().text, Catalogue(Text::InstalledProgramNotExecutable));
-    }
-    if (installed.startsWith(QLatin1String("/usr"))) {
-      QCOMPARE(seams.asked[0].text, QStringLiteral("Would you like to re-install Hollowbright VORMELT 2.2?"));
-      QCOMPARE(seams.asked[0].onDismiss, MessageAnswer::Cancel);
-    }
-    // The settings are written after the check, and only when this copy goes on.
-    QCOMPARE(std::filesystem::exists(paths_.SettingsFile()), window);
+    const QString script = folder_->filePath(QStringLiteral("installed-vormelt"));
+    QFile file(script);
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    QVERIFY(file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+    Install(script);
+    seams.answers = {MessageAnswer::Cancel};
+    QVERIFY(!Run("").window);
+    QVERIFY(seams.launches.empty());
+    seams.answers = {MessageAnswer::No};  // run the installed copy instead of this one
+    QVERIFY(!Run("").window);
+    QCOMPARE(seams.launches, (std::vector<QStringList>{{script, QStringLiteral("NoInstall")}}));
   }
 
   void damagedSettingsAreKeptAsideReportedOnceAndRewritten() {
@@ -123,21 +96,6 @@ class AppStartupTest : public QObject {
     QVERIFY(std::filesystem::exists(paths_.configDirectory / "settings.json.bad"));
     QVERIFY(!LoadSettings(paths_.SettingsFile()).problem);  // a fresh file took its place
     QCOMPARE(choiceCalls_, 1);                               // the defaults show the mode choice
-  }
-
-  void modeChoiceShowsOnlyWithoutAModeAndDecidesTheWindow() {
-    test::MessageLog seams;
-    choicePress_ = ModeChoiceButton::Statistical;
-    QCOMPARE(Run("-noinstall").window, ProgramMode::Statistical);
-    QCOMPARE(choiceCalls_, 1);
-    choicePress_ = ModeChoiceButton::ToolsDecoder;
-    QCOMPARE(Run("-noinstall").window, ProgramMode::Decoder);
-    choicePress_ = ModeChoiceButton::Exit;
-    QVERIFY(!Run("-noinstall").window);
-    QCOMPARE(choiceCalls_, 3);
-    // Two mode keywords: Packet Mode has precedence, and no mode choice.
-    QCOMPARE(Run("/NoInstall /File_Mode /Packet_Mode").window, ProgramMode::Packet);
-    QCOMPARE(choiceCalls_, 3);
   }
 
   void switchQuestionAndGraphicalWarning() {

@@ -1,6 +1,6 @@
 // The Hex viewer on the offscreen platform: the three columns for short and odd ranges, hex
 // selections mirrored into the character column, field selections, the font fallback order,
-// scrolling in step and the remembered geometry.
+// and scrolling in step.
 #include <QFontInfo>
 #include <QPlainTextEdit>
 #include <QScrollBar>
@@ -15,7 +15,6 @@
 #include "ui/hex_viewer_window.hpp"
 #endif
 
-using vormelt::WindowState;
 using vormelt::ui::HexViewerWindow;
 
 namespace {
@@ -166,16 +165,6 @@ class HexViewerWindowTest : public QObject {
     characters->setValue(7);
     QCOMPARE(offsets->value(), 7);
     QCOMPARE(hex->value(), 7);
-  }
-
-  void geometryRoundTrips() {
-    HexViewerWindow viewer;
-    viewer.restoreState(WindowState{true, 120, 80, 640, 360, false, false});
-    const WindowState saved = viewer.savedState();
-    QVERIFY(saved.valid && saved.x == 120 && saved.y == 80 && saved.width == 640 && saved.height == 360);
-    // A state never saved changes nothing.
-    viewer.restoreState(WindowState{});
-    QCOMPARE(viewer.savedState().width, 640);
   }
 };
 

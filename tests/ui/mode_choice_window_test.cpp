@@ -1,10 +1,8 @@
 // The mode-choice window on the offscreen platform: what each button does to the settings and
-// the decision, the blinking-warning question, Tools, the ways out that count as Exit,
-// the outline mask, the drag handle and the logo link. Run with --screenshot PATH to also save
-// a picture of the window.
+// the decision, the blinking-warning question, Tools, the ways out that count as Exit, the drag
+// handle and the remembered place. Run with --screenshot PATH to also save a picture of it.
 #include <QApplication>
 #include <QCheckBox>
-#include <QDesktopServices>
 #include <QLabel>
 #include <QMenu>
 #include <QPainter>
@@ -33,15 +31,6 @@ namespace {
 QString Catalogue(vormelt::Text key) {
   return vormelt::ui::FromCrLf(vormelt::Tr(key, vormelt::ui::Language()));
 }
-
-// Records the addresses the desktop would open.
-class UrlCatcher : public QObject {
-  Q_OBJECT
- public:
-  QList<QUrl> opened;
- public slots:
-  void open(const QUrl& url) { opened << url; }
-};
 
 }  // namespace
 
@@ -153,19 +142,6 @@ class ModeChoiceWindowTest : public QObject {
     QVERIFY(!decision_.AnyModeSwitch());
   }
 
-  void outlineRoundsOnlyTheTopCorners() {
-    ModeChoiceWindow window(settings_, decision_);
-    // Only the top corners are round: the corner ellipse is 300 x 150 and the square part
-    // begins 100 pixels down.
-    const QRegion outline = window.mask();
-    const int w = window.width(), h = window.height();
-    QVERIFY(!outline.contains(QPoint(2, 2)));
-    QVERIFY(!outline.contains(QPoint(10, 30)));  // still beyond the 150 x 75 corner curve
-    QVERIFY(outline.contains(QPoint(w / 2, 1)));
-    QVERIFY(outline.contains(QPoint(1, 101)));
-    QVERIFY(outline.contains(QPoint(w - 1, h - 1)));
-  }
-
   void titlePictureDragsTheWindowAndTheLogoDoesNot() {
     ModeChoiceWindow window(settings_, decision_);
     window.show();
@@ -178,26 +154,9 @@ class ModeChoiceWindowTest : public QObject {
     QTest::mouseRelease(title, Qt::LeftButton, {}, handle);
     QVERIFY(!window.isDragging());
 
-    QTest::mousePress(title, Qt::RightButton, {}, handle);
-    QVERIFY(!window.isDragging());
-    QTest::mouseRelease(title, Qt::RightButton, {}, handle);
-
     QTest::mousePress(window.logo(), Qt::LeftButton, {}, QPoint(10, 10));
     QVERIFY(!window.isDragging());
     QTest::mouseRelease(window.logo(), Qt::LeftButton, {}, QPoint(10, 10));
-  }
-
-  void logoClickOpensTheMakersPage() {
-    UrlCatcher catcher;
-    QDesktopServices::setUrlHandler(QStringLiteral("https"), &catcher, "open");
-    ModeChoiceWindow window(settings_, decision_);
-    window.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&window));
-    QTest::mouseClick(window.logo(), Qt::LeftButton, {}, QPoint(40, 40));
-    QDesktopServices::unsetUrlHandler(QStringLiteral("https"));
-    QCOMPARE(catcher.opened.size(), 1);
-    QCOMPARE(catcher.opened[0], QUrl(QStringLiteral("https://hollowbright.example/vormelt")));
-    QVERIFY(window.isVisible());  // a visit to the web page is not a choice
   }
 
   void reopensWhereItWasLeft() {
