@@ -23,6 +23,7 @@ using vormelt::ModeChoiceResult;
 using vormelt::ProgramSettings;
 using vormelt::StartupDecision;
 using vormelt::ui::MessageAnswer;
+using vormelt::ui::MessageRequest;
 using vormelt::ui::ModeChoiceWindow;
 using vormelt::test::MessageLog;
 

@@ -118,7 +118,7 @@ class PacketDetailsPaneTest : public QObject {
     QSignalSpy deleteRequests(&b.pane, &PacketDetailsPane::deleteRowRequested);
     {
       test::MessageLog no;
-      no.answer = ui::MessageAnswer::No;
+      no.answer = test::Answer::No;
       b.pane.showPacket(gone);
       QCOMPARE(no.asked.size(), std::size_t{1});
       QCOMPARE(no.asked[0].caption, QStringLiteral("Delete invalid packet?"));
@@ -129,7 +129,7 @@ class PacketDetailsPaneTest : public QObject {
     QCOMPARE(deleteRequests.count(), 0);
 
     test::MessageLog yes;
-    yes.answer = ui::MessageAnswer::Yes;
+    yes.answer = test::Answer::Yes;
     b.pane.showPacket(gone);
     QTRY_COMPARE(deleteRequests.count(), 1);
     QCOMPARE(deleteRequests.at(0).at(0).value<std::uint32_t>(), gone);

@@ -11,7 +11,7 @@ MessageLog::MessageLog() {
   ui::SetMessageHandler([this](const ui::MessageRequest& request) {
     asked.push_back(request);
     if (answers.empty()) return answer.value_or(request.onDismiss);
-    const ui::MessageAnswer next = answers.front();
+    const Answer next = answers.front();
     answers.pop_front();
     return next;
   });

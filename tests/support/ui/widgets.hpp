@@ -15,6 +15,9 @@
 
 namespace vormelt::test {
 
+// The answer type of a message box, whichever namespace declares it.
+using Answer = decltype(ui::MessageRequest::onDismiss);
+
 // While it lives, no message box is shown and no program starts. A box gets the next of
 // `answers`, else `answer`, else the answer it gives when dismissed; everything asked and every
 // program start (program, then its arguments) is kept.
@@ -25,8 +28,8 @@ struct MessageLog {
   MessageLog& operator=(const MessageLog&) = delete;
 
   std::vector<ui::MessageRequest> asked;
-  std::deque<ui::MessageAnswer> answers;
-  std::optional<ui::MessageAnswer> answer;
+  std::deque<Answer> answers;
+  std::optional<Answer> answer;
   std::vector<QStringList> launches;
   bool launchSucceeds = true;
 };
