@@ -14,11 +14,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-void WriteText(const fs::path& file, std::string_view text) {
-  std::ofstream out(file, std::ios::binary);
-  out << text;
-}
-
 TEST(InstallDecision, FollowsTheRecordAndTheRunningProgram) {
   struct Case {
     std::optional<InstallRecord> record;
@@ -36,8 +31,6 @@ TEST(InstallDecision, FollowsTheRecordAndTheRunningProgram) {
        Text::AskInstallVersion},
       // A path that merely starts like the installed one is another program.
       {InstallRecord{"/usr/bin/vormelt", "2.2"}, "/usr/bin/vormelt2", InstallAction::Ask,
-       Text::AskReinstall},
-      {InstallRecord{"/usr/bin/vormelt2", "2.2"}, "/usr/bin/vormelt", InstallAction::Ask,
        Text::AskReinstall},
   };
   for (const Case& c : cases) {
@@ -62,20 +55,16 @@ TEST(InstallRecordFile, KeepsTheVersionedValueNames) {
 
   const InstallRecordLoad load = LoadInstallRecord(file);
   EXPECT_FALSE(load.problem);
-  ASSERT_TRUE(load.record);
-  EXPECT_EQ(*load.record, (InstallRecord{"/usr/bin/vormelt", "2.2"}));
-  EXPECT_EQ(DecideInstall(load.record, "/usr/bin/vormelt").action, InstallAction::Proceed);
+  EXPECT_EQ(load.record, (InstallRecord{"/usr/bin/vormelt", "2.2"}));
 }
 
 TEST(InstallRecordFile, WrongTypedValuesReadAsEmpty) {
   test::TempDir dir;
   const fs::path file = fs::path(dir.path()) / "install.json";
-  WriteText(file, R"({"2.2EXENameAndPath": 17, "2.2": ["x"], "2.1EXENameAndPath": "/old"})");
+  std::ofstream(file) << R"({"2.2EXENameAndPath": 17, "2.2": ["x"], "2.1EXENameAndPath": "/old"})";
   const InstallRecordLoad load = LoadInstallRecord(file);
   EXPECT_FALSE(load.problem);
-  ASSERT_TRUE(load.record);
-  EXPECT_EQ(*load.record, InstallRecord{});
-  EXPECT_EQ(DecideInstall(load.record, "/usr/bin/vormelt").action, InstallAction::RunInstaller);
+  EXPECT_EQ(load.record, InstallRecord{});
 }
 
 TEST(InstallRecordFile, DamagedRecordIsKeptAsideAndTreatedAsAbsent) {
@@ -83,11 +72,10 @@ TEST(InstallRecordFile, DamagedRecordIsKeptAsideAndTreatedAsAbsent) {
     SCOPED_TRACE(content);
     test::TempDir dir;
     const fs::path file = fs::path(dir.path()) / "install.json";
-    WriteText(file, content);
+    std::ofstream(file) << content;
     const InstallRecordLoad load = LoadInstallRecord(file);
     EXPECT_FALSE(load.record);
-    ASSERT_TRUE(load.problem);
-    EXPECT_EQ(*load.problem, Text::InstallRecordDamaged);
+    EXPECT_EQ(load.problem, Text::InstallRecordDamaged);
     EXPECT_EQ(load.keptAs.filename(), "install.json.bad");
     EXPECT_TRUE(fs::exists(load.keptAs));
     EXPECT_FALSE(fs::exists(file));

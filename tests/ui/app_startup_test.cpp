@@ -1,13 +1,12 @@
 // Start-up with windows, run against a temporary configuration folder with every message box
-// and program launch answered by the test: help, the deinstaller, the installation check and
-// its answers, damaged settings, the mode choice, and the switch-modes question.
+// and program launch answered by the test: the deinstaller, the installation check and
+// its answers, damaged settings, and the switch-modes question. What start-up decides is
+// tested in tests/app; this is what the windows ask and launch.
 #include <QApplication>
 #include <QFile>
 #include <QStyle>
 #include <QTemporaryDir>
 #include <QtTest>
-#include <deque>
-#include <vector>
 
 // moc reads this file too, and cannot parse the text catalogue's generated enum.
 #ifndef Q_MOC_RUN
@@ -17,6 +16,7 @@
 #include "ui/dialogs.hpp"
 #include "ui/mode_switch.hpp"
 #include "ui/qt_text.hpp"
+#include "support/ui/widgets.hpp"
 #endif
 
 using namespace vormelt;
@@ -24,34 +24,6 @@ using namespace vormelt;
 namespace {
 
 const QString kProgram = QStringLiteral("/opt/hollowbright/bin/vormelt");
-
-// Answers message boxes from a queue (then Ok) and starts no programs, keeping what was asked.
-struct Seams {
-  QStringList messages;
-  std::vector<ui::MessageRequest> requests;
-  std::deque<MessageAnswer> answers;
-  std::vector<QStringList> launches;  // program followed by its arguments
-  bool launchSucceeds = true;
-
-  Seams() {
-    ui::SetMessageHandler([this](const ui::MessageRequest& request) {
-      requests.push_back(request);
-      messages << request.text;
-      if (answers.empty()) return MessageAnswer::Ok;
-      const MessageAnswer answer = answers.front();
-      answers.pop_front();
-      return answer;
-    });
-    ui::SetProgramLauncher([this](const QString& program, const QStringList& arguments) {
-      launches.push_back(QStringList{program} + arguments);
-      return launchSucceeds;
-    });
-  }
-  ~Seams() {
-    ui::SetMessageHandler({});
-    ui::SetProgramLauncher({});
-  }
-};
 
 QString Catalogue(Text key) { return ui::FromCrLf(Tr(key, ui::Language())); }
 
@@ -71,21 +43,6 @@ class AppStartupTest : public QObject {
     ui::SetLanguage(UiLanguage::English);
   }
 
-  void helpWinsOverModesAndWritesNothing() {
-    Seams seams;
-    QVERIFY(!Run("-packet_mode -help").window);
-    QCOMPARE(seams.requests.size(), size_t{1});
-    QCOMPARE(seams.requests[0].caption, QStringLiteral("Hollowbright VORMELT"));
-    QVERIFY(seams.messages[0].startsWith(QStringLiteral("Current available command line options:\n\n-uninstall  ")));
-    QVERIFY(seams.messages[0].endsWith(QStringLiteral("\nauto_listen  Begin listening automatically.")));
-    QCOMPARE(choiceCalls_, 0);
-    QVERIFY(!std::filesystem::exists(paths_.SettingsFile()));
-
-    QVERIFY(!Run("--verbose").window);
-    QCOMPARE(seams.messages[1], QStringLiteral("Command line sniffing is not currently implemented ;(\n"
-                                               "To see available command options, use -help"));
-  }
-
   void deinstallerRemovesRecordAndSettingsOnlyOnYes_data() {
     QTest::addColumn<QString>("commandLine");
     QTest::addColumn<bool>("yes");
@@ -97,62 +54,33 @@ class AppStartupTest : public QObject {
     QFETCH(bool, yes);
     Install(kProgram);
     QVERIFY(SaveSettings(ProgramSettings{}, paths_.SettingsFile(), nullptr));
-    Seams seams;
+    test::MessageLog seams;
     seams.answers = {yes ? MessageAnswer::Yes : MessageAnswer::No};
     QVERIFY(!Run(commandLine).window);
     QCOMPARE(choiceCalls_, 0);
-    QCOMPARE(seams.requests[0].buttons, ui::MessageButtons::YesNo);
+    QCOMPARE(seams.asked[0].buttons, ui::MessageButtons::YesNo);
     QCOMPARE(std::filesystem::exists(paths_.InstallRecordFile()), !yes);
     QCOMPARE(std::filesystem::exists(paths_.SettingsFile()), !yes);
-    QCOMPARE(seams.messages.size(), yes ? 2 : 1);
+    QCOMPARE(seams.asked.size(), size_t{yes ? 2u : 1u});
   }
 
-  // Each row: what the record says, the answer to the question, and what must follow.
-  void installationCheck_data() {
-    QTest::addColumn<QString>("installed");  // "" = no record; "script" = an executable copy
-    QTest::addColumn<int>("answer");
-    QTest::addColumn<bool>("window");
-    QTest::addColumn<QString>("recordAfter");
-    QTest::addColumn<int>("launches");
-    QTest::newRow("first start installs") << "" << int(MessageAnswer::Ok) << true << kProgram << 0;
-    QTest::newRow("elsewhere, Cancel") << "/usr/bin/vormelt" << int(MessageAnswer::Cancel) << false
-                                       << "/usr/bin/vormelt" << 0;
-    QTest::newRow("elsewhere, Yes") << "/usr/bin/vormelt" << int(MessageAnswer::Yes) << true << kProgram << 0;
-    QTest::newRow("elsewhere, No, runs") << "script" << int(MessageAnswer::No) << false << "script" << 1;
-    QTest::newRow("elsewhere, No, gone") << "/nonexistent/vormelt" << int(MessageAnswer::No) << true
-                                         << "/nonexistent/vormelt" << 0;
-  }
-  void installationCheck() {
-    QFETCH(QString, installed);
-    QFETCH(int, answer);
-    QFETCH(bool, window);
-    QFETCH(QString, recordAfter);
-    QFETCH(int, launches);
+  // Whether to install is decided in common/install_record; here: what the answers start.
+  void installationCheckAnswers() {
+    test::MessageLog seams;
+    QVERIFY(Run("").window);  // the first start installs and goes on
+    QCOMPARE(QString::fromStdString(LoadInstallRecord(paths_.InstallRecordFile()).record->installedPath), kProgram);
+
     const QString script = folder_->filePath(QStringLiteral("installed-vormelt"));
-    if (installed == QLatin1String("script")) {
-      QFile file(script);
-      QVERIFY(file.open(QIODevice::WriteOnly));
-      QVERIFY(file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
-      installed = recordAfter = script;
-    }
-    if (!installed.isEmpty()) Install(installed);
-    Seams seams;
-    seams.answers = {static_cast<MessageAnswer>(answer)};
-
-    QCOMPARE(Run("").window.has_value(), window);
-    const InstallRecordLoad record = LoadInstallRecord(paths_.InstallRecordFile());
-    QCOMPARE(QString::fromStdString(record.record->installedPath), recordAfter);
-    QCOMPARE(int(seams.launches.size()), launches);
-    if (launches) QCOMPARE(seams.launches[0], (QStringList{script, QStringLiteral("NoInstall")}));
-    if (installed.startsWith(QLatin1String("/nonexistent"))) {
-      QCOMPARE(seams.messages.last(), Catalogue(Text::InstalledProgramNotExecutable));
-    }
-    if (installed.startsWith(QLatin1String("/usr"))) {
-      QCOMPARE(seams.messages[0], QStringLiteral("Would you like to re-install Hollowbright VORMELT 2.2?"));
-      QCOMPARE(seams.requests[0].onDismiss, MessageAnswer::Cancel);
-    }
-    // The settings are written after the check, and only when this copy goes on.
-    QCOMPARE(std::filesystem::exists(paths_.SettingsFile()), window);
+    QFile file(script);
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    QVERIFY(file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+    Install(script);
+    seams.answers = {MessageAnswer::Cancel};
+    QVERIFY(!Run("").window);
+    QVERIFY(seams.launches.empty());
+    seams.answers = {MessageAnswer::No};  // run the installed copy instead of this one
+    QVERIFY(!Run("").window);
+    QCOMPARE(seams.launches, (std::vector<QStringList>{{script, QStringLiteral("NoInstall")}}));
   }
 
   void damagedSettingsAreKeptAsideReportedOnceAndRewritten() {
@@ -160,38 +88,23 @@ class AppStartupTest : public QObject {
     QVERIFY(file.open(QIODevice::WriteOnly));
     file.write("{\"rememberedMode\": 3,,,");
     file.close();
-    Seams seams;
+    test::MessageLog seams;
     QCOMPARE(Run("-noinstall").window, ProgramMode::Packet);
-    QCOMPARE(seams.messages.size(), 1);
-    QVERIFY(seams.messages[0].contains(QStringLiteral("settings.json.bad")));
+    QCOMPARE(seams.asked.size(), size_t{1});
+    QVERIFY(seams.asked[0].text.contains(QStringLiteral("settings.json.bad")));
     QVERIFY(std::filesystem::exists(paths_.configDirectory / "settings.json.bad"));
     QVERIFY(!LoadSettings(paths_.SettingsFile()).problem);  // a fresh file took its place
     QCOMPARE(choiceCalls_, 1);                               // the defaults show the mode choice
   }
 
-  void modeChoiceShowsOnlyWithoutAModeAndDecidesTheWindow() {
-    Seams seams;
-    choicePress_ = ModeChoiceButton::Statistical;
-    QCOMPARE(Run("-noinstall").window, ProgramMode::Statistical);
-    QCOMPARE(choiceCalls_, 1);
-    choicePress_ = ModeChoiceButton::ToolsDecoder;
-    QCOMPARE(Run("-noinstall").window, ProgramMode::Decoder);
-    choicePress_ = ModeChoiceButton::Exit;
-    QVERIFY(!Run("-noinstall").window);
-    QCOMPARE(choiceCalls_, 3);
-    // Two mode keywords: Packet Mode has precedence, and no mode choice.
-    QCOMPARE(Run("/NoInstall /File_Mode /Packet_Mode").window, ProgramMode::Packet);
-    QCOMPARE(choiceCalls_, 3);
-  }
-
   void switchQuestionAndGraphicalWarning() {
-    Seams seams;
+    test::MessageLog seams;
     ProgramSettings settings;
     seams.answers = {MessageAnswer::Yes, MessageAnswer::No, MessageAnswer::Cancel};
     QCOMPARE(ui::AskSwitchModes(nullptr, settings, ProgramMode::Packet, ProgramMode::File),
              ui::SwitchDecision::CloseThenRelaunch);
-    QCOMPARE(seams.requests[0].caption, QStringLiteral("Switch modes?"));
-    QVERIFY(seams.messages[0].startsWith(QStringLiteral(
+    QCOMPARE(seams.asked[0].caption, QStringLiteral("Switch modes?"));
+    QVERIFY(seams.asked[0].text.startsWith(QStringLiteral(
         "Would you like to to switch modes?\n\nSwitching to File Mode will cancel the current operation (Packet Mode).")));
     QCOMPARE(ui::AskSwitchModes(nullptr, settings, ProgramMode::Packet, ProgramMode::File),
              ui::SwitchDecision::RelaunchAndKeepRunning);
@@ -202,8 +115,8 @@ class AppStartupTest : public QObject {
     seams.answers = {MessageAnswer::No};
     QCOMPARE(ui::AskSwitchModes(nullptr, settings, ProgramMode::Packet, ProgramMode::GraphicalPackets),
              ui::SwitchDecision::Cancel);
-    QCOMPARE(seams.messages.size(), 4);
-    QCOMPARE(seams.messages[3], Catalogue(Text::GraphicalWarning));
+    QCOMPARE(seams.asked.size(), size_t{4});
+    QCOMPARE(seams.asked[3].text, Catalogue(Text::GraphicalWarning));
     // Warning heeded, then the switch cancelled: the warning is still owed.
     seams.answers = {MessageAnswer::Yes, MessageAnswer::Cancel};
     QCOMPARE(ui::AskSwitchModes(nullptr, settings, ProgramMode::Packet, ProgramMode::GraphicalPackets),
@@ -215,7 +128,7 @@ class AppStartupTest : public QObject {
     QVERIFY(settings.graphicalWarningAcknowledged);
     seams.answers = {MessageAnswer::Cancel};
     ui::AskSwitchModes(nullptr, settings, ProgramMode::Packet, ProgramMode::GraphicalPackets);
-    QCOMPARE(seams.messages.size(), 9);  // acknowledged: only the switch question
+    QCOMPARE(seams.asked.size(), size_t{9});  // acknowledged: only the switch question
   }
 
  private:

@@ -1,22 +1,19 @@
 // The mode-choice window on the offscreen platform: what each button does to the settings and
-// the decision, the blinking-warning question, Tools and Help, the ways out that count as Exit,
-// the outline mask, the drag handle and the logo link. Run with --screenshot PATH to also save
-// a picture of the window.
+// the decision, the blinking-warning question, Tools, the ways out that count as Exit, the drag
+// handle and the remembered place. Run with --screenshot PATH to also save a picture of it.
 #include <QApplication>
 #include <QCheckBox>
-#include <QDesktopServices>
 #include <QLabel>
 #include <QMenu>
 #include <QPainter>
 #include <QPushButton>
 #include <QtTest>
-#include <vector>
 
 // moc reads this file too, and cannot parse the text catalogue's generated enum.
 #ifndef Q_MOC_RUN
 #include "app/startup.hpp"
 #include "ui/app_startup.hpp"
-#include "ui/dialogs.hpp"
+#include "support/ui/widgets.hpp"
 #include "ui/mode_choice_window.hpp"
 #include "ui/qt_text.hpp"
 #endif
@@ -28,35 +25,13 @@ using vormelt::StartupDecision;
 using vormelt::MessageAnswer;
 using vormelt::ui::MessageRequest;
 using vormelt::ui::ModeChoiceWindow;
+using vormelt::test::MessageLog;
 
 namespace {
-
-// Answers every message box with `answer` and keeps what was asked.
-struct MessageLog {
-  std::vector<MessageRequest> asked;
-  MessageAnswer answer = MessageAnswer::Ok;
-
-  MessageLog() {
-    vormelt::ui::SetMessageHandler([this](const MessageRequest& request) {
-      asked.push_back(request);
-      return answer;
-    });
-  }
-  ~MessageLog() { vormelt::ui::SetMessageHandler({}); }
-};
 
 QString Catalogue(vormelt::Text key) {
   return vormelt::ui::FromCrLf(vormelt::Tr(key, vormelt::ui::Language()));
 }
-
-// Records the addresses the desktop would open.
-class UrlCatcher : public QObject {
-  Q_OBJECT
- public:
-  QList<QUrl> opened;
- public slots:
-  void open(const QUrl& url) { opened << url; }
-};
 
 }  // namespace
 
@@ -106,7 +81,6 @@ class ModeChoiceWindowTest : public QObject {
 
     QCOMPARE(log.asked.size(), size_t{1});
     QCOMPARE(log.asked[0].text, Catalogue(vormelt::Text::GraphicalWarning));
-    QCOMPARE(log.asked[0].caption, QStringLiteral("Hollowbright VORMELT"));
     QCOMPARE(log.asked[0].buttons, vormelt::ui::MessageButtons::YesNo);
     QVERIFY(window.isVisible());
     QCOMPARE(window.choice(), ModeChoiceResult::Exit);
@@ -139,26 +113,12 @@ class ModeChoiceWindowTest : public QObject {
     const QPoint below = window.toolsButton()->mapToGlobal(QPoint(0, window.toolsButton()->height()));
     QCOMPARE(menu->pos(), below);
     QCOMPARE(menu->actions().size(), 1);
-    QCOMPARE(menu->actions()[0]->text(), QStringLiteral("Base Encoder/Decoder"));
 
     menu->actions()[0]->trigger();
     QVERIFY(decision_.decoder);
     QCOMPARE(window.choice(), ModeChoiceResult::Close);
     QCOMPARE(settings_.rememberedMode, 3);
     QVERIFY(settings_.showModeChoiceAtStartup);
-  }
-
-  void helpShowsTheModeDescriptions() {
-    MessageLog log;
-    ModeChoiceWindow window(settings_, decision_);
-    window.show();
-    window.helpButton()->click();
-    QCOMPARE(log.asked.size(), size_t{1});
-    QVERIFY(log.asked[0].text.startsWith(QStringLiteral(
-        "Packet Mode:\n  Packet Mode is for the reception of TCP/IP packets, this mode allows "
-        "you to view the contents of received packets.")));
-    QCOMPARE(log.asked[0].icon, vormelt::MessageIcon::Information);
-    QVERIFY(window.isVisible());
   }
 
   void exitButtonCloseAndEscapeAllCountAsExit_data() {
@@ -183,30 +143,6 @@ class ModeChoiceWindowTest : public QObject {
     QVERIFY(!decision_.AnyModeSwitch());
   }
 
-  void looksAsDesigned() {
-    ModeChoiceWindow window(settings_, decision_);
-    QCOMPARE(window.windowTitle(), QStringLiteral("Hollowbright VORMELT Mode Choice"));
-    QVERIFY(window.windowFlags() & Qt::FramelessWindowHint);
-    QCOMPARE(window.palette().color(QPalette::Window).rgb() & 0xFFFFFF, 0x005000u);
-    QCOMPARE(window.palette().color(QPalette::WindowText).rgb() & 0xFFFFFF, 0xFFFFFFu);
-    QVERIFY(!window.logo()->pixmap().isNull());
-    QCOMPARE(window.logo()->cursor().shape(), Qt::PointingHandCursor);
-
-    // Only the top corners are round: the corner ellipse is 300 x 150 and the square part
-    // begins 100 pixels down.
-    const QRegion outline = window.mask();
-    const int w = window.width();
-    const int h = window.height();
-    QVERIFY(!outline.contains(QPoint(2, 2)));
-    QVERIFY(!outline.contains(QPoint(w - 3, 2)));
-    QVERIFY(!outline.contains(QPoint(10, 30)));  // still beyond the 150 x 75 corner curve
-    QVERIFY(outline.contains(QPoint(w / 2, 1)));
-    QVERIFY(outline.contains(QPoint(1, 101)));
-    QVERIFY(outline.contains(QPoint(w - 2, 101)));
-    QVERIFY(outline.contains(QPoint(1, h - 1)));
-    QVERIFY(outline.contains(QPoint(w - 1, h - 1)));
-  }
-
   void titlePictureDragsTheWindowAndTheLogoDoesNot() {
     ModeChoiceWindow window(settings_, decision_);
     window.show();
@@ -219,34 +155,9 @@ class ModeChoiceWindowTest : public QObject {
     QTest::mouseRelease(title, Qt::LeftButton, {}, handle);
     QVERIFY(!window.isDragging());
 
-    QTest::mousePress(title, Qt::LeftButton, {}, handle);
-    QVERIFY(window.isDragging());
-    QMouseEvent moveWithoutButton(QEvent::MouseMove, QPointF(handle + QPoint(5, 0)),
-                                  QPointF(title->mapToGlobal(handle + QPoint(5, 0))),
-                                  Qt::NoButton, Qt::NoButton, Qt::NoModifier);
-    QApplication::sendEvent(title, &moveWithoutButton);
-    QVERIFY(!window.isDragging());
-
-    QTest::mousePress(title, Qt::RightButton, {}, handle);
-    QVERIFY(!window.isDragging());
-    QTest::mouseRelease(title, Qt::RightButton, {}, handle);
-
     QTest::mousePress(window.logo(), Qt::LeftButton, {}, QPoint(10, 10));
     QVERIFY(!window.isDragging());
     QTest::mouseRelease(window.logo(), Qt::LeftButton, {}, QPoint(10, 10));
-  }
-
-  void logoClickOpensTheMakersPage() {
-    UrlCatcher catcher;
-    QDesktopServices::setUrlHandler(QStringLiteral("https"), &catcher, "open");
-    ModeChoiceWindow window(settings_, decision_);
-    window.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&window));
-    QTest::mouseClick(window.logo(), Qt::LeftButton, {}, QPoint(40, 40));
-    QDesktopServices::unsetUrlHandler(QStringLiteral("https"));
-    QCOMPARE(catcher.opened.size(), 1);
-    QCOMPARE(catcher.opened[0], QUrl(QStringLiteral("https://hollowbright.example/vormelt")));
-    QVERIFY(window.isVisible());  // a visit to the web page is not a choice
   }
 
   void reopensWhereItWasLeft() {
@@ -285,21 +196,6 @@ bool SaveScreenshot(const QString& path) {
 
 }  // namespace
 
-int main(int argc, char** argv) {
-  QApplication app(argc, argv);
-  QString screenshot;
-  std::vector<char*> testArgs;
-  for (int i = 0; i < argc; ++i) {
-    if (QByteArray(argv[i]) == "--screenshot" && i + 1 < argc) {
-      screenshot = QString::fromLocal8Bit(argv[++i]);
-    } else {
-      testArgs.push_back(argv[i]);
-    }
-  }
-  ModeChoiceWindowTest test;
-  int failures = QTest::qExec(&test, static_cast<int>(testArgs.size()), testArgs.data());
-  if (!screenshot.isEmpty() && !SaveScreenshot(screenshot)) ++failures;
-  return failures;
-}
+VORMELT_WIDGET_TEST_MAIN(ModeChoiceWindowTest, SaveScreenshot)
 
 #include "mode_choice_window_test.moc"

@@ -1,10 +1,9 @@
-// The detail pane over a real store on the offscreen platform: texts and visible groups per
-// packet kind, TCP flags, field clicks selecting bytes in the dump and the Hex viewer at every
-// level, unreadable records, the row menu's rules and the reverse look-ups. Run with
+// The detail pane over a real store on the offscreen platform: field clicks selecting bytes in
+// the dump and the Hex viewer at every level and form, unreadable records and the reverse
+// look-ups. What the fields say is the decoder's, tested with it. Run with
 // --screenshot DIR to also save pictures of pane and viewer.
 #include <QComboBox>
 #include <QDir>
-#include <QLabel>
 #include <QLineEdit>
 #include <QPlainTextEdit>
 #include <QRadioButton>
@@ -14,19 +13,15 @@
 #include <QtTest>
 #include <algorithm>
 #include <optional>
-#include <vector>
 
 #ifndef Q_MOC_RUN
 #include "common/settings.hpp"
 #include "packets/decoder.hpp"
-#include "packets/names.hpp"
 #include "packets/store.hpp"
 #include "support/frames.hpp"
-#include "ui/dialogs.hpp"
+#include "support/ui/widgets.hpp"
 #include "ui/hex_viewer_window.hpp"
-#include "ui/packet_context_menu.hpp"
 #include "ui/packet_details_pane.hpp"
-#include "ui/qt_text.hpp"
 #include "ui/reverse_resolver.hpp"
 #endif
 
@@ -50,13 +45,8 @@ struct Bench {
     return static_cast<std::uint32_t>(store.ItemCount() - 1);
   }
   template <typename Widget = QLineEdit>
-  Widget& Child(const char* name) const {
-    auto* child = pane.findChild<Widget*>(QString::fromLatin1(name));
-    if (!child) qFatal("the pane has no %s", name);
-    return *child;
-  }
+  Widget& Child(const char* name) const { return test::Child<Widget>(pane, name); }
   QString Value(const char* name) const { return Child(name).text(); }
-  bool Shown(const char* name) const { return Child<QWidget>(name).isVisibleTo(&pane); }
   QPlainTextEdit& Dump() const {
     return Child<QPlainTextEdit>(settings.packetMode.wrapDump ? "wrappedDump" : "scrollingDump");
   }
@@ -79,93 +69,12 @@ Bytes Tcp(std::uint8_t flags, Bytes ipOptions = {}, std::string_view payload = {
   return EthernetFrame(kOtherMac, kVmwareMac, kEtherTypeIpv4, TcpPacket(ip, tcp, ToBytes(payload)));
 }
 
-Bytes Icmp(std::uint8_t type, std::uint8_t code) {
-  return EthernetFrame(kOtherMac, kVmwareMac, kEtherTypeIpv4, IcmpPacket({}, type, code, ToBytes("ping")));
-}
-
-Bytes Arp() { return EthernetFrame(kOtherMac, kVmwareMac, kEtherTypeArp, ArpPacket({})); }
-
-Bytes Other(std::uint16_t etherType) { return EthernetFrame(kOtherMac, kVmwareMac, etherType, Bytes(40, 0x11)); }
-
-// Records every message instead of showing it and answers with `answer`.
-struct MessageLog {
-  explicit MessageLog(MessageAnswer answer = MessageAnswer::Ok) {
-    ui::SetMessageHandler([this, answer](const ui::MessageRequest& request) {
-      requests.push_back(request);
-      return answer;
-    });
-  }
-  ~MessageLog() { ui::SetMessageHandler({}); }
-  std::vector<ui::MessageRequest> requests;
-};
-
 }  // namespace
 
 class PacketDetailsPaneTest : public QObject {
   Q_OBJECT
 
  private slots:
-  void tcpPacketShowsItsFieldsAndFlags() {
-    Bench b;
-    const Bytes frame = Tcp(kAck | kSyn);
-    b.pane.showPacket(b.Add(frame));
-    QCOMPARE(b.Value("sourceMac"), QStringLiteral("00:0C:29:12:34:56"));
-    QCOMPARE(b.Value("destinationMac"), QStringLiteral("AA:BB:CC:DD:EE:FF"));
-    QCOMPARE(b.Value("sourceIp"), QStringLiteral("10.0.0.1"));
-    QCOMPARE(b.Value("packetSize"), QString::number(frame.size()));
-    QVERIFY(b.Value("etherType").startsWith(QStringLiteral("0x800 - ")));
-    QCOMPARE(b.Value("packetType").trimmed(), QStringLiteral("TCP"));
-    QCOMPARE(b.Value("destinationPortName"), QString::fromLatin1(names::PortName(names::PortProtocol::Tcp, 80)));
-    QCOMPARE(b.Value("window"), QStringLiteral("4660"));
-
-    QVERIFY(b.Shown("tcpGroup"));
-    QVERIFY(!b.Shown("arpOperation"));
-    const auto flagsShown = [&b] {
-      QString shown;
-      for (const char* flag : {"flagUrg", "flagAck", "flagPsh", "flagRst", "flagSyn", "flagFin"}) {
-        if (b.Shown(flag)) shown += b.Child<QLabel>(flag).text() + QLatin1Char(' ');
-      }
-      return shown.trimmed();
-    };
-    QCOMPARE(flagsShown(), QStringLiteral("ACK SYN"));
-    // The reserved high bits pass for URG and let every lower flag but FIN show.
-    b.pane.showPacket(b.Add(Tcp(0x52)));
-    QCOMPARE(flagsShown(), QStringLiteral("URG ACK PSH RST SYN"));
-    b.pane.showPacket(b.Add(Tcp(kFin)));
-    QCOMPARE(flagsShown(), QStringLiteral("FIN"));
-  }
-
-  void eachPacketKindShowsItsOwnGroups() {
-    Bench b;
-    b.pane.showPacket(b.Add(Icmp(3, 13)));
-    QVERIFY(b.Shown("icmpGroup"));
-    QVERIFY(!b.Shown("sourcePort"));
-    QCOMPARE(b.Value("icmpType"), QStringLiteral("3 - Destination unreachable"));
-    QCOMPARE(b.Value("icmpCode"), QStringLiteral("13 - Communication administratively prohibited by filtering"));
-    b.pane.showPacket(b.Add(Icmp(3, 16)));
-    QCOMPARE(b.Value("icmpCode"), QStringLiteral("16 - Unknown"));
-    b.pane.showPacket(b.Add(Icmp(8, 0)));
-    QCOMPARE(b.Value("icmpCode"), QStringLiteral("0 - Null"));
-
-    b.pane.showPacket(b.Add(Arp()));
-    QVERIFY(!b.Shown("packetType"));
-    QVERIFY(!b.Shown("ttl"));
-    QCOMPARE(b.Value("destinationIp"), QStringLiteral("192.168.1.1"));
-    QCOMPARE(b.Value("arpOperation"), QStringLiteral("0x0001 - Request"));
-    QCOMPARE(b.Value("arpHardwareLength"), QStringLiteral("0x06"));
-    // Transport groups follow IPv4 packets only: the ICMP group stays from the ping.
-    QVERIFY(b.Shown("icmpGroup"));
-
-    b.pane.showPacket(b.Add(Other(0x86DD)));
-    QCOMPARE(b.Value("etherType"), QStringLiteral("0x86DD - IP version 6"));
-    QVERIFY(!b.Shown("sourceIp"));
-    b.pane.showPacket(b.Add(Other(0xFFFF)));
-    QCOMPARE(b.Value("etherType"), QStringLiteral("0xFFFF - Unknown"));
-
-    b.pane.showPacket(b.Add(Tcp(kAck)));
-    QVERIFY(b.Shown("sourceIp"));
-  }
-
   void clickingAFieldSelectsItsBytesAtEveryLevelAndForm() {
     Bench b;
     b.pane.showPacket(b.Add(Tcp(kAck)));
@@ -200,28 +109,6 @@ class PacketDetailsPaneTest : public QObject {
     QVERIFY(!b.Dump().textCursor().hasSelection());
   }
 
-  void ipOptionsMoveTheTransportFieldsAndLevels() {
-    Bench b;
-    // IHL 6: four option bytes push every transport field and level start along.
-    b.pane.showPacket(b.Add(Tcp(kAck | kPsh, Bytes{1, 1, 1, 1}, "HELLO")));
-    b.Click("sourcePort");
-    QCOMPARE(b.Selected(), QStringLiteral("9C 40"));
-    QCOMPARE(b.Dump().textCursor().selectionStart(), 2 * 48 + 6 * 3);  // frame byte 38
-
-    auto& level = b.Child<QComboBox>("dataLevel");
-    level.setCurrentIndex(static_cast<int>(DataLevel::Presentation));
-    QCOMPARE(b.Dump().toPlainText(), QStringLiteral("48 45 4C 4C 4F "));
-    level.setCurrentIndex(static_cast<int>(DataLevel::Transport));
-    QVERIFY(b.Dump().toPlainText().startsWith(QStringLiteral("9C 40 00 50 ")));
-    b.Click("sequence");
-    QCOMPARE(b.Selected(), QStringLiteral("00 00 03 E8"));
-    QCOMPARE(b.Dump().textCursor().selectionStart(), 4 * 3);
-    level.setCurrentIndex(static_cast<int>(DataLevel::Datalink));
-    b.Click("window");
-    QCOMPARE(b.Selected(), QStringLiteral("12 34"));
-    QCOMPARE(b.Dump().textCursor().selectionStart(), 3 * 48 + 4 * 3);  // frame byte 52
-  }
-
   void unreadableRecordsOfferToDeleteTheRow() {
     Bench b;
     const std::uint32_t shown = b.Add(Tcp(kAck));
@@ -230,38 +117,22 @@ class PacketDetailsPaneTest : public QObject {
     QVERIFY(b.store.Delete(static_cast<std::int32_t>(gone)));
     QSignalSpy deleteRequests(&b.pane, &PacketDetailsPane::deleteRowRequested);
     {
-      MessageLog no(MessageAnswer::No);
+      test::MessageLog no;
+      no.answer = test::Answer::No;
       b.pane.showPacket(gone);
-      QCOMPARE(no.requests.size(), std::size_t{1});
-      QCOMPARE(no.requests[0].caption, QStringLiteral("Delete invalid packet?"));
+      QCOMPARE(no.asked.size(), std::size_t{1});
+      QCOMPARE(no.asked[0].caption, QStringLiteral("Delete invalid packet?"));
     }
     QCOMPARE(b.Dump().toPlainText(), QStringLiteral("Invalid packet data!"));
     QVERIFY(b.Value("ttl").isEmpty());
     QTest::qWait(20);
     QCOMPARE(deleteRequests.count(), 0);
 
-    MessageLog yes(MessageAnswer::Yes);
+    test::MessageLog yes;
+    yes.answer = test::Answer::Yes;
     b.pane.showPacket(gone);
     QTRY_COMPARE(deleteRequests.count(), 1);
     QCOMPARE(deleteRequests.at(0).at(0).value<std::uint32_t>(), gone);
-  }
-
-  void rowMenuItemsFollowTheRecord() {
-    Bench b;
-    const auto state = [&b](std::uint32_t index) {
-      const ui::PacketMenuState s = ui::MenuStateFor(b.store, index);
-      return qMakePair(s.reverseResolve, s.tcpOptions);
-    };
-    QCOMPARE(state(b.Add(Tcp(kAck))), qMakePair(true, true));
-    QCOMPARE(state(b.Add(RawSocketsFrame(UdpPacket({}, 1, 2, {})), InterfaceKind::RawSockets)),
-             qMakePair(true, false));
-    QCOMPARE(state(b.Add(Icmp(8, 0))), qMakePair(true, false));
-    QCOMPARE(state(b.Add(Arp())), qMakePair(true, false));
-    QCOMPARE(state(b.Add(Other(0x86DD))), qMakePair(false, false));
-    const std::uint32_t gone = b.Add(Tcp(kAck));
-    b.store.Delete(static_cast<std::int32_t>(gone));
-    QCOMPARE(state(gone), qMakePair(false, false));
-    QCOMPARE(state(9999), qMakePair(false, false));
   }
 
   void reverseLookupsAnswerOnTheWindowThread() {
@@ -307,21 +178,6 @@ bool SaveScreenshots(const QString& folder) {
 
 }  // namespace
 
-int main(int argc, char** argv) {
-  QApplication app(argc, argv);
-  QString screenshots;
-  std::vector<char*> testArgs;
-  for (int i = 0; i < argc; ++i) {
-    if (QByteArray(argv[i]) == "--screenshot" && i + 1 < argc) {
-      screenshots = QString::fromLocal8Bit(argv[++i]);
-    } else {
-      testArgs.push_back(argv[i]);
-    }
-  }
-  PacketDetailsPaneTest test;
-  int failures = QTest::qExec(&test, static_cast<int>(testArgs.size()), testArgs.data());
-  if (!screenshots.isEmpty() && !SaveScreenshots(screenshots)) ++failures;
-  return failures;
-}
+VORMELT_WIDGET_TEST_MAIN(PacketDetailsPaneTest, SaveScreenshots)
 
 #include "packet_details_pane_test.moc"
