@@ -30,7 +30,9 @@ test::Ipv4Header Ip(Ipv4 source, Ipv4 destination, std::uint8_t protocol) {
 
 Bytes Tcp(Ipv4 source, Ipv4 destination, std::size_t payload = 10, std::uint16_t sport = 40000,
           std::uint16_t dport = 80) {
-  test::TcpHeader tcp{.sourcePort = sport, .destinationPort = dport};
+  test::TcpHeader tcp;
+  tcp.sourcePort = sport;
+  tcp.destinationPort = dport;
   return test::TcpPacket(Ip(source, destination, 6), tcp, Bytes(payload, 'x'));
 }
 
