@@ -60,24 +60,32 @@ void StatisticsEngine::CountPacket(std::span<const std::uint8_t> ip) {
                         headerLength >= kMinIpv4Header && headerLength + 4 <= ip.size();
   const LocalSide side = hasPorts ? locals_.Classify(source, destination) : LocalSide::None;
 
+  // The local end, if any: its address and port, and whether the packet leaves from it.
+  const bool outgoing = side == LocalSide::Source;
+  const Ipv4 localAddress = outgoing ? source : destination;
+  const std::uint16_t localPort =
+      side == LocalSide::None ? 0 : ReadBe16(ip.data() + headerLength + (outgoing ? 0 : 2));
+  const bool tcp = protocol == kProtocolTcp;
+
   const std::int64_t sequence = sequence_.load(std::memory_order_relaxed) + 1;
   sequence_.store(sequence, std::memory_order_relaxed);
 
   std::lock_guard lock(mutex_);
   // The lookups below miss the cache on a busy link; start all their loads at once.
-  tables_->ip.Prefetch(source);
-  tables_->ip.Prefetch(destination);
-  tables_->pairs.Prefetch(IpPairRecord::KeyOf(source, destination));
-  tables_->pairs.Prefetch(IpPairRecord::KeyOf(destination, source));
+  StatisticsTables& tables = *tables_;
+  tables.ip.Prefetch(source);
+  tables.ip.Prefetch(destination);
+  tables.pairs.Prefetch(IpPairRecord::KeyOf(source, destination));
+  tables.pairs.Prefetch(IpPairRecord::KeyOf(destination, source));
+  tables.ip.PrefetchVictims(limits_.maxItems, 2);
+  tables.pairs.PrefetchVictims(limits_.maxItems, 2);
+  if (side != LocalSide::None) {
+    tables.ports.Prefetch(LocalPortRecord::KeyOf(localAddress, localPort, tcp));
+    tables.ports.PrefetchVictims(limits_.maxItems, 1);
+  }
   CountAddresses(source, destination, bytes, sequence);
   CountPairs(source, destination, bytes, sequence);
-  if (side == LocalSide::Source) {
-    CountPort(source, ReadBe16(ip.data() + headerLength), protocol == kProtocolTcp, true, bytes,
-              sequence);
-  } else if (side == LocalSide::Destination) {
-    CountPort(destination, ReadBe16(ip.data() + headerLength + 2), protocol == kProtocolTcp,
-              false, bytes, sequence);
-  }
+  if (side != LocalSide::None) CountPort(localAddress, localPort, tcp, outgoing, bytes, sequence);
 }
 
 // Both addresses are looked up before anything is created, so a record made for the source may

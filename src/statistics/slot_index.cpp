@@ -16,6 +16,7 @@ std::uint32_t BucketsFor(std::int32_t keys) {
 SlotIndex::SlotIndex(std::int32_t capacity) {
   allocated_ = BucketsFor(capacity);
   buckets_ = std::make_unique<Bucket[]>(allocated_);
+  position_ = std::make_unique<std::uint32_t[]>(static_cast<std::size_t>(capacity));
   Resize(capacity);
 }
 
@@ -26,41 +27,26 @@ void SlotIndex::Resize(std::int32_t keys) {
   Clear();
 }
 
-std::uint32_t SlotIndex::Home(std::uint64_t key) const {
-  // Fibonacci hashing spreads keys that differ only in their low bytes (neighbouring hosts).
-  return static_cast<std::uint32_t>((key * 0x9E3779B97F4A7C15ull) >> shift_) & mask_;
-}
-
-std::int32_t SlotIndex::Find(std::uint64_t key) const {
-  for (std::uint32_t i = Home(key);; i = (i + 1) & mask_) {
-    const Bucket& bucket = buckets_[i];
-    if (bucket.slot == kNoSlot) return kNoSlot;
-    if (bucket.key == key) return bucket.slot;
-  }
-}
-
 void SlotIndex::Insert(std::uint64_t key, std::int32_t slot) {
-  std::uint32_t i = Home(key);
+  const std::uint64_t hash = Hash(key);
+  std::uint32_t i = Home(hash);
   while (buckets_[i].slot != kNoSlot) i = (i + 1) & mask_;
-  buckets_[i] = Bucket{key, slot};
+  buckets_[i] = Bucket{Tag(hash), slot};
+  position_[slot] = i;
 }
 
-void SlotIndex::Erase(std::uint64_t key) {
-  std::uint32_t hole = Home(key);
-  while (true) {
-    if (buckets_[hole].slot == kNoSlot) return;
-    if (buckets_[hole].key == key) break;
-    hole = (hole + 1) & mask_;
-  }
+void SlotIndex::EraseSlot(std::int32_t slot) {
+  std::uint32_t hole = position_[slot];
   buckets_[hole].slot = kNoSlot;
   // Pull later entries of the probe run back into the hole when their home allows it.
   for (std::uint32_t next = (hole + 1) & mask_; buckets_[next].slot != kNoSlot;
        next = (next + 1) & mask_) {
-    const std::uint32_t home = Home(buckets_[next].key);
+    const std::uint32_t home = HomeOfTag(buckets_[next].tag);
     const std::uint32_t fromHome = (next - home) & mask_;
     const std::uint32_t fromHole = (next - hole) & mask_;
     if (fromHome >= fromHole) {
       buckets_[hole] = buckets_[next];
+      position_[buckets_[hole].slot] = hole;
       buckets_[next].slot = kNoSlot;
       hole = next;
     }

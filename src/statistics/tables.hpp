@@ -86,14 +86,16 @@ class StatTable {
   // Records overwritten by a newer one since the last Clear.
   std::int64_t Replaced() const { return replaced_; }
 
-  std::int32_t Find(std::uint64_t key) const { return index_.Find(key); }
+  std::int32_t Find(std::uint64_t key) const {
+    return index_.Find(key, [this](std::int32_t slot) { return records_[slot].Key(); });
+  }
 
   // The slot for a new record: the next unused one while fewer than `maxItems` are used, else
   // the policy's victim, whose key is forgotten here. The caller fills it and calls Commit.
   std::int32_t Obtain(std::int32_t maxItems) {
     if (used_ < maxItems && used_ < kTableCapacity) return used_++;
     const std::int32_t victim = policy_ == VictimPolicy::LongestAgo ? head_ : tree_[1].slot;
-    index_.Erase(records_[victim].Key());
+    index_.EraseSlot(victim);
     ++replaced_;
     return victim;
   }
@@ -153,6 +155,18 @@ class StatTable {
   }
 
   void Prefetch(std::uint64_t key) const { index_.Prefetch(key); }
+  // A full table will give up its next victims for the records a packet creates: start loading
+  // what replacing them touches while the lookups run.
+  void PrefetchVictims(std::int32_t maxItems, int count) const {
+    if (used_ < maxItems) return;
+    std::int32_t victim = policy_ == VictimPolicy::LongestAgo ? head_ : tree_[1].slot;
+    for (int i = 0; i < count && victim >= 0; ++i) {
+      index_.PrefetchSlot(victim);
+      __builtin_prefetch(&records_[victim]);
+      if (policy_ != VictimPolicy::LongestAgo) break;
+      victim = next_[victim];
+    }
+  }
 
  private:
   static constexpr std::int32_t kNone = -1;
