@@ -169,7 +169,7 @@ std::string FormatIpv4(Ipv4 address) {
 
 Cell CellOf(const IpRecord& record, int column, UiLanguage) {
   switch (column) {
-    case 0: return Words(FormatIpv4(record.address));
+    case 0: return Cell{record.address, FormatIpv4(record.address)};
     case 1: return Number(record.bytesTo);
     case 2: return Number(record.bytesFrom);
     case 3: return Number(record.ByteTotal());
@@ -181,7 +181,10 @@ Cell CellOf(const IpRecord& record, int column, UiLanguage) {
 
 Cell CellOf(const IpPairRecord& record, int column, UiLanguage) {
   switch (column) {
-    case 0: return Words(FormatIpv4(record.first) + " - " + FormatIpv4(record.second));
+    case 0:
+      // The sign bit flipped keeps the unsigned order of (first, second) in a signed number.
+      return Cell{static_cast<std::int64_t>(record.Key() ^ (std::uint64_t{1} << 63)),
+                  FormatIpv4(record.first) + " - " + FormatIpv4(record.second)};
     case 1: return Number(record.bytesFirstToSecond);
     case 2: return Number(record.ByteTotal());
     case 3: return Number(record.packetsFirstToSecond);
@@ -191,7 +194,9 @@ Cell CellOf(const IpPairRecord& record, int column, UiLanguage) {
 
 Cell CellOf(const LocalPortRecord& record, int column, UiLanguage language) {
   switch (column) {
-    case 0: return Words(FormatIpv4(record.address) + ":" + std::to_string(record.port));
+    case 0:
+      return Cell{static_cast<std::int64_t>(record.Key()),
+                  FormatIpv4(record.address) + ":" + std::to_string(record.port)};
     case 1: return Number(record.bytesIn);
     case 2: return Number(record.bytesOut);
     case 3: return Number(record.ByteTotal());
@@ -199,7 +204,8 @@ Cell CellOf(const LocalPortRecord& record, int column, UiLanguage language) {
     case 5: return Number(record.packetsOut);
     case 6: return Number(record.PacketTotal());
     case 7: {
-      const char* name = names::PortName(record.tcp ? names::PortProtocol::Tcp : names::PortProtocol::Udp, record.port);
+      const auto protocol = record.tcp ? names::PortProtocol::Tcp : names::PortProtocol::Udp;
+      const char* name = names::PortName(protocol, record.port);
       return Words(name ? name : Tr(Text::Unknown, language));
     }
     default:

@@ -30,7 +30,8 @@ Text ListTitle(StatisticsList list);
 // "ip", "pairs", "ports" (the command line's --table words).
 std::optional<StatisticsList> ParseList(std::string_view word);
 
-// One cell: `number` for byte and packet columns, `text` for the others.
+// One cell: `number` for byte and packet columns, `text` for the others. The address column
+// also carries its addresses (and port) as `number`, so lists sort 10.0.0.9 before 10.0.0.10.
 struct Cell {
   std::int64_t number = 0;
   std::string text;

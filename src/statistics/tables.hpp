@@ -131,12 +131,12 @@ class StatTable {
     for (std::int32_t slot = 0; slot < used_; ++slot) index_.Insert(records_[slot].Key(), slot);
     ResetOrder();
     if (policy_ == VictimPolicy::LongestAgo) {
-      std::vector<std::int32_t> slots(static_cast<std::size_t>(used_));
-      std::iota(slots.begin(), slots.end(), 0);
-      std::stable_sort(slots.begin(), slots.end(), [this](std::int32_t a, std::int32_t b) {
+      std::vector<std::int32_t> order(static_cast<std::size_t>(used_));
+      std::iota(order.begin(), order.end(), 0);
+      std::stable_sort(order.begin(), order.end(), [this](std::int32_t a, std::int32_t b) {
         return records_[a].lastUpdate < records_[b].lastUpdate;
       });
-      for (const std::int32_t slot : slots) Append(slot);
+      for (const std::int32_t slot : order) Append(slot);
       return;
     }
     for (std::int32_t slot = 0; slot < used_; ++slot) {
