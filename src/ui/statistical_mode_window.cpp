@@ -124,9 +124,12 @@ void StatisticalModeWindow::Impl::BuildWidgets() {
     view->setSelectionBehavior(QAbstractItemView::SelectRows);
     view->setEditTriggers(QAbstractItemView::NoEditTriggers);
     view->verticalHeader()->hide();
+    view->verticalHeader()->setDefaultSectionSize(view->fontMetrics().height() + 6);
+    view->setWordWrap(false);
     view->horizontalHeader()->setStretchLastSection(true);
     view->horizontalHeader()->setSectionResizeMode(QHeaderView::Interactive);
     view->setColumnWidth(0, kLists[i] == StatisticsList::IpAddressPairs ? 220 : 150);
+    if (kLists[i] == StatisticsList::LocalPorts) view->setColumnWidth(7, 200);  // Port use
     views[i] = view;
     stack->addWidget(view);
   }
