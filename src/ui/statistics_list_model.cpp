@@ -36,7 +36,8 @@ void StatisticsListModel::Collect(statistics::StatTable<Record>& table,
   }
 }
 
-int StatisticsListModel::Refresh(statistics::StatisticsEngine& engine) {
+int StatisticsListModel::Refresh(statistics::StatisticsEngine& engine,
+                                 std::chrono::steady_clock::time_point now) {
   std::vector<std::pair<int, Row>> changed;
   int used = 0;
   engine.WithTables([&](statistics::StatisticsTables& tables) {
@@ -57,8 +58,13 @@ int StatisticsListModel::Refresh(statistics::StatisticsEngine& engine) {
   if (used > before) {
     beginInsertRows({}, before, used - 1);
     rows_.resize(static_cast<std::size_t>(used));
+    rates_.resize(static_cast<std::size_t>(used));
   }
   for (auto& [slot, row] : changed) {
+    const Row& old = rows_[static_cast<std::size_t>(slot)];
+    if (old.empty() || old.front().text != row.front().text) {
+      rates_[static_cast<std::size_t>(slot)] = {};  // a replaced record starts its own history
+    }
     rows_[static_cast<std::size_t>(slot)] = std::move(row);
     if (slot < before) {
       first = std::min(first, slot);
@@ -66,14 +72,57 @@ int StatisticsListModel::Refresh(statistics::StatisticsEngine& engine) {
     }
   }
   if (used > before) endInsertRows();
+  if (now - lastSample_ >= kRateInterval && !rows_.empty()) {
+    TakeRateSamples(now);
+    first = 0;
+    last = static_cast<int>(rows_.size()) - 1;
+  }
   // One signal for the whole changed range: the sort proxy then re-sorts once per pass.
   if (last >= first) emit dataChanged(index(first, 0), index(last, columnCount() - 1));
   return static_cast<int>(changed.size());
 }
 
+int StatisticsListModel::RateColumn() const {
+  return static_cast<int>(statistics::Columns(list_).size());
+}
+
+namespace {
+// The column holding the list's byte total.
+std::size_t ByteTotalColumn(statistics::StatisticsList list) {
+  const auto columns = statistics::Columns(list);
+  for (std::size_t c = 0; c < columns.size(); ++c) {
+    if (columns[c].heading == Text::StatsColumnBytesTotal) return c;
+  }
+  return 0;
+}
+}  // namespace
+
+void StatisticsListModel::TakeRateSamples(std::chrono::steady_clock::time_point now) {
+  lastSample_ = now;
+  const std::size_t column = ByteTotalColumn(list_);
+  for (std::size_t row = 0; row < rows_.size(); ++row) {
+    if (rows_[row].empty()) continue;
+    RateHistory& history = rates_[row];
+    history.samples[history.count % kRateSamples] = Sample{now, rows_[row][column].number};
+    ++history.count;
+  }
+}
+
+std::int64_t StatisticsListModel::BytesPerSecond(std::size_t row) const {
+  const RateHistory& history = rates_[row];
+  if (history.count < 2) return 0;
+  const Sample& newest = history.samples[(history.count - 1) % kRateSamples];
+  const Sample& oldest =
+      history.samples[history.count <= kRateSamples ? 0 : history.count % kRateSamples];
+  const auto elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(newest.time - oldest.time);
+  if (elapsed.count() <= 0) return 0;
+  return (newest.bytes - oldest.bytes) * 1000 / elapsed.count();
+}
+
 void StatisticsListModel::Clear() {
   beginResetModel();
   rows_.clear();
+  rates_.clear();
   replaced_ = 0;
   endResetModel();
 }
@@ -83,13 +132,20 @@ int StatisticsListModel::rowCount(const QModelIndex& parent) const {
 }
 
 int StatisticsListModel::columnCount(const QModelIndex& parent) const {
-  return parent.isValid() ? 0 : static_cast<int>(statistics::Columns(list_).size());
+  return parent.isValid() ? 0 : RateColumn() + 1;
 }
 
 QVariant StatisticsListModel::data(const QModelIndex& index, int role) const {
   if (!index.isValid() || index.row() >= rowCount()) return {};
   const Row& row = rows_[static_cast<std::size_t>(index.row())];
   if (row.empty()) return {};
+  if (index.column() == RateColumn()) {
+    const std::int64_t rate = BytesPerSecond(static_cast<std::size_t>(index.row()));
+    if (role == kSortRole) return QVariant::fromValue<qint64>(rate);
+    if (role == Qt::TextAlignmentRole) return QVariant::fromValue(Qt::AlignRight | Qt::AlignVCenter);
+    if (role != Qt::DisplayRole) return {};
+    return QString::fromStdString(format::Rate(static_cast<std::uint64_t>(std::max<std::int64_t>(rate, 0)), false));
+  }
   const Cell& cell = row[static_cast<std::size_t>(index.column())];
   const ColumnKind kind = statistics::Columns(list_)[static_cast<std::size_t>(index.column())].kind;
   if (role == kSortRole) {
@@ -112,6 +168,7 @@ QVariant StatisticsListModel::headerData(int section, Qt::Orientation orientatio
                                          int role) const {
   if (orientation != Qt::Horizontal || role != Qt::DisplayRole) return {};
   const auto columns = statistics::Columns(list_);
+  if (section == RateColumn()) return QString::fromUtf8(Tr(Text::StatsColumnRate, language_));
   if (section < 0 || section >= static_cast<int>(columns.size())) return {};
   return QString::fromUtf8(Tr(columns[static_cast<std::size_t>(section)].heading, language_));
 }

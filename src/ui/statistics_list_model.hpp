@@ -5,6 +5,8 @@
 
 #include <QAbstractTableModel>
 #include <QSortFilterProxyModel>
+#include <array>
+#include <chrono>
 #include <cstdint>
 #include <vector>
 
@@ -17,6 +19,10 @@ class StatisticsListModel : public QAbstractTableModel {
  public:
   // Raw values for sorting: the number of number cells and address columns, else the text.
   static constexpr int kSortRole = Qt::UserRole;
+  // Beside the totals, each list shows the bytes per second over the last few seconds: one
+  // sample of every row's byte total a second, the rate taken over the oldest one kept.
+  static constexpr std::size_t kRateSamples = 4;
+  static constexpr auto kRateInterval = std::chrono::seconds(1);
 
   StatisticsListModel(statistics::StatisticsList list, UiLanguage language,
                       QObject* parent = nullptr);
@@ -24,7 +30,8 @@ class StatisticsListModel : public QAbstractTableModel {
   // One updater pass: under the engine's lock copies the records flagged new or changed and
   // clears those flags; then inserts rows for new slots and refreshes the changed ones. A
   // replaced record refreshes the row of its slot. Returns the rows inserted or refreshed.
-  int Refresh(statistics::StatisticsEngine& engine);
+  int Refresh(statistics::StatisticsEngine& engine,
+              std::chrono::steady_clock::time_point now = std::chrono::steady_clock::now());
   // After the engine was cleared: no rows.
   void Clear();
   statistics::StatisticsList list() const { return list_; }
@@ -38,6 +45,18 @@ class StatisticsListModel : public QAbstractTableModel {
 
  private:
   using Row = std::vector<statistics::Cell>;
+  struct Sample {
+    std::chrono::steady_clock::time_point time;
+    std::int64_t bytes = 0;
+  };
+  // A row's byte samples, oldest first once the ring has wrapped.
+  struct RateHistory {
+    std::array<Sample, kRateSamples> samples{};
+    std::size_t count = 0;
+  };
+  int RateColumn() const;
+  std::int64_t BytesPerSecond(std::size_t row) const;
+  void TakeRateSamples(std::chrono::steady_clock::time_point now);
   template <typename Record>
   void Collect(statistics::StatTable<Record>& table, std::vector<std::pair<int, Row>>& changed,
                int& used);
@@ -45,6 +64,8 @@ class StatisticsListModel : public QAbstractTableModel {
   statistics::StatisticsList list_;
   UiLanguage language_;
   std::vector<Row> rows_;
+  std::vector<RateHistory> rates_;
+  std::chrono::steady_clock::time_point lastSample_{};
   std::int64_t replaced_ = 0;
 };
 

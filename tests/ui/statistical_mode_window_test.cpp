@@ -69,7 +69,7 @@ class StatisticalModeWindowTest : public QObject {
     ui::StatisticalModeWindow window(settings, {}, false, false);
     QCOMPARE(window.windowTitle(), QStringLiteral("Hollowbright VORMELT (Statistical Mode)"));
     QCOMPARE(window.statusText(), QStringLiteral("Status: Waiting for you to start me."));
-    QCOMPARE(window.model(StatisticsList::LocalPorts).columnCount(), 9);
+    QCOMPARE(window.model(StatisticsList::LocalPorts).columnCount(), 9 + 1);  // and the rate
     QCOMPARE(window.model(StatisticsList::IpAddressPairs).headerData(1, Qt::Horizontal, Qt::DisplayRole)
                  .toString(), QStringLiteral("Bytes sent"));
   }
@@ -109,6 +109,19 @@ class StatisticalModeWindowTest : public QObject {
     }
     tiesBefore.removeAll(QStringLiteral("10.0.0.6"));
     QCOMPARE(tiesAfter, tiesBefore);
+  }
+
+  void rateOverTheLastSeconds() {
+    ProgramSettings settings;
+    ui::StatisticalModeWindow window(settings, {}, false, false);
+    ui::StatisticsListModel& model = window.model(StatisticsList::IpAddresses);
+    const auto start = std::chrono::steady_clock::now() + std::chrono::hours(1);
+    const test::Bytes packet = Tcp(1, 986);  // 1,040 bytes counted
+    window.engine().CountPacket(packet);
+    model.Refresh(window.engine(), start);
+    for (int i = 0; i < 4; ++i) window.engine().CountPacket(packet);
+    model.Refresh(window.engine(), start + std::chrono::seconds(2));
+    QCOMPARE(model.index(1, 7).data(ui::StatisticsListModel::kSortRole).toLongLong(), 4 * 1040 / 2);
   }
 
   void clearAsksFirst() {
