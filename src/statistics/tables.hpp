@@ -29,9 +29,9 @@ enum class VictimPolicy : std::uint8_t {
 };
 
 struct IpRecord {
-  Ipv4 address = 0;
   std::int64_t bytesTo = 0, bytesFrom = 0, packetsTo = 0, packetsFrom = 0;
   std::int64_t lastUpdate = 0;
+  Ipv4 address = 0;  // after the counters: the record then fits 48 bytes
   bool changed = false, fresh = false;  // fresh: the "new" flag, the row is still to be inserted
 
   std::uint64_t Key() const { return address; }
@@ -164,7 +164,7 @@ class StatTable {
       index_.PrefetchSlot(victim);
       __builtin_prefetch(&records_[victim]);
       if (policy_ != VictimPolicy::LongestAgo) break;
-      victim = next_[victim];
+      victim = links_[victim].next;
     }
   }
 
@@ -175,11 +175,11 @@ class StatTable {
   // Longest ago: the used slots in a list from the oldest last update to the newest, equal
   // ones by slot, so the head is the victim. A touch moves a record to the tail in O(1).
   void Unlink(std::int32_t slot) {
-    if (previous_[slot] == kUnlinked) return;
-    const std::int32_t before = previous_[slot], after = next_[slot];
-    (before == kNone ? head_ : next_[before]) = after;
-    (after == kNone ? tail_ : previous_[after]) = before;
-    previous_[slot] = kUnlinked;
+    if (links_[slot].previous == kUnlinked) return;
+    const std::int32_t before = links_[slot].previous, after = links_[slot].next;
+    (before == kNone ? head_ : links_[before].next) = after;
+    (after == kNone ? tail_ : links_[after].previous) = before;
+    links_[slot].previous = kUnlinked;
   }
   // Records touched by the same packet share a last update; among them the lower slot goes
   // first, as a pass over the slots with a strict comparison would find it first.
@@ -189,19 +189,18 @@ class StatTable {
     while (before != kNone && before > slot &&
            records_[before].lastUpdate == records_[slot].lastUpdate) {
       after = before;
-      before = previous_[before];
+      before = links_[before].previous;
     }
-    previous_[slot] = before;
-    next_[slot] = after;
-    (before == kNone ? head_ : next_[before]) = slot;
-    (after == kNone ? tail_ : previous_[after]) = slot;
+    links_[slot] = Link{before, after};
+    (before == kNone ? head_ : links_[before].next) = slot;
+    (after == kNone ? tail_ : links_[after].previous) = slot;
   }
 
   void ResetOrder() {
     head_ = tail_ = kNone;
     if (policy_ == VictimPolicy::LongestAgo) {
       // The tree stays untouched (and its pages unmapped) while it is not used.
-      for (std::int32_t slot = 0; slot < kTableCapacity; ++slot) previous_[slot] = kUnlinked;
+      for (std::int32_t slot = 0; slot < kTableCapacity; ++slot) links_[slot].previous = kUnlinked;
       return;
     }
     for (std::int32_t node = 0; node < 2 * leaves_; ++node) tree_[node] = kEmptyNode;
@@ -231,8 +230,11 @@ class StatTable {
 
   std::unique_ptr<Record[]> records_;
   std::unique_ptr<Node[]> tree_;
-  std::unique_ptr<std::int32_t[]> previous_ = std::make_unique<std::int32_t[]>(kTableCapacity);
-  std::unique_ptr<std::int32_t[]> next_ = std::make_unique<std::int32_t[]>(kTableCapacity);
+  // The longest-ago list; both links of a slot share a cache line.
+  struct Link {
+    std::int32_t previous, next;
+  };
+  std::unique_ptr<Link[]> links_ = std::make_unique<Link[]>(kTableCapacity);
   std::int32_t head_ = kNone, tail_ = kNone;
   SlotIndex index_{kTableCapacity};
   std::int32_t leaves_ = kTableCapacity;  // a power of two, at least the slots in use

@@ -67,12 +67,10 @@ TEST(StatisticsRace, ReceiveUpdaterRefresherAndWindowShareTheTables) {
       std::this_thread::sleep_for(std::chrono::milliseconds(2));
     }
   });
-  receive.join();
-  updater.join();
-  addresses.join();
-  window.join();
+  for (std::jthread* thread : {&receive, &updater, &addresses, &window}) thread->join();
 
   EXPECT_EQ(engine.PacketSequence(), 200 * static_cast<std::int64_t>(packets.size()));
+  // Limits and clearing changed all along: every record must still be found where it is.
   engine.WithTables([](const StatisticsTables& t) {
     for (std::int32_t s = 0; s < t.ip.Used(); ++s) EXPECT_EQ(t.ip.Find(t.ip.At(s).Key()), s);
     for (std::int32_t s = 0; s < t.pairs.Used(); ++s) EXPECT_EQ(t.pairs.Find(t.pairs.At(s).Key()), s);

@@ -239,26 +239,5 @@ TEST(StatisticsEngine, IndexAndVictimOrderAgreeWithAPassOverEverySlot) {
   }
 }
 
-TEST(StatisticsEngine, NewLimitsAndClearingKeepTheIndexTrue) {
-  Fixture f({}, {50, VictimPolicy::LongestAgo});
-  for (Ipv4 i = 0; i < 40; ++i) f.engine.CountPacket(Tcp(0x0C000000 + i, 0x0D000000 + i));
-  f.engine.SetLimits({10, VictimPolicy::Highest});  // fewer than held: replace, never grow
-  f.engine.CountPacket(Tcp(0x0B000001, 0x0B000002));
-  f.Read([](const StatisticsTables& t) {
-    EXPECT_EQ(t.ip.Used(), 50);
-    // All totals tie at 1: both new records take slot 0, the destination last.
-    EXPECT_EQ(t.ip.Find(0x0B000002), 0);
-    EXPECT_EQ(t.ip.Find(0x0B000001), -1);
-    EXPECT_GE(t.ip.Find(0x0D000000 + 39), 0);
-  });
-  f.engine.ClearAll();
-  f.engine.CountPacket(Tcp(kA, kB));
-  f.Read([](const StatisticsTables& t) {
-    EXPECT_EQ(t.ip.Used(), 2);
-    EXPECT_EQ(t.ip.Find(kA), 0);
-    EXPECT_EQ(t.ip.Find(0x0D000000 + 39), -1);
-  });
-}
-
 }  // namespace
 }  // namespace vormelt::statistics

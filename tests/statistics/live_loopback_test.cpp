@@ -41,14 +41,8 @@ std::pair<std::uint16_t, std::uint16_t> TalkTcp() {
   const std::string data(4000, 'd');
   (void)!write(client, data.data(), data.size());
   char buffer[8192];
-  for (std::size_t got = 0; got < data.size();) {
-    const ssize_t n = read(served, buffer, sizeof buffer);
-    if (n <= 0) break;
-    got += static_cast<std::size_t>(n);
-  }
-  close(client);
-  close(served);
-  close(listener);
+  for (ssize_t got = 0, n = 1; got < 4000 && n > 0; got += n) n = read(served, buffer, sizeof buffer);
+  for (const int fd : {client, served, listener}) close(fd);
   return {ntohs(address.sin_port), ntohs(own.sin_port)};
 }
 
