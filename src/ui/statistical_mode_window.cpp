@@ -127,6 +127,7 @@ void StatisticalModeWindow::Impl::BuildWidgets() {
     view->verticalHeader()->setDefaultSectionSize(view->fontMetrics().height() + 6);
     view->setWordWrap(false);
     view->horizontalHeader()->setStretchLastSection(true);
+    view->horizontalHeader()->setDefaultSectionSize(115);
     view->horizontalHeader()->setSectionResizeMode(QHeaderView::Interactive);
     view->setColumnWidth(0, kLists[i] == StatisticsList::IpAddressPairs ? 220 : 150);
     if (kLists[i] == StatisticsList::LocalPorts) view->setColumnWidth(7, 200);  // Port use
