@@ -21,7 +21,7 @@ namespace {
 using test::Bytes;
 using Counts = std::map<std::string, long>;
 
-// TCP (some padded past their total length), UDP, ICMP echo, and ARP and IPv6 frames that
+// TCP (some padded past their total length), UDP, ICMP echo, and ARP frames that
 // neither side may count. No packet goes from an address to itself, and no ICMP error carries
 // a second IP header, which tshark would count as well.
 void WriteCapture(const std::string& path) {
