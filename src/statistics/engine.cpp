@@ -77,15 +77,17 @@ void StatisticsEngine::CountPacket(std::span<const std::uint8_t> ip) {
   tables.ip.Prefetch(destination);
   tables.pairs.Prefetch(IpPairRecord::KeyOf(source, destination));
   tables.pairs.Prefetch(IpPairRecord::KeyOf(destination, source));
-  tables.ip.PrefetchVictims(limits_.maxItems, 2);
-  tables.pairs.PrefetchVictims(limits_.maxItems, 2);
   if (side != LocalSide::None) {
     tables.ports.Prefetch(LocalPortRecord::KeyOf(localAddress, localPort, tcp));
-    tables.ports.PrefetchVictims(limits_.maxItems, 1);
   }
   CountAddresses(source, destination, bytes, sequence);
   CountPairs(source, destination, bytes, sequence);
   if (side != LocalSide::None) CountPort(localAddress, localPort, tcp, outgoing, bytes, sequence);
+  // The records the next packet would replace are known now; their loads complete while the
+  // receive loop fetches that packet.
+  tables.ip.PrefetchVictims(limits_.maxItems, 2);
+  tables.pairs.PrefetchVictims(limits_.maxItems, 2);
+  tables.ports.PrefetchVictims(limits_.maxItems, 1);
 }
 
 // Both addresses are looked up before anything is created, so a record made for the source may
