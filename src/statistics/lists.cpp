@@ -10,7 +10,7 @@
 namespace vormelt::statistics {
 namespace {
 
-constexpr ColumnSpec kIpColumns[] = {
+constexpr ColumnInfo kIpColumns[] = {
     {Text::StatsColumnIpAddress, "address", ColumnKind::Text},
     {Text::StatsColumnBytesTo, "bytesTo", ColumnKind::Bytes},
     {Text::StatsColumnBytesFrom, "bytesFrom", ColumnKind::Bytes},
@@ -19,14 +19,14 @@ constexpr ColumnSpec kIpColumns[] = {
     {Text::StatsColumnPacketsFrom, "packetsFrom", ColumnKind::Packets},
     {Text::StatsColumnPacketsTotal, "packetsTotal", ColumnKind::Packets},
 };
-constexpr ColumnSpec kPairColumns[] = {
+constexpr ColumnInfo kPairColumns[] = {
     {Text::StatsColumnIpPair, "pair", ColumnKind::Text},
     {Text::StatsColumnBytesSent, "bytesSent", ColumnKind::Bytes},
     {Text::StatsColumnBytesTotal, "bytesTotal", ColumnKind::Bytes},
     {Text::StatsColumnPacketsSent, "packetsSent", ColumnKind::Packets},
     {Text::StatsColumnPacketsTotal, "packetsTotal", ColumnKind::Packets},
 };
-constexpr ColumnSpec kPortColumns[] = {
+constexpr ColumnInfo kPortColumns[] = {
     {Text::StatsColumnLocalIpPort, "localAddressPort", ColumnKind::Text},
     {Text::StatsColumnBytesIn, "bytesIn", ColumnKind::Bytes},
     {Text::StatsColumnBytesOut, "bytesOut", ColumnKind::Bytes},
@@ -89,7 +89,7 @@ void AppendCell(const Cell& cell, ColumnKind kind, SaveFormat format, std::strin
 }
 
 template <typename Record>
-void WriteRecords(const StatTable<Record>& table, std::span<const ColumnSpec> columns,
+void WriteRecords(const StatTable<Record>& table, std::span<const ColumnInfo> columns,
                   SaveFormat format, UiLanguage language, std::string& out) {
   const char separator = format == SaveFormat::Csv ? ',' : '\t';
   if (format == SaveFormat::Json) {
@@ -122,7 +122,7 @@ void WriteRecords(const StatTable<Record>& table, std::span<const ColumnSpec> co
 
 }  // namespace
 
-std::span<const ColumnSpec> Columns(StatisticsList list) {
+std::span<const ColumnInfo> Columns(StatisticsList list) {
   switch (list) {
     case StatisticsList::IpAddressPairs:
       return kPairColumns;

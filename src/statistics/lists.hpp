@@ -19,13 +19,13 @@ inline constexpr int kStatisticsListCount = 3;
 
 enum class ColumnKind : std::uint8_t { Text, Bytes, Packets };
 
-struct ColumnSpec {
+struct ColumnInfo {
   Text heading;
   std::string_view key;  // the JSON member name
   ColumnKind kind;
 };
 
-std::span<const ColumnSpec> Columns(StatisticsList list);
+std::span<const ColumnInfo> Columns(StatisticsList list);
 Text ListTitle(StatisticsList list);
 // "ip", "pairs", "ports" (the command line's --table words).
 std::optional<StatisticsList> ParseList(std::string_view word);
