@@ -11,11 +11,13 @@
 #include <QHBoxLayout>
 #include <QHeaderView>
 #include <QLabel>
+#include <QMenu>
 #include <QMenuBar>
 #include <QPushButton>
 #include <QStatusBar>
 #include <QTabBar>
 #include <QStackedWidget>
+#include <QSystemTrayIcon>
 #include <QTableView>
 #include <QTimer>
 #include <QVBoxLayout>
@@ -79,6 +81,8 @@ struct StatisticalModeWindow::Impl {
   QLabel* status = nullptr;
   QLabel* replaced = nullptr;
   QTimer updater;
+  QSystemTrayIcon* tray = nullptr;
+  bool exitRequested = false;  // the tray's Exit: close even when closing hides to the tray
   bool started = false;  // a capture was started at least once
   bool autoListen = false;
   bool closing = false;
@@ -89,8 +93,39 @@ struct StatisticalModeWindow::Impl {
 
   void BuildWidgets();
   void BuildMenus();
+  void BuildTray();
+  void RestoreFromTray();
   void WriteSettings();
 };
+
+void StatisticalModeWindow::Impl::BuildTray() {
+  if (!QSystemTrayIcon::isSystemTrayAvailable()) return;
+  tray = new QSystemTrayIcon(window.windowIcon(), &window);
+  tray->setToolTip(T(Text::StatsWindowTitle));
+  auto* menu = new QMenu(&window);
+  QObject::connect(menu->addAction(T(Text::TrayRestore)), &QAction::triggered, &window,
+                   [this] { RestoreFromTray(); });
+  QObject::connect(menu->addAction(T(Text::TrayExit)), &QAction::triggered, &window, [this] {
+    exitRequested = true;
+    window.close();
+  });
+  tray->setContextMenu(menu);
+  QObject::connect(tray, &QSystemTrayIcon::activated, &window,
+                   [this](QSystemTrayIcon::ActivationReason reason) {
+                     if (reason == QSystemTrayIcon::Trigger ||
+                         reason == QSystemTrayIcon::DoubleClick) {
+                       RestoreFromTray();
+                     }
+                   });
+  tray->show();
+}
+
+void StatisticalModeWindow::Impl::RestoreFromTray() {
+  window.show();
+  window.setWindowState((window.windowState() & ~Qt::WindowMinimized) | Qt::WindowActive);
+  window.raise();
+  window.activateWindow();
+}
 
 void StatisticalModeWindow::Impl::BuildWidgets() {
   auto* central = new QWidget(&window);
@@ -202,6 +237,7 @@ StatisticalModeWindow::StatisticalModeWindow(ProgramSettings& settings,
   setWindowIcon(ProgramIcon());
   d.BuildWidgets();
   d.BuildMenus();
+  d.BuildTray();
   resize(820, 520);
   d.refresher = std::make_unique<statistics::LocalAddressRefresher>(d.locals);
   if (!d.refresher->Running()) {
@@ -374,6 +410,13 @@ void StatisticalModeWindow::closeEvent(QCloseEvent* event) {
     event->accept();
     return;
   }
+  // Counting goes on in the notification area when the user asked for that.
+  if (d.settings.minimizeToTrayOnClose && d.tray && !d.exitRequested &&
+      d.pendingSwitch == kNoPendingSwitch) {
+    event->ignore();
+    hide();
+    return;
+  }
   d.closing = true;
   d.updater.stop();
   d.WriteSettings();
@@ -382,7 +425,9 @@ void StatisticalModeWindow::closeEvent(QCloseEvent* event) {
     Relaunch(static_cast<ProgramMode>(d.pendingSwitch));
     d.pendingSwitch = kNoPendingSwitch;
   }
+  if (d.tray) d.tray->hide();
   event->accept();
+  QCoreApplication::quit();
 }
 
 int RunStatisticalModeWindow(ProgramSettings& settings, bool startMinimized, bool autoListen) {
