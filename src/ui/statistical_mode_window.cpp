@@ -367,8 +367,9 @@ void StatisticalModeWindow::switchModes(ProgramMode target) {
 
 void StatisticalModeWindow::refresh() {
   Impl& d = *impl_;
-  // Only the visible list is brought up to date; the others keep their flags for later.
-  d.models[static_cast<std::size_t>(visibleList())]->Refresh(d.engine);
+  // Every list, shown or not, so that each keeps its rate history and a switch of lists shows
+  // current rows at once; a pass copies only what changed since the last one.
+  for (StatisticsListModel* model : d.models) model->Refresh(d.engine);
   d.status->setText(statusText());
   const std::int64_t replaced = d.engine.WithTables([](const statistics::StatisticsTables& t) {
     return t.ip.Replaced() + t.pairs.Replaced() + t.ports.Replaced();

@@ -178,15 +178,18 @@ bool SaveScreenshots(const QString& folder) {
   QDir().mkpath(folder);
   const QString suffix = ui::Language() == UiLanguage::German ? QStringLiteral("-de") : QStringLiteral("-en");
   ProgramSettings settings;
+  settings.interface.address = "127.0.0.1";  // listens while ping runs (needs capture rights)
   ui::StatisticalModeWindow window(settings, {8192}, false, false);
-  window.resize(900, 420);
-  statistics::LocalAddressList locals;
+  window.resize(1120, 420);
+  window.startListening();
+  std::system("ping -c 25 -i 0.1 127.0.0.1 >/dev/null 2>&1 &");
   for (int i = 0; i < 400; ++i) {
     const auto host = static_cast<std::uint8_t>(1 + i % 12);
     window.engine().CountPacket(Tcp(host, static_cast<std::size_t>(40 * host + i % 700),
                                     static_cast<std::uint16_t>(i % 3 ? 80 : 443)));
   }
   window.show();
+  QTest::qWait(3000);
   bool ok = true;
   const char* names[] = {"addresses", "pairs", "ports"};
   for (int list = 0; list < 3; ++list) {
