@@ -13,6 +13,8 @@ namespace vormelt::cli {
 int RunNames(std::span<const std::string> args, std::ostream& out, std::ostream& err);
 // vormelt-cli packets --read FILE | --live ADDRESS | --adapter NAME  [options]
 int RunPackets(std::span<const std::string> args, std::ostream& out, std::ostream& err);
+// vormelt-cli stats --read FILE | --live ADDRESS | --adapter NAME  [options]
+int RunStats(std::span<const std::string> args, std::ostream& out, std::ostream& err);
 // vormelt-cli codec --in ... --out ... [options]   (reads `in` to its end)
 int RunCodec(std::span<const std::string> args, std::istream& in, std::ostream& out,
              std::ostream& err);

@@ -19,6 +19,7 @@ constexpr Entry kEntries[] = {
 #include "common/texts/filter.def"
 #include "common/texts/codec.def"
 #include "common/texts/ui.def"
+#include "common/texts/statistics.def"
 #undef VORMELT_TEXT
 };
 

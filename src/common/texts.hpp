@@ -28,6 +28,7 @@ enum class Text : std::uint16_t {
 #include "common/texts/filter.def"
 #include "common/texts/codec.def"
 #include "common/texts/ui.def"
+#include "common/texts/statistics.def"
 #undef VORMELT_TEXT
 #endif
   Count_

@@ -23,6 +23,11 @@ constexpr const char* kUsage =
     "           [--wide]] [--filter-profile FILE [--match-case]]\n"
     "      Capture or read packets into the packet store and print one line per stored packet\n"
     "      (the eleven list columns separated by TABs), or each packet's rendering.\n"
+    "  stats (--read FILE | --live ADDRESS | --adapter NAME) [--seconds N]\n"
+    "        [--table ip|pairs|ports] [--max-items N] [--policy longest-ago|lowest|highest]\n"
+    "        [--local ADDRESS,...] [--format tsv|csv|json]\n"
+    "      Count bytes and packets per IP address, address pair or local port, then print\n"
+    "      the table (raw integers; --local replaces the host's own addresses).\n"
     "  codec --in text|hex|base64 --out text|hex|base64|md5 [--clean] [--ascii] [--null-to-space]\n"
     "      Convert standard input and write the result to standard output (no line break\n"
     "      added; MD5 is exactly 32 lower-case hex digits).\n"
@@ -52,6 +57,7 @@ int main(int argc, char** argv) {
   }
   if (command == "names") return vormelt::cli::RunNames(rest, std::cout, std::cerr);
   if (command == "packets") return vormelt::cli::RunPackets(rest, std::cout, std::cerr);
+  if (command == "stats") return vormelt::cli::RunStats(rest, std::cout, std::cerr);
   if (command == "codec") return vormelt::cli::RunCodec(rest, std::cin, std::cout, std::cerr);
   std::cerr << "vormelt-cli: unknown command '" << command << "' (try --help)\n";
   return 2;

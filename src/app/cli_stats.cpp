@@ -1,0 +1,201 @@
+// vormelt-cli stats: counts a capture file or a live capture into the statistics tables, then
+// prints one table with the window's columns (raw integers). --local stands in for the host's
+// own addresses, for files captured on another machine. SIGINT/SIGTERM end a live count early.
+#include <pthread.h>
+#include <signal.h>
+
+#include <charconv>
+#include <chrono>
+#include <optional>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "app/cli.hpp"
+#include "capture/session.hpp"
+#include "statistics/engine.hpp"
+#include "statistics/lists.hpp"
+
+namespace vormelt::cli {
+namespace {
+
+namespace stats = vormelt::statistics;
+
+constexpr int kExitOk = 0, kExitFailed = 1, kExitUsage = 2;
+constexpr auto kPollInterval = std::chrono::milliseconds(10);
+
+struct StatsOptions {
+  std::optional<CaptureTarget> target;
+  long seconds = 0;  // 0: until the file ends or a signal comes
+  stats::StatisticsList list = stats::StatisticsList::IpAddresses;
+  stats::StatisticsLimits limits{stats::kTableCapacity, stats::VictimPolicy::LongestAgo};
+  std::optional<std::vector<stats::Ipv4>> locals;  // set: replaces the host's addresses
+  stats::SaveFormat format = stats::SaveFormat::Text;
+};
+
+int Usage(std::ostream& err, const std::string& problem) {
+  err << "vormelt-cli stats: " << problem << " (see vormelt-cli --help)\n";
+  return kExitUsage;
+}
+
+bool ParseNumber(const std::string& text, long low, long high, long& value) {
+  const char* end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, value);
+  return error == std::errc() && stop == end && value >= low && value <= high;
+}
+
+std::optional<stats::VictimPolicy> ParsePolicy(const std::string& word) {
+  if (word == "longest-ago") return stats::VictimPolicy::LongestAgo;
+  if (word == "lowest") return stats::VictimPolicy::Lowest;
+  if (word == "highest") return stats::VictimPolicy::Highest;
+  return std::nullopt;
+}
+
+bool ParseLocals(const std::string& text, std::vector<stats::Ipv4>& addresses) {
+  std::size_t begin = 0;
+  while (begin <= text.size()) {
+    const std::size_t comma = std::min(text.find(',', begin), text.size());
+    stats::Ipv4 address = 0;
+    if (!stats::ParseIpv4(std::string_view(text).substr(begin, comma - begin), address)) {
+      return false;
+    }
+    addresses.push_back(address);
+    begin = comma + 1;
+  }
+  return addresses.size() <= stats::LocalAddressList::kCapacity;
+}
+
+// One option with its value; returns kExitOk or the usage status after printing the problem.
+int ParseOption(const std::string& option, const std::string& value, StatsOptions& options,
+                std::ostream& err) {
+  const auto setTarget = [&](CaptureTarget target) {
+    if (options.target) return Usage(err, "give only one of --read, --live and --adapter");
+    options.target = std::move(target);
+    return kExitOk;
+  };
+  if (option == "--read") return setTarget(CaptureTarget::File(value));
+  if (option == "--live") return setTarget(CaptureTarget::Address(value));
+  if (option == "--adapter") return setTarget(CaptureTarget::Adapter(value));
+  if (option == "--seconds") {
+    if (!ParseNumber(value, 1, 31'536'000, options.seconds)) {
+      return Usage(err, "--seconds needs a number above 0");
+    }
+  } else if (option == "--table") {
+    const auto list = stats::ParseList(value);
+    if (!list) return Usage(err, "--table takes ip, pairs or ports");
+    options.list = *list;
+  } else if (option == "--max-items") {
+    long items = 0;
+    if (!ParseNumber(value, 1, stats::kTableCapacity, items)) {
+      return Usage(err, "--max-items takes a number from 1 to 8192");
+    }
+    options.limits.maxItems = static_cast<std::int32_t>(items);
+  } else if (option == "--policy") {
+    const auto policy = ParsePolicy(value);
+    if (!policy) return Usage(err, "--policy takes longest-ago, lowest or highest");
+    options.limits.policy = *policy;
+  } else if (option == "--local") {
+    options.locals.emplace();
+    if (!ParseLocals(value, *options.locals)) {
+      return Usage(err, "--local takes dotted IPv4 addresses separated by commas");
+    }
+  } else if (option == "--format") {
+    const auto format = stats::ParseSaveFormat(value);
+    if (!format || value == "text") return Usage(err, "--format takes tsv, csv or json");
+    options.format = *format;
+  } else {
+    return Usage(err, "unknown option '" + option + "'");
+  }
+  return kExitOk;
+}
+
+int ParseOptions(std::span<const std::string> args, StatsOptions& options, std::ostream& err) {
+  for (std::size_t i = 0; i < args.size(); i += 2) {
+    if (args[i].rfind("--", 0) != 0) return Usage(err, "unexpected word '" + args[i] + "'");
+    if (i + 1 >= args.size()) return Usage(err, args[i] + " needs a value");
+    if (const int status = ParseOption(args[i], args[i + 1], options, err); status != kExitOk) {
+      return status;
+    }
+  }
+  if (!options.target) return Usage(err, "give --read FILE, --live ADDRESS or --adapter NAME");
+  if (options.seconds && options.target->type == CaptureTarget::Type::File) {
+    return Usage(err, "--seconds applies to live captures only");
+  }
+  return kExitOk;
+}
+
+// The message as one line: its CR LF breaks become blanks.
+std::string OneLine(const CaptureMessage& message) {
+  std::string line;
+  for (const char c : FormatMessage(message, UiLanguage::English)) {
+    if (c != '\r') line += c == '\n' ? ' ' : c;
+  }
+  return line;
+}
+
+// SIGINT and SIGTERM are blocked here (and in the capture threads started from here) and taken
+// by the polling loop, so no handler runs inside libpcap.
+class StopSignals {
+ public:
+  StopSignals() {
+    sigemptyset(&set_);
+    sigaddset(&set_, SIGINT);
+    sigaddset(&set_, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &set_, &previous_);
+  }
+  ~StopSignals() { pthread_sigmask(SIG_SETMASK, &previous_, nullptr); }
+  bool Wait(std::chrono::milliseconds timeout) {
+    const timespec wait{0, static_cast<long>(timeout.count()) * 1'000'000L};
+    return sigtimedwait(&set_, nullptr, &wait) > 0;
+  }
+
+ private:
+  sigset_t set_{};
+  sigset_t previous_{};
+};
+
+}  // namespace
+
+int RunStats(std::span<const std::string> args, std::ostream& out, std::ostream& err) {
+  StatsOptions options;
+  if (const int status = ParseOptions(args, options, err); status != kExitOk) return status;
+
+  stats::LocalAddressList locals;
+  std::optional<stats::LocalAddressRefresher> refresher;
+  if (options.locals) {
+    locals.Replace(*options.locals);
+  } else {
+    refresher.emplace(locals);
+  }
+  stats::StatisticsEngine engine(locals, options.limits);
+
+  StopSignals signals;
+  CaptureSession session;
+  session.Start(*options.target, engine);
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(options.seconds);
+  while (session.listening.load()) {
+    if (signals.Wait(kPollInterval) ||
+        (options.seconds && std::chrono::steady_clock::now() >= deadline)) {
+      session.Stop();
+    }
+  }
+  session.Wait();
+
+  int status = kExitOk;
+  for (const CaptureMessage& message : session.Messages().Drain()) {
+    err << "vormelt-cli: " << OneLine(message) << "\n";
+    status = kExitFailed;
+  }
+  if (session.Status().status == CaptureStatus::Idle) return status;
+
+  std::string text;
+  engine.WithTables([&](const stats::StatisticsTables& tables) {
+    stats::WriteList(tables, options.list, options.format, UiLanguage::English, text);
+  });
+  out.write(text.data(), static_cast<std::streamsize>(text.size()));
+  out.flush();
+  err << engine.PacketSequence() << " packets counted\n";
+  return status;
+}
+
+}  // namespace vormelt::cli

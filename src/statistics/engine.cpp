@@ -1,0 +1,207 @@
+// The counting rules: which packets count, what length they count with, and the order in which
+// records are found, updated and created. Every slot is obtained under the lock, so a record
+// replaced by one packet is never half-seen by the updater.
+#include "statistics/engine.hpp"
+
+#include <algorithm>
+
+#include "common/byte_order.hpp"
+#include "common/wire.hpp"
+
+namespace vormelt::statistics {
+namespace {
+
+constexpr std::size_t kMinIpv4Header = 20;
+// Byte counts add a link-layer header to every packet, so that they read as frame sizes.
+constexpr std::int64_t kCountedLinkHeader = 14;
+
+void TouchIp(IpRecord& record, bool from, std::int64_t bytes, std::int64_t sequence) {
+  if (from) {
+    record.bytesFrom += bytes;
+    record.packetsFrom += 1;
+  } else {
+    record.bytesTo += bytes;
+    record.packetsTo += 1;
+  }
+  record.changed = true;
+  record.lastUpdate = sequence;
+}
+
+}  // namespace
+
+StatisticsEngine::StatisticsEngine(const LocalAddressList& locals, StatisticsLimits limits)
+    : locals_(locals), tables_(std::make_unique<StatisticsTables>()) {
+  SetLimits(limits);
+}
+
+SinkVerdict StatisticsEngine::Take(const FrameRecord& frame) {
+  const std::span<const std::uint8_t> bytes = frame.bytes;
+  if (bytes.size() < kEthernetHeaderLength) return SinkVerdict::Skipped;
+  if (ReadBe16(bytes.data() + 12) != kEtherTypeIpv4) return SinkVerdict::Skipped;
+  CountPacket(bytes.subspan(kEthernetHeaderLength));
+  return SinkVerdict::Stored;
+}
+
+void StatisticsEngine::CountPacket(std::span<const std::uint8_t> ip) {
+  if (ip.size() > kMaxPacketLength || ip.size() < kMinIpv4Header) return;
+  if ((ip[0] >> 4) != 4) return;
+  const std::size_t headerLength = std::size_t{ip[0] & 0x0Fu} * 4;
+  const std::uint8_t protocol = ip[9];
+  const Ipv4 source = ReadBe32(ip.data() + 12);
+  const Ipv4 destination = ReadBe32(ip.data() + 16);
+
+  // Only TCP trusts the header's total length over the received length (padding after a short
+  // segment is not traffic); UDP and the rest count what arrived, as they always have.
+  std::size_t length = ip.size();
+  if (protocol == kProtocolTcp) length = std::min<std::size_t>(length, ReadBe16(ip.data() + 2));
+  const std::int64_t bytes = static_cast<std::int64_t>(length) + kCountedLinkHeader;
+
+  const bool hasPorts = (protocol == kProtocolTcp || protocol == kProtocolUdp) &&
+                        headerLength >= kMinIpv4Header && headerLength + 4 <= ip.size();
+  const LocalSide side = hasPorts ? locals_.Classify(source, destination) : LocalSide::None;
+
+  // The local end, if any: its address and port, and whether the packet leaves from it.
+  const bool outgoing = side == LocalSide::Source;
+  const Ipv4 localAddress = outgoing ? source : destination;
+  const std::uint16_t localPort =
+      side == LocalSide::None ? 0 : ReadBe16(ip.data() + headerLength + (outgoing ? 0 : 2));
+  const bool tcp = protocol == kProtocolTcp;
+
+  const std::int64_t sequence = sequence_.load(std::memory_order_relaxed) + 1;
+  sequence_.store(sequence, std::memory_order_relaxed);
+
+  std::lock_guard lock(mutex_);
+  // The lookups below miss the cache on a busy link; start all their loads at once.
+  StatisticsTables& tables = *tables_;
+  tables.ip.Prefetch(source);
+  tables.ip.Prefetch(destination);
+  tables.pairs.Prefetch(IpPairRecord::KeyOf(source, destination));
+  tables.pairs.Prefetch(IpPairRecord::KeyOf(destination, source));
+  if (side != LocalSide::None) {
+    tables.ports.Prefetch(LocalPortRecord::KeyOf(localAddress, localPort, tcp));
+  }
+  CountAddresses(source, destination, bytes, sequence);
+  CountPairs(source, destination, bytes, sequence);
+  if (side != LocalSide::None) CountPort(localAddress, localPort, tcp, outgoing, bytes, sequence);
+  // The records the next packet would replace are known now; their loads complete while the
+  // receive loop fetches that packet.
+  tables.ip.PrefetchVictims(limits_.maxItems, 2);
+  tables.pairs.PrefetchVictims(limits_.maxItems, 2);
+  tables.ports.PrefetchVictims(limits_.maxItems, 1);
+}
+
+// Both addresses are looked up before anything is created, so a record made for the source may
+// itself be the victim the destination's record replaces (with a list of one item).
+void StatisticsEngine::CountAddresses(Ipv4 source, Ipv4 destination, std::int64_t bytes,
+                                      std::int64_t sequence) {
+  StatTable<IpRecord>& table = tables_->ip;
+  const std::int32_t sourceSlot = table.Find(source);
+  const std::int32_t destinationSlot = table.Find(destination);
+  if (sourceSlot >= 0) {
+    TouchIp(table.At(sourceSlot), true, bytes, sequence);
+    table.Touched(sourceSlot);
+  }
+  if (destinationSlot >= 0) {
+    TouchIp(table.At(destinationSlot), false, bytes, sequence);
+    table.Touched(destinationSlot);
+  }
+  const auto create = [&](Ipv4 address, bool from, bool to) {
+    const std::int32_t slot = table.Obtain(limits_.maxItems);
+    IpRecord& record = table.At(slot);
+    record = IpRecord{.address = address, .fresh = true};
+    if (from) TouchIp(record, true, bytes, sequence);
+    if (to) TouchIp(record, false, bytes, sequence);
+    table.Commit(slot);
+  };
+  // A packet to itself has one record, which takes both directions.
+  const bool self = source == destination;
+  if (sourceSlot < 0) create(source, true, self);
+  if (destinationSlot < 0 && !self) create(destination, false, true);
+}
+
+void StatisticsEngine::CountPairs(Ipv4 source, Ipv4 destination, std::int64_t bytes,
+                                  std::int64_t sequence) {
+  StatTable<IpPairRecord>& table = tables_->pairs;
+  const std::int32_t forwardSlot = table.Find(IpPairRecord::KeyOf(source, destination));
+  const std::int32_t backwardSlot = table.Find(IpPairRecord::KeyOf(destination, source));
+  // sent: the record whose first address is the source; else it is the reverse record.
+  const auto touch = [&](IpPairRecord& record, bool sent) {
+    if (sent) {
+      record.bytesFirstToSecond += bytes;
+      record.packetsFirstToSecond += 1;
+    } else {
+      record.bytesSecondToFirst += bytes;
+      record.packetsSecondToFirst += 1;
+    }
+    record.changed = true;
+    record.lastUpdate = sequence;
+  };
+  if (forwardSlot >= 0) {
+    touch(table.At(forwardSlot), true);
+    table.Touched(forwardSlot);
+  }
+  if (backwardSlot >= 0) {
+    touch(table.At(backwardSlot), false);
+    table.Touched(backwardSlot);
+  }
+  const auto create = [&](Ipv4 first, Ipv4 second, bool sent, bool received) {
+    const std::int32_t slot = table.Obtain(limits_.maxItems);
+    IpPairRecord& record = table.At(slot);
+    record = IpPairRecord{.first = first, .second = second, .fresh = true};
+    if (sent) touch(record, true);
+    if (received) touch(record, false);
+    table.Commit(slot);
+  };
+  const bool self = source == destination;
+  if (forwardSlot < 0) create(source, destination, true, self);
+  if (backwardSlot < 0 && !self) create(destination, source, false, true);
+}
+
+void StatisticsEngine::CountPort(Ipv4 address, std::uint16_t port, bool tcp, bool outgoing,
+                                 std::int64_t bytes, std::int64_t sequence) {
+  StatTable<LocalPortRecord>& table = tables_->ports;
+  std::int32_t slot = table.Find(LocalPortRecord::KeyOf(address, port, tcp));
+  const bool create = slot < 0;
+  if (create) {
+    slot = table.Obtain(limits_.maxItems);
+    table.At(slot) = LocalPortRecord{.port = port, .address = address, .tcp = tcp, .fresh = true};
+  }
+  LocalPortRecord& record = table.At(slot);
+  if (outgoing) {
+    record.bytesOut += bytes;
+    record.packetsOut += 1;
+  } else {
+    record.bytesIn += bytes;
+    record.packetsIn += 1;
+  }
+  record.changed = true;
+  record.lastUpdate = sequence;
+  if (create) {
+    table.Commit(slot);
+  } else {
+    table.Touched(slot);
+  }
+}
+
+void StatisticsEngine::ClearAll() {
+  std::lock_guard lock(mutex_);
+  tables_->ip.Clear();
+  tables_->pairs.Clear();
+  tables_->ports.Clear();
+}
+
+void StatisticsEngine::SetLimits(StatisticsLimits limits) {
+  limits.maxItems = std::clamp(limits.maxItems, std::int32_t{1}, kTableCapacity);
+  std::lock_guard lock(mutex_);
+  limits_ = limits;
+  tables_->ip.Reshape(limits.maxItems, limits.policy);
+  tables_->pairs.Reshape(limits.maxItems, limits.policy);
+  tables_->ports.Reshape(limits.maxItems, limits.policy);
+}
+
+StatisticsLimits StatisticsEngine::Limits() const {
+  std::lock_guard lock(mutex_);
+  return limits_;
+}
+
+}  // namespace vormelt::statistics

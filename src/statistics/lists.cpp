@@ -1,0 +1,228 @@
+// Column tables and cell values of the statistics lists, and their writers. Port names come from
+// the TCP or UDP name table by the record's protocol flag.
+#include "statistics/lists.hpp"
+
+#include <array>
+#include <cstdio>
+
+#include "packets/names.hpp"
+
+namespace vormelt::statistics {
+namespace {
+
+constexpr ColumnInfo kIpColumns[] = {
+    {Text::StatsColumnIpAddress, "address", ColumnKind::Text},
+    {Text::StatsColumnBytesTo, "bytesTo", ColumnKind::Bytes},
+    {Text::StatsColumnBytesFrom, "bytesFrom", ColumnKind::Bytes},
+    {Text::StatsColumnBytesTotal, "bytesTotal", ColumnKind::Bytes},
+    {Text::StatsColumnPacketsTo, "packetsTo", ColumnKind::Packets},
+    {Text::StatsColumnPacketsFrom, "packetsFrom", ColumnKind::Packets},
+    {Text::StatsColumnPacketsTotal, "packetsTotal", ColumnKind::Packets},
+};
+constexpr ColumnInfo kPairColumns[] = {
+    {Text::StatsColumnIpPair, "pair", ColumnKind::Text},
+    {Text::StatsColumnBytesSent, "bytesSent", ColumnKind::Bytes},
+    {Text::StatsColumnBytesTotal, "bytesTotal", ColumnKind::Bytes},
+    {Text::StatsColumnPacketsSent, "packetsSent", ColumnKind::Packets},
+    {Text::StatsColumnPacketsTotal, "packetsTotal", ColumnKind::Packets},
+};
+constexpr ColumnInfo kPortColumns[] = {
+    {Text::StatsColumnLocalIpPort, "localAddressPort", ColumnKind::Text},
+    {Text::StatsColumnBytesIn, "bytesIn", ColumnKind::Bytes},
+    {Text::StatsColumnBytesOut, "bytesOut", ColumnKind::Bytes},
+    {Text::StatsColumnBytesTotal, "bytesTotal", ColumnKind::Bytes},
+    {Text::StatsColumnPacketsIn, "packetsIn", ColumnKind::Packets},
+    {Text::StatsColumnPacketsOut, "packetsOut", ColumnKind::Packets},
+    {Text::StatsColumnPacketsTotal, "packetsTotal", ColumnKind::Packets},
+    {Text::StatsColumnPortUse, "portUse", ColumnKind::Text},
+    {Text::StatsColumnProtocol, "protocol", ColumnKind::Text},
+};
+
+Cell Number(std::int64_t value) { return Cell{value, {}}; }
+Cell Words(std::string text) { return Cell{0, std::move(text)}; }
+
+void AppendJsonString(std::string_view text, std::string& out) {
+  out += '"';
+  for (const char c : text) {
+    if (c == '"' || c == '\\') {
+      out += '\\';
+      out += c;
+    } else if (static_cast<unsigned char>(c) < 0x20) {
+      std::array<char, 8> escaped{};
+      std::snprintf(escaped.data(), escaped.size(), "\\u%04x", static_cast<unsigned>(c));
+      out += escaped.data();
+    } else {
+      out += c;
+    }
+  }
+  out += '"';
+}
+
+void AppendCsvField(std::string_view text, std::string& out) {
+  if (text.find_first_of(",\"\n") == std::string_view::npos) {
+    out += text;
+    return;
+  }
+  out += '"';
+  for (const char c : text) {
+    if (c == '"') out += '"';
+    out += c;
+  }
+  out += '"';
+}
+
+// Text and CSV cells: TABs inside a name would split the line, so they become blanks.
+void AppendTextField(std::string_view text, std::string& out) {
+  for (const char c : text) out += (c == '\t' || c == '\r' || c == '\n') ? ' ' : c;
+}
+
+void AppendCell(const Cell& cell, ColumnKind kind, SaveFormat format, std::string& out) {
+  if (kind != ColumnKind::Text) {
+    out += std::to_string(cell.number);
+  } else if (format == SaveFormat::Json) {
+    AppendJsonString(cell.text, out);
+  } else if (format == SaveFormat::Csv) {
+    AppendCsvField(cell.text, out);
+  } else {
+    AppendTextField(cell.text, out);
+  }
+}
+
+template <typename Record>
+void WriteRecords(const StatTable<Record>& table, std::span<const ColumnInfo> columns,
+                  SaveFormat format, UiLanguage language, std::string& out) {
+  const char separator = format == SaveFormat::Csv ? ',' : '\t';
+  if (format == SaveFormat::Json) {
+    out += '[';
+  } else {
+    for (std::size_t c = 0; c < columns.size(); ++c) {
+      if (c) out += separator;
+      const std::string heading = Tr(columns[c].heading, language);
+      format == SaveFormat::Csv ? AppendCsvField(heading, out) : AppendTextField(heading, out);
+    }
+    out += "\n";
+  }
+  for (std::int32_t slot = 0; slot < table.Used(); ++slot) {
+    const Record& record = table.At(slot);
+    if (format == SaveFormat::Json) out += slot ? ",\n{" : "\n{";
+    for (std::size_t c = 0; c < columns.size(); ++c) {
+      if (format == SaveFormat::Json) {
+        if (c) out += ',';
+        AppendJsonString(columns[c].key, out);
+        out += ':';
+      } else if (c) {
+        out += separator;
+      }
+      AppendCell(CellOf(record, static_cast<int>(c), language), columns[c].kind, format, out);
+    }
+    out += format == SaveFormat::Json ? "}" : "\n";
+  }
+  if (format == SaveFormat::Json) out += table.Used() ? "\n]\n" : "]\n";
+}
+
+}  // namespace
+
+std::span<const ColumnInfo> Columns(StatisticsList list) {
+  switch (list) {
+    case StatisticsList::IpAddressPairs:
+      return kPairColumns;
+    case StatisticsList::LocalPorts:
+      return kPortColumns;
+    case StatisticsList::IpAddresses:
+      break;
+  }
+  return kIpColumns;
+}
+
+Text ListTitle(StatisticsList list) {
+  switch (list) {
+    case StatisticsList::IpAddressPairs:
+      return Text::StatsListIpPairs;
+    case StatisticsList::LocalPorts:
+      return Text::StatsListLocalPorts;
+    case StatisticsList::IpAddresses:
+      break;
+  }
+  return Text::StatsListIpAddresses;
+}
+
+std::optional<StatisticsList> ParseList(std::string_view word) {
+  if (word == "ip") return StatisticsList::IpAddresses;
+  if (word == "pairs") return StatisticsList::IpAddressPairs;
+  if (word == "ports") return StatisticsList::LocalPorts;
+  return std::nullopt;
+}
+
+std::optional<SaveFormat> ParseSaveFormat(std::string_view word) {
+  if (word == "tsv" || word == "text") return SaveFormat::Text;
+  if (word == "csv") return SaveFormat::Csv;
+  if (word == "json") return SaveFormat::Json;
+  return std::nullopt;
+}
+
+std::string FormatIpv4(Ipv4 address) {
+  std::array<char, 16> text{};
+  std::snprintf(text.data(), text.size(), "%u.%u.%u.%u", address >> 24, (address >> 16) & 0xFFu,
+                (address >> 8) & 0xFFu, address & 0xFFu);
+  return text.data();
+}
+
+Cell CellOf(const IpRecord& record, int column, UiLanguage) {
+  switch (column) {
+    case 0: return Cell{record.address, FormatIpv4(record.address)};
+    case 1: return Number(record.bytesTo);
+    case 2: return Number(record.bytesFrom);
+    case 3: return Number(record.ByteTotal());
+    case 4: return Number(record.packetsTo);
+    case 5: return Number(record.packetsFrom);
+    default: return Number(record.PacketTotal());
+  }
+}
+
+Cell CellOf(const IpPairRecord& record, int column, UiLanguage) {
+  switch (column) {
+    case 0:
+      // The sign bit flipped keeps the unsigned order of (first, second) in a signed number.
+      return Cell{static_cast<std::int64_t>(record.Key() ^ (std::uint64_t{1} << 63)),
+                  FormatIpv4(record.first) + " - " + FormatIpv4(record.second)};
+    case 1: return Number(record.bytesFirstToSecond);
+    case 2: return Number(record.ByteTotal());
+    case 3: return Number(record.packetsFirstToSecond);
+    default: return Number(record.PacketTotal());
+  }
+}
+
+Cell CellOf(const LocalPortRecord& record, int column, UiLanguage language) {
+  switch (column) {
+    case 0:
+      return Cell{static_cast<std::int64_t>(record.Key()),
+                  FormatIpv4(record.address) + ":" + std::to_string(record.port)};
+    case 1: return Number(record.bytesIn);
+    case 2: return Number(record.bytesOut);
+    case 3: return Number(record.ByteTotal());
+    case 4: return Number(record.packetsIn);
+    case 5: return Number(record.packetsOut);
+    case 6: return Number(record.PacketTotal());
+    case 7: {
+      const auto protocol = record.tcp ? names::PortProtocol::Tcp : names::PortProtocol::Udp;
+      const char* name = names::PortName(protocol, record.port);
+      return Words(name ? name : Tr(Text::Unknown, language));
+    }
+    default:
+      return Words(Tr(record.tcp ? Text::StatsProtocolTcp : Text::StatsProtocolUdp, language));
+  }
+}
+
+void WriteList(const StatisticsTables& tables, StatisticsList list, SaveFormat format,
+               UiLanguage language, std::string& out) {
+  switch (list) {
+    case StatisticsList::IpAddresses:
+      return WriteRecords(tables.ip, Columns(list), format, language, out);
+    case StatisticsList::IpAddressPairs:
+      return WriteRecords(tables.pairs, Columns(list), format, language, out);
+    case StatisticsList::LocalPorts:
+      return WriteRecords(tables.ports, Columns(list), format, language, out);
+  }
+}
+
+}  // namespace vormelt::statistics

@@ -1,0 +1,99 @@
+// The host's IPv4 addresses from getifaddrs, and the thread that keeps the list current as
+// interfaces come and go (a VPN, a DHCP renewal) while a capture runs.
+#include "statistics/local_addresses.hpp"
+
+#include <ifaddrs.h>
+#include <net/if.h>
+#include <netinet/in.h>
+
+#include <algorithm>
+#include <charconv>
+#include <system_error>
+
+#include "common/byte_order.hpp"
+
+namespace vormelt::statistics {
+
+void LocalAddressList::Replace(std::span<const Ipv4> addresses) {
+  const std::size_t count = std::min(addresses.size(), kCapacity);
+  // Shrink first so a reader never walks entries that are half rewritten beyond the new end.
+  if (count < count_.load(std::memory_order_relaxed)) count_.store(count, std::memory_order_release);
+  for (std::size_t i = 0; i < count; ++i) entries_[i].store(addresses[i], std::memory_order_relaxed);
+  count_.store(count, std::memory_order_release);
+}
+
+LocalSide LocalAddressList::Classify(Ipv4 source, Ipv4 destination) const {
+  const std::size_t count = count_.load(std::memory_order_acquire);
+  for (std::size_t i = 0; i < count; ++i) {
+    const Ipv4 local = entries_[i].load(std::memory_order_relaxed);
+    if (local == source) return LocalSide::Source;
+    if (local == destination) return LocalSide::Destination;
+  }
+  return LocalSide::None;
+}
+
+std::vector<Ipv4> LocalAddressList::Copy() const {
+  const std::size_t count = count_.load(std::memory_order_acquire);
+  std::vector<Ipv4> copy(count);
+  for (std::size_t i = 0; i < count; ++i) copy[i] = entries_[i].load(std::memory_order_relaxed);
+  return copy;
+}
+
+std::vector<Ipv4> HostIpv4Addresses() {
+  std::vector<Ipv4> addresses;
+  ifaddrs* list = nullptr;
+  if (getifaddrs(&list) != 0) return addresses;
+  for (const ifaddrs* entry = list; entry; entry = entry->ifa_next) {
+    if (!entry->ifa_addr || entry->ifa_addr->sa_family != AF_INET) continue;
+    if (!(entry->ifa_flags & IFF_UP)) continue;
+    const auto* inet = reinterpret_cast<const sockaddr_in*>(entry->ifa_addr);
+    addresses.push_back(ReadBe32(reinterpret_cast<const std::uint8_t*>(&inet->sin_addr.s_addr)));
+    if (addresses.size() == LocalAddressList::kCapacity) break;
+  }
+  freeifaddrs(list);
+  return addresses;
+}
+
+bool ParseIpv4(std::string_view text, Ipv4& address) {
+  Ipv4 value = 0;
+  const char* at = text.data();
+  const char* end = text.data() + text.size();
+  for (int part = 0; part < 4; ++part) {
+    if (part > 0) {
+      if (at == end || *at != '.') return false;
+      ++at;
+    }
+    unsigned byte = 256;
+    const auto [stop, error] = std::from_chars(at, end, byte);
+    if (error != std::errc() || byte > 255 || stop - at > 3) return false;
+    at = stop;
+    value = (value << 8) | byte;
+  }
+  if (at != end) return false;
+  address = value;
+  return true;
+}
+
+LocalAddressRefresher::LocalAddressRefresher(LocalAddressList& list) : list_(list) {
+  list_.Replace(HostIpv4Addresses());
+  try {
+    thread_ = std::jthread([this](std::stop_token stop) { Run(stop); });
+  } catch (const std::system_error&) {
+    // The caller tells the user; the list keeps the addresses read above.
+  }
+}
+
+LocalAddressRefresher::~LocalAddressRefresher() {
+  thread_.request_stop();
+  wake_.notify_all();
+}
+
+void LocalAddressRefresher::Run(std::stop_token stop) {
+  std::unique_lock lock(mutex_);
+  while (!wake_.wait_for(lock, stop, kInterval, [] { return false; })) {
+    if (stop.stop_requested()) return;
+    list_.Replace(HostIpv4Addresses());
+  }
+}
+
+}  // namespace vormelt::statistics

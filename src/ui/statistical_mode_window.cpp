@@ -1,0 +1,440 @@
+// The Statistical Mode window. The updater is a 100 ms timer on the window's thread: it takes
+// the statistics lock once per list for a short copy, so the receive thread is never held up by
+// drawing. Rows sit behind a sort proxy, so sorting, selection and scroll position survive.
+#include "ui/statistical_mode_window.hpp"
+
+#include <QApplication>
+#include <QCloseEvent>
+#include <QFile>
+#include <QFileDialog>
+#include <QFileInfo>
+#include <QHBoxLayout>
+#include <QHeaderView>
+#include <QLabel>
+#include <QMenu>
+#include <QMenuBar>
+#include <QPushButton>
+#include <QStatusBar>
+#include <QTabBar>
+#include <QStackedWidget>
+#include <QSystemTrayIcon>
+#include <QTableView>
+#include <QTimer>
+#include <QVBoxLayout>
+#include <array>
+#include <filesystem>
+
+#include "app/startup.hpp"
+#include "capture/session.hpp"
+#include "common/settings.hpp"
+#include "common/settings_store.hpp"
+#include "statistics/engine.hpp"
+#include "statistics/lists.hpp"
+#include "ui/app_startup.hpp"
+#include "ui/dialogs.hpp"
+#include "ui/interface_chooser.hpp"
+#include "ui/mode_switch.hpp"
+#include "ui/qt_text.hpp"
+#include "ui/statistics_list_model.hpp"
+#include "ui/statistics_settings_window.hpp"
+
+namespace vormelt::ui {
+namespace {
+
+using statistics::SaveFormat;
+using statistics::StatisticsList;
+
+constexpr std::array<StatisticsList, statistics::kStatisticsListCount> kLists = {
+    StatisticsList::IpAddresses, StatisticsList::IpAddressPairs, StatisticsList::LocalPorts};
+
+bool InterfaceChosen(const InterfaceSettings& chosen) {
+  return chosen.chosenKind == InterfaceKind::RawSockets ? !chosen.address.empty()
+                                                        : !chosen.adapterDevice.empty();
+}
+
+// The mode windows this program has; switching to another would leave the user with none.
+bool ModeWindowBuilt(ProgramMode mode) {
+  return mode == ProgramMode::Packet || mode == ProgramMode::Statistical;
+}
+
+void ShowText(QWidget* parent, Text caption, const QString& text, MessageIcon icon) {
+  MessageRequest request;
+  request.caption = T(caption);
+  request.text = text;
+  request.icon = icon;
+  ShowMessage(parent, request);
+}
+
+}  // namespace
+
+struct StatisticalModeWindow::Impl {
+  StatisticalModeWindow& window;
+  ProgramSettings& settings;
+  statistics::LocalAddressList locals;
+  std::unique_ptr<statistics::LocalAddressRefresher> refresher;
+  statistics::StatisticsEngine engine;
+  CaptureSession session;
+  std::array<StatisticsListModel*, statistics::kStatisticsListCount> models{};
+  std::array<QTableView*, statistics::kStatisticsListCount> views{};
+  QTabBar* tabs = nullptr;
+  QStackedWidget* stack = nullptr;
+  QLabel* status = nullptr;
+  QLabel* replaced = nullptr;
+  QTimer updater;
+  QSystemTrayIcon* tray = nullptr;
+  bool exitRequested = false;  // the tray's Exit: close even when closing hides to the tray
+  bool started = false;  // a capture was started at least once
+  bool autoListen = false;
+  bool closing = false;
+  std::int32_t pendingSwitch = kNoPendingSwitch;
+
+  Impl(StatisticalModeWindow& w, ProgramSettings& s, const statistics::StatisticsLimits& limits)
+      : window(w), settings(s), engine(locals, limits) {}
+
+  void BuildWidgets();
+  void BuildMenus();
+  void BuildTray();
+  void RestoreFromTray();
+  void WriteSettings();
+};
+
+void StatisticalModeWindow::Impl::BuildTray() {
+  if (!QSystemTrayIcon::isSystemTrayAvailable()) return;
+  tray = new QSystemTrayIcon(window.windowIcon(), &window);
+  tray->setToolTip(T(Text::StatsWindowTitle));
+  auto* menu = new QMenu(&window);
+  QObject::connect(menu->addAction(T(Text::TrayRestore)), &QAction::triggered, &window,
+                   [this] { RestoreFromTray(); });
+  QObject::connect(menu->addAction(T(Text::TrayExit)), &QAction::triggered, &window, [this] {
+    exitRequested = true;
+    window.close();
+  });
+  tray->setContextMenu(menu);
+  QObject::connect(tray, &QSystemTrayIcon::activated, &window,
+                   [this](QSystemTrayIcon::ActivationReason reason) {
+                     if (reason == QSystemTrayIcon::Trigger ||
+                         reason == QSystemTrayIcon::DoubleClick) {
+                       RestoreFromTray();
+                     }
+                   });
+  tray->show();
+}
+
+void StatisticalModeWindow::Impl::RestoreFromTray() {
+  window.show();
+  window.setWindowState((window.windowState() & ~Qt::WindowMinimized) | Qt::WindowActive);
+  window.raise();
+  window.activateWindow();
+}
+
+void StatisticalModeWindow::Impl::BuildWidgets() {
+  auto* central = new QWidget(&window);
+  auto* layout = new QVBoxLayout(central);
+  auto* buttons = new QHBoxLayout;
+  const auto addButton = [&](Text text, void (StatisticalModeWindow::*command)()) {
+    auto* button = new QPushButton(T(text), central);
+    connect(button, &QPushButton::clicked, &window, command);
+    buttons->addWidget(button);
+  };
+  addButton(Text::PacketButtonStart, &StatisticalModeWindow::startListening);
+  addButton(Text::PacketButtonStop, &StatisticalModeWindow::stopListening);
+  addButton(Text::PacketButtonClear, &StatisticalModeWindow::clearAll);
+  addButton(Text::PacketButtonChooseInterface, &StatisticalModeWindow::chooseInterface);
+  addButton(Text::PacketButtonOpenCaptureFile, &StatisticalModeWindow::openCaptureFileDialog);
+  buttons->addStretch();
+  layout->addLayout(buttons);
+
+  tabs = new QTabBar(central);
+  stack = new QStackedWidget(central);
+  for (std::size_t i = 0; i < kLists.size(); ++i) {
+    tabs->addTab(T(statistics::ListTitle(kLists[i])));
+    models[i] = new StatisticsListModel(kLists[i], Language(), &window);
+    auto* proxy = new StatisticsSortProxy(&window);
+    proxy->setSourceModel(models[i]);
+    proxy->setDynamicSortFilter(true);
+    auto* view = new QTableView(stack);
+    view->setModel(proxy);
+    view->setSortingEnabled(true);
+    view->sortByColumn(-1, Qt::AscendingOrder);  // slot order until the user picks a column
+    view->setSelectionBehavior(QAbstractItemView::SelectRows);
+    view->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    view->verticalHeader()->hide();
+    view->verticalHeader()->setDefaultSectionSize(view->fontMetrics().height() + 6);
+    view->setWordWrap(false);
+    view->horizontalHeader()->setStretchLastSection(true);
+    view->horizontalHeader()->setDefaultSectionSize(115);
+    view->horizontalHeader()->setSectionResizeMode(QHeaderView::Interactive);
+    view->setColumnWidth(0, kLists[i] == StatisticsList::IpAddressPairs ? 220 : 150);
+    if (kLists[i] == StatisticsList::LocalPorts) view->setColumnWidth(7, 200);  // Port use
+    views[i] = view;
+    stack->addWidget(view);
+  }
+  connect(tabs, &QTabBar::currentChanged, &window, [this](int index) {
+    stack->setCurrentIndex(index);
+    window.refresh();
+  });
+  layout->addWidget(tabs);
+  layout->addWidget(stack, 1);
+  window.setCentralWidget(central);
+
+  status = new QLabel(T(Text::StatsStatusWaiting), &window);
+  replaced = new QLabel(&window);
+  window.statusBar()->addWidget(status, 1);
+  window.statusBar()->addPermanentWidget(replaced);
+}
+
+void StatisticalModeWindow::Impl::BuildMenus() {
+  QMenuBar& bar = *window.menuBar();
+  QMenu& file = *bar.addMenu(T(Text::PacketMenuFile));
+  file.addAction(T(Text::PacketMenuOpenCaptureFile), &window,
+                 &StatisticalModeWindow::openCaptureFileDialog);
+  file.addSeparator();
+  file.addAction(T(Text::StatsMenuSaveText), &window,
+                 [this] { window.saveListDialog(SaveFormat::Text); });
+  file.addAction(T(Text::StatsMenuSaveCsv), &window,
+                 [this] { window.saveListDialog(SaveFormat::Csv); });
+  file.addAction(T(Text::StatsMenuSaveJson), &window,
+                 [this] { window.saveListDialog(SaveFormat::Json); });
+  file.addSeparator();
+  file.addAction(T(Text::PacketMenuExit), &window, &QWidget::close);
+
+  QMenu& capture = *bar.addMenu(T(Text::PacketMenuCapture));
+  capture.addAction(T(Text::PacketMenuStart), &window, &StatisticalModeWindow::startListening);
+  capture.addAction(T(Text::PacketMenuStop), &window, &StatisticalModeWindow::stopListening);
+  capture.addAction(T(Text::PacketMenuClear), &window, &StatisticalModeWindow::clearAll);
+  capture.addAction(T(Text::PacketMenuChooseInterface), &window,
+                    &StatisticalModeWindow::chooseInterface);
+
+  QMenu& lists = *bar.addMenu(T(Text::StatsMenuLists));
+  for (const StatisticsList list : kLists) {
+    lists.addAction(T(statistics::ListTitle(list)), &window, [this, list] { window.showList(list); });
+  }
+
+  QMenu& switching = *bar.addMenu(T(Text::PacketMenuSwitchModes));
+  for (const ProgramMode mode :
+       {ProgramMode::Packet, ProgramMode::File, ProgramMode::GraphicalPackets}) {
+    switching.addAction(T(ModeName(mode)), &window, [this, mode] { window.switchModes(mode); });
+  }
+
+  QMenu& options = *bar.addMenu(T(Text::PacketMenuSettings));
+  options.addAction(T(Text::StatsMenuSettingsWindow), &window, &StatisticalModeWindow::openSettings);
+}
+
+void StatisticalModeWindow::Impl::WriteSettings() {
+  const std::filesystem::path file = DefaultSettingsFile();
+  std::string error;
+  if (SaveSettings(settings, file, &error)) return;
+  const std::string text = FillText(Text::SettingsSaveFailed, Language(), {file.string(), error});
+  ShowText(&window, Text::ProgramTitle, FromCrLf(text), MessageIcon::Warning);
+}
+
+StatisticalModeWindow::StatisticalModeWindow(ProgramSettings& settings,
+                                             const statistics::StatisticsLimits& limits,
+                                             bool startMinimized, bool autoListen, QWidget* parent)
+    : QMainWindow(parent), impl_(std::make_unique<Impl>(*this, settings, limits)) {
+  Impl& d = *impl_;
+  setWindowTitle(T(Text::StatsWindowTitle));
+  setWindowIcon(ProgramIcon());
+  d.BuildWidgets();
+  d.BuildMenus();
+  d.BuildTray();
+  resize(820, 520);
+  d.refresher = std::make_unique<statistics::LocalAddressRefresher>(d.locals);
+  if (!d.refresher->Running()) {
+    ShowText(this, Text::ProgramTitle, T(Text::StatsNoEnumerator), MessageIcon::Warning);
+  }
+  connect(&d.updater, &QTimer::timeout, this, &StatisticalModeWindow::refresh);
+  d.updater.start(kUpdaterMilliseconds);
+  d.autoListen = autoListen;
+  if (startMinimized) setWindowState(windowState() | Qt::WindowMinimized);
+  if (autoListen) QTimer::singleShot(0, this, &StatisticalModeWindow::startListening);
+  refresh();
+}
+
+StatisticalModeWindow::~StatisticalModeWindow() { impl_->session.Quit(); }
+
+void StatisticalModeWindow::startListening() {
+  Impl& d = *impl_;
+  if (isCapturing()) return;
+  if (!InterfaceChosen(d.settings.interface) && !InterfaceChooser::Choose(d.settings, this)) return;
+  d.settings.interface.kindInUse = d.settings.interface.chosenKind;
+  d.started = true;
+  d.session.Start(CaptureTarget::FromSettings(d.settings.interface), d.engine);
+  refresh();
+}
+
+void StatisticalModeWindow::stopListening() {
+  if (isCapturing()) impl_->session.Stop();
+  refresh();
+}
+
+void StatisticalModeWindow::clearAll() {
+  MessageRequest question;
+  question.caption = T(Text::StatsClearCaption);
+  question.text = T(Text::StatsClearQuestion);
+  question.icon = MessageIcon::Question;
+  question.buttons = MessageButtons::YesNo;
+  question.onDismiss = MessageAnswer::No;
+  if (ShowMessage(this, question) != MessageAnswer::Yes) return;
+  impl_->engine.ClearAll();
+  for (StatisticsListModel* model : impl_->models) model->Clear();
+  refresh();
+}
+
+void StatisticalModeWindow::chooseInterface() {
+  Impl& d = *impl_;
+  if (!InterfaceChooser::Choose(d.settings, this)) return;
+  if (!isCapturing()) {
+    ShowText(this, Text::NoticeCaption, T(Text::InterfaceChangeNotice), MessageIcon::Information);
+    return;
+  }
+  d.settings.interface.kindInUse = d.settings.interface.chosenKind;
+  d.session.Restart(CaptureTarget::FromSettings(d.settings.interface), d.engine);
+  refresh();
+}
+
+void StatisticalModeWindow::openCaptureFileDialog() {
+  const QString filter =
+      T(Text::PacketCaptureFileFilter) + QStringLiteral(";;") + T(Text::PacketAllFilesFilter);
+  const QString path = QFileDialog::getOpenFileName(this, T(Text::PacketOpenCaptureCaption), {}, filter);
+  if (!path.isEmpty()) openCaptureFile(path);
+}
+
+bool StatisticalModeWindow::openCaptureFile(const QString& path) {
+  Impl& d = *impl_;
+  if (isCapturing()) {
+    ShowText(this, Text::ProgramTitle, T(Text::PacketStopListeningFirst), MessageIcon::Stop);
+    return false;
+  }
+  d.started = true;
+  const bool started = d.session.Start(CaptureTarget::File(QFile::encodeName(path).toStdString()), d.engine);
+  refresh();
+  return started;
+}
+
+void StatisticalModeWindow::saveListDialog(SaveFormat format) {
+  const Text filter = format == SaveFormat::Csv    ? Text::StatsCsvFilter
+                      : format == SaveFormat::Json ? Text::StatsJsonFilter
+                                                   : Text::StatsTextFilter;
+  const QString path = QFileDialog::getSaveFileName(this, T(Text::StatsSaveCaption), {},
+                                                    T(filter) + QStringLiteral(";;") +
+                                                        T(Text::PacketAllFilesFilter));
+  if (!path.isEmpty()) saveList(path, format);
+}
+
+bool StatisticalModeWindow::saveList(const QString& path, SaveFormat format) {
+  std::string text;
+  const StatisticsList list = visibleList();
+  impl_->engine.WithTables([&](const statistics::StatisticsTables& tables) {
+    statistics::WriteList(tables, list, format, Language(), text);
+  });
+  QFile file(path);
+  if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) ||
+      file.write(text.data(), static_cast<qint64>(text.size())) != static_cast<qint64>(text.size())) {
+    ShowText(this, Text::ProgramTitle, TF(Text::StatsSaveFailed, path.toLocal8Bit().constData()),
+             MessageIcon::Warning);
+    return false;
+  }
+  return true;
+}
+
+void StatisticalModeWindow::showList(StatisticsList list) {
+  impl_->tabs->setCurrentIndex(static_cast<int>(list));
+}
+
+void StatisticalModeWindow::openSettings() {
+  StatisticsSettingsWindow settingsWindow(impl_->engine.Limits(), this);
+  if (settingsWindow.exec() == QDialog::Accepted) impl_->engine.SetLimits(settingsWindow.limits());
+}
+
+void StatisticalModeWindow::switchModes(ProgramMode target) {
+  Impl& d = *impl_;
+  if (!ModeWindowBuilt(target)) {
+    ShowText(this, Text::ProgramTitle,
+             QString::fromStdString(ModeNotAvailableMessage(target, Language())),
+             MessageIcon::Information);
+    return;
+  }
+  switch (AskSwitchModes(this, d.settings, ProgramMode::Statistical, target)) {
+    case SwitchDecision::Cancel: return;
+    case SwitchDecision::RelaunchAndKeepRunning: Relaunch(target); return;
+    case SwitchDecision::CloseThenRelaunch: break;
+  }
+  stopListening();
+  d.pendingSwitch = static_cast<std::int32_t>(target);
+  close();
+}
+
+void StatisticalModeWindow::refresh() {
+  Impl& d = *impl_;
+  // Every list, shown or not, so that each keeps its rate history and a switch of lists shows
+  // current rows at once; a pass copies only what changed since the last one.
+  for (StatisticsListModel* model : d.models) model->Refresh(d.engine);
+  d.status->setText(statusText());
+  const std::int64_t replaced = d.engine.WithTables([](const statistics::StatisticsTables& t) {
+    return t.ip.Replaced() + t.pairs.Replaced() + t.ports.Replaced();
+  });
+  d.replaced->setText(TF(Text::StatsRecordsReplaced, static_cast<long long>(replaced)));
+  for (const CaptureMessage& message : d.session.Messages().Drain()) {
+    ShowCaptureMessage(this, message);
+  }
+}
+
+bool StatisticalModeWindow::isCapturing() const { return impl_->session.listening.load(); }
+
+void StatisticalModeWindow::waitForCapture() {
+  impl_->session.Wait();
+  refresh();
+}
+
+QString StatisticalModeWindow::statusText() const {
+  if (!impl_->started) return T(Text::StatsStatusWaiting);
+  return T(isCapturing() ? Text::StatsStatusListening : Text::StatsStatusStopped);
+}
+
+StatisticsList StatisticalModeWindow::visibleList() const {
+  return kLists[static_cast<std::size_t>(std::max(0, impl_->tabs->currentIndex()))];
+}
+
+statistics::StatisticsLimits StatisticalModeWindow::limits() const { return impl_->engine.Limits(); }
+statistics::StatisticsEngine& StatisticalModeWindow::engine() const { return impl_->engine; }
+StatisticsListModel& StatisticalModeWindow::model(StatisticsList list) const {
+  return *impl_->models[static_cast<std::size_t>(list)];
+}
+QTableView& StatisticalModeWindow::view(StatisticsList list) const {
+  return *impl_->views[static_cast<std::size_t>(list)];
+}
+
+void StatisticalModeWindow::closeEvent(QCloseEvent* event) {
+  Impl& d = *impl_;
+  if (d.closing) {
+    event->accept();
+    return;
+  }
+  // Counting goes on in the notification area when the user asked for that.
+  if (d.settings.minimizeToTrayOnClose && d.tray && !d.exitRequested &&
+      d.pendingSwitch == kNoPendingSwitch) {
+    event->ignore();
+    hide();
+    return;
+  }
+  d.closing = true;
+  d.updater.stop();
+  d.WriteSettings();
+  d.session.Quit();
+  if (d.pendingSwitch != kNoPendingSwitch) {
+    Relaunch(static_cast<ProgramMode>(d.pendingSwitch));
+    d.pendingSwitch = kNoPendingSwitch;
+  }
+  if (d.tray) d.tray->hide();
+  event->accept();
+  QCoreApplication::quit();
+}
+
+int RunStatisticalModeWindow(ProgramSettings& settings, bool startMinimized, bool autoListen) {
+  StatisticalModeWindow window(settings, statistics::StatisticsLimits{}, startMinimized, autoListen);
+  window.show();
+  return QApplication::exec();
+}
+
+}  // namespace vormelt::ui

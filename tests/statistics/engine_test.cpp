@@ -1,0 +1,243 @@
+// The statistics engine against the counting rules it must keep: the named cases, a reference
+// model that finds records and victims by passing over every slot (the index, LRU list and
+// tree must agree with it packet by packet), and frames no sender should have sent.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <climits>
+#include <random>
+#include <vector>
+
+#include "statistics/engine.hpp"
+#include "support/frames.hpp"
+
+namespace vormelt::statistics {
+namespace {
+
+using test::Bytes;
+
+constexpr Ipv4 kA = 0x0A000001, kB = 0x0A000002, kC = 0x0A000003;
+
+test::Ipv4Header Ip(Ipv4 source, Ipv4 destination, std::uint8_t protocol) {
+  test::Ipv4Header ip;
+  for (int i = 0; i < 4; ++i) {
+    ip.source[i] = static_cast<std::uint8_t>(source >> (24 - 8 * i));
+    ip.destination[i] = static_cast<std::uint8_t>(destination >> (24 - 8 * i));
+  }
+  ip.protocol = protocol;
+  return ip;
+}
+
+Bytes Tcp(Ipv4 source, Ipv4 destination, std::size_t payload = 10, std::uint16_t sport = 40000,
+          std::uint16_t dport = 80) {
+  test::TcpHeader tcp;
+  tcp.sourcePort = sport;
+  tcp.destinationPort = dport;
+  return test::TcpPacket(Ip(source, destination, 6), tcp, Bytes(payload, 'x'));
+}
+
+struct Fixture {
+  LocalAddressList locals;
+  StatisticsEngine engine;
+  explicit Fixture(std::vector<Ipv4> local = {}, StatisticsLimits limits = {8192})
+      : engine(locals, limits) {
+    locals.Replace(local);
+  }
+  template <typename Visit>
+  auto Read(Visit visit) {
+    return engine.WithTables([&](const StatisticsTables& t) { return visit(t); });
+  }
+};
+
+TEST(StatisticsEngine, TwoHostTcpFillsAddressPairAndLocalPortRecords) {
+  Fixture f({kA});
+  const Bytes packet = Tcp(kA, kB);
+  const std::int64_t length = static_cast<std::int64_t>(packet.size()) + 14;
+  f.engine.CountPacket(packet);
+  f.Read([&](const StatisticsTables& t) {
+    ASSERT_EQ(t.ip.Used(), 2);
+    EXPECT_EQ(t.ip.At(0).Key(), kA);
+    EXPECT_EQ(t.ip.At(0).bytesFrom + t.ip.At(0).bytesTo, length);
+    EXPECT_EQ(t.ip.At(1).bytesTo, length);
+    ASSERT_EQ(t.pairs.Used(), 2);
+    EXPECT_EQ(t.pairs.At(0).Key(), IpPairRecord::KeyOf(kA, kB));
+    EXPECT_EQ(t.pairs.At(0).bytesFirstToSecond, length);
+    EXPECT_EQ(t.pairs.At(1).bytesSecondToFirst, t.pairs.At(1).ByteTotal());
+    ASSERT_EQ(t.ports.Used(), 1);
+    EXPECT_EQ(t.ports.At(0).Key(), LocalPortRecord::KeyOf(kA, 40000, true));
+    EXPECT_EQ(t.ports.At(0).bytesOut, t.ports.At(0).ByteTotal());
+  });
+}
+
+TEST(StatisticsEngine, OnlyTcpTrustsTheTotalLengthOverTheReceivedLength) {
+  Fixture f;
+  Bytes tcp = Tcp(kA, kB, 10);
+  const std::size_t tcpTotal = tcp.size();
+  tcp.resize(tcp.size() + 30, 0);  // padding after the datagram
+  Bytes udp = test::UdpPacket(Ip(kA, kC, 17), 5000, 53, Bytes(10, 'y'));
+  const std::size_t udpReceived = udp.size() + 30;
+  udp.resize(udpReceived, 0);
+  f.engine.CountPacket(tcp);
+  f.engine.CountPacket(udp);
+  f.Read([&](const StatisticsTables& t) {
+    EXPECT_EQ(t.ip.At(1).bytesTo, static_cast<std::int64_t>(tcpTotal + 14));
+    EXPECT_EQ(t.ip.At(2).bytesTo, static_cast<std::int64_t>(udpReceived + 14));
+  });
+}
+
+TEST(StatisticsEngine, ListOfOneKeepsTheLastRecordCreated) {
+  Fixture f({}, {1, VictimPolicy::LongestAgo});
+  f.engine.CountPacket(Tcp(kA, kB));
+  f.Read([](const StatisticsTables& t) {
+    ASSERT_EQ(t.ip.Used(), 1);
+    EXPECT_EQ(t.ip.At(0).address, kB);
+    EXPECT_EQ(t.ip.At(0).bytesFrom, 0);
+    EXPECT_EQ(t.pairs.At(0).first, kB);
+  });
+  f.engine.CountPacket(Tcp(kC, kA));
+  f.Read([](const StatisticsTables& t) {
+    EXPECT_EQ(t.ip.At(0).address, kA);
+    EXPECT_EQ(t.ip.At(0).packetsTo, 1);
+    EXPECT_EQ(t.ip.Replaced(), 3);
+  });
+}
+
+TEST(StatisticsEngine, TieAtTheLowestCountReplacesTheLowerSlot) {
+  Fixture f({}, {3, VictimPolicy::Lowest});
+  f.engine.CountPacket(Tcp(kA, kB));  // A: 1, B: 1
+  f.engine.CountPacket(Tcp(kC, kB));  // C: 1, B: 2
+  f.engine.CountPacket(Tcp(kB, 0x0A000004));  // D replaces A (slot 0), not C (slot 2)
+  f.Read([](const StatisticsTables& t) {
+    EXPECT_EQ(t.ip.At(0).address, 0x0A000004u);
+    EXPECT_EQ(t.ip.At(1).address, kB);
+    EXPECT_EQ(t.ip.At(2).address, kC);
+  });
+}
+
+TEST(StatisticsEngine, IcmpUpdatesOnlyAddressesAndPairs) {
+  Fixture f({kA, kB});
+  f.engine.CountPacket(test::IcmpPacket(Ip(kA, kB, 1), 8, 0, Bytes(32, 0)));
+  f.Read([](const StatisticsTables& t) {
+    EXPECT_EQ(t.ip.Used(), 2);
+    EXPECT_EQ(t.pairs.Used(), 2);
+    EXPECT_EQ(t.ports.Used(), 0);
+  });
+}
+
+TEST(StatisticsEngine, BetweenTwoLocalAddressesOnlyTheListedFirstSideCounts) {
+  Fixture f({kB, kA});  // each entry is tested against the source, then the destination
+  f.engine.CountPacket(Tcp(kA, kB, 10, 1111, 2222));
+  f.Read([](const StatisticsTables& t) {
+    ASSERT_EQ(t.ports.Used(), 1);
+    EXPECT_EQ(t.ports.At(0).Key(), LocalPortRecord::KeyOf(kB, 2222, true));
+    EXPECT_EQ(t.ports.At(0).packetsIn, 1);
+  });
+}
+
+TEST(StatisticsEngine, HostileFramesCountNothingOrWhatTheirHeaderAllows) {
+  Fixture f({kA});
+  std::mt19937 random(7);
+  const Bytes good = Tcp(kA, kB);
+  // Every truncation of a good frame, and random garbage behind an IPv4 EtherType.
+  for (std::size_t cut = 0; cut <= good.size(); ++cut) {
+    const Bytes frame = test::RawSocketsFrame(std::span(good).first(cut));
+    f.engine.Take(test::Record(frame, InterfaceKind::RawSockets));
+  }
+  for (int i = 0; i < 2000; ++i) {
+    Bytes garbage(random() % 80);
+    for (auto& byte : garbage) byte = static_cast<std::uint8_t>(random());
+    f.engine.Take(test::Record(test::RawSocketsFrame(garbage), InterfaceKind::RawSockets));
+    f.engine.Take(test::Record(garbage, InterfaceKind::PacketDriver));
+  }
+  // 20 bytes of header are needed; a port needs its four bytes inside the buffer.
+  const std::int64_t counted = f.engine.PacketSequence();
+  EXPECT_GT(counted, 0);
+  f.Read([&](const StatisticsTables& t) {
+    const std::int32_t found = t.ip.Find(kA);
+    ASSERT_GE(found, 0);
+    EXPECT_EQ(t.ip.At(found).packetsFrom, static_cast<std::int64_t>(good.size() - 20 + 1));
+    EXPECT_EQ(t.ports.At(0).packetsOut, static_cast<std::int64_t>(good.size() - 24 + 1));
+  });
+  const Bytes oversized(65536, 0x45);
+  f.engine.CountPacket(oversized);
+  EXPECT_EQ(f.engine.PacketSequence(), counted);
+}
+
+// The rules written the plain way: a pass over the used slots for every lookup and victim.
+struct Reference {
+  struct Row {
+    std::uint64_t key;
+    std::int64_t total, last;
+  };
+  std::vector<Row> rows;
+  std::int32_t max;
+  VictimPolicy policy;
+  std::int32_t Find(std::uint64_t key) const {
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+      if (rows[i].key == key) return static_cast<std::int32_t>(i);
+    }
+    return -1;
+  }
+  std::int32_t Victim() const {
+    std::int32_t best = 0;
+    std::int64_t value = policy == VictimPolicy::Highest ? 0 : LLONG_MAX;
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+      const std::int64_t v = policy == VictimPolicy::LongestAgo ? rows[i].last : rows[i].total;
+      if (policy == VictimPolicy::Highest ? v > value : v < value) {
+        value = v;
+        best = static_cast<std::int32_t>(i);
+      }
+    }
+    return best;
+  }
+  // Both keys are looked up first; a packet to itself is one record with both directions.
+  void Count(std::uint64_t a, std::uint64_t b, std::int64_t seq) {
+    const std::int32_t fa = Find(a), fb = a == b ? fa : Find(b);
+    for (std::int32_t s : {fa, fb}) {
+      if (s >= 0) rows[s].total += 1, rows[s].last = seq;
+    }
+    const auto create = [&](std::uint64_t key, std::int64_t total) {
+      if (static_cast<std::int32_t>(rows.size()) < max) {
+        rows.push_back({key, total, seq});
+      } else {
+        rows[Victim()] = {key, total, seq};
+      }
+    };
+    if (fa < 0) create(a, a == b ? 2 : 1);
+    if (fb < 0 && a != b) create(b, 1);
+  }
+};
+
+TEST(StatisticsEngine, IndexAndVictimOrderAgreeWithAPassOverEverySlot) {
+  for (const VictimPolicy policy :
+       {VictimPolicy::LongestAgo, VictimPolicy::Lowest, VictimPolicy::Highest}) {
+    for (const std::int32_t max : {1, 5, 64}) {
+      Fixture f({}, {max, policy});
+      Reference ip{{}, max, policy}, pairs{{}, max, policy};
+      std::mt19937 random(static_cast<unsigned>(max) * 3 + static_cast<unsigned>(policy));
+      for (std::int64_t seq = 1; seq <= 3000; ++seq) {
+        // Few hosts, so records are found, replaced and found again; some talk to themselves.
+        const Ipv4 a = 0x0A000000 + random() % 40, b = 0x0A000000 + random() % 40;
+        f.engine.CountPacket(Tcp(a, b, 0));
+        ip.Count(a, b, seq);
+        pairs.Count(IpPairRecord::KeyOf(a, b), IpPairRecord::KeyOf(b, a), seq);
+        const bool same = f.Read([&](const StatisticsTables& t) {
+          bool ok = t.ip.Used() == static_cast<std::int32_t>(ip.rows.size()) &&
+                    t.pairs.Used() == static_cast<std::int32_t>(pairs.rows.size());
+          for (std::int32_t s = 0; ok && s < t.ip.Used(); ++s) {
+            ok = t.ip.At(s).Key() == ip.rows[s].key && t.ip.At(s).PacketTotal() == ip.rows[s].total;
+          }
+          for (std::int32_t s = 0; ok && s < t.pairs.Used(); ++s) {
+            ok = t.pairs.At(s).Key() == pairs.rows[s].key &&
+                 t.pairs.At(s).PacketTotal() == pairs.rows[s].total;
+          }
+          return ok;
+        });
+        ASSERT_TRUE(same) << "policy " << int(policy) << " max " << max << " packet " << seq;
+      }
+    }
+  }
+}
+
+}  // namespace
+}  // namespace vormelt::statistics
