@@ -21,6 +21,7 @@
 #include "ui/mode_switch.hpp"
 #include "ui/packet_mode_window.hpp"
 #include "ui/qt_text.hpp"
+#include "ui/statistical_mode_window.hpp"
 
 // Resources of a static library are registered by hand; the macro must stand outside any
 // namespace.
@@ -161,6 +162,11 @@ int RunPacketMode(const ModeStart& start) {
   return QApplication::exec();
 }
 
+int RunStatisticalMode(const ModeStart& start) {
+  return RunStatisticalModeWindow(start.settings, start.decision.startMinimized,
+                                  start.decision.autoListen);
+}
+
 int RunStandaloneEncoder(const ModeStart& start) {
   CodecWindow window(start.settings, /*standalone=*/true);
   window.exec();
@@ -230,6 +236,7 @@ StartupOutcome PrepareStartup(std::string_view commandLine, const StartupPaths& 
 
 void RegisterModeWindows() {
   RegisterModeWindow(ProgramMode::Packet, RunPacketMode);
+  RegisterModeWindow(ProgramMode::Statistical, RunStatisticalMode);
   RegisterModeWindow(ProgramMode::Decoder, RunStandaloneEncoder);
 }
 

@@ -52,11 +52,6 @@ bool InterfaceChosen(const InterfaceSettings& chosen) {
                                                         : !chosen.adapterDevice.empty();
 }
 
-// The mode windows this program has; switching to another would leave the user with none.
-bool ModeWindowBuilt(ProgramMode mode) {
-  return mode == ProgramMode::Packet || mode == ProgramMode::Statistical;
-}
-
 void ShowText(QWidget* parent, Text caption, const QString& text, MessageIcon icon) {
   MessageRequest request;
   request.caption = T(caption);
@@ -224,7 +219,8 @@ void StatisticalModeWindow::Impl::WriteSettings() {
   const std::filesystem::path file = DefaultSettingsFile();
   std::string error;
   if (SaveSettings(settings, file, &error)) return;
-  const std::string text = FillText(Text::SettingsSaveFailed, Language(), {file.string(), error});
+  const std::string text =
+      FormatText(Text::SettingsSaveFailed, Language(), file.c_str(), error.c_str());
   ShowText(&window, Text::ProgramTitle, FromCrLf(text), MessageIcon::Warning);
 }
 
@@ -349,7 +345,8 @@ void StatisticalModeWindow::openSettings() {
 
 void StatisticalModeWindow::switchModes(ProgramMode target) {
   Impl& d = *impl_;
-  if (!ModeWindowBuilt(target)) {
+  // Switching to a mode without a window would leave the user with none.
+  if (!HasModeWindow(target)) {
     ShowText(this, Text::ProgramTitle,
              QString::fromStdString(ModeNotAvailableMessage(target, Language())),
              MessageIcon::Information);

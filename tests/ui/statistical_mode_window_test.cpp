@@ -27,7 +27,7 @@
 
 using namespace vormelt;
 using statistics::StatisticsList;
-using ui::MessageAnswer;
+using vormelt::MessageAnswer;
 using ui::MessageRequest;
 
 namespace {
