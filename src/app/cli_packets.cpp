@@ -2,8 +2,6 @@
 // line per stored packet (or its text rendering, --render) while it arrives. Errors are one
 // line on `err`, then the count of packets listed and dropped by the kernel; rows go to `out`.
 // SIGINT/SIGTERM end a capture cleanly: the rows and the count are still printed.
-#include <pthread.h>
-#include <signal.h>
 
 #include <charconv>
 #include <chrono>
@@ -12,6 +10,7 @@
 #include <string>
 
 #include "app/cli.hpp"
+#include "app/headless.hpp"
 #include "capture/session.hpp"
 #include "packetmode/filter_profile.hpp"
 #include "packets/list_row.hpp"
@@ -149,39 +148,6 @@ class RowPrinter {
   std::optional<PacketRenderer> renderer_;
 };
 
-// The message as one line: its CR LF breaks become blanks.
-std::string OneLine(const CaptureMessage& message) {
-  std::string text = FormatMessage(message, UiLanguage::English);
-  std::string line;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    if (text[i] == '\r') continue;
-    line += text[i] == '\n' ? ' ' : text[i];
-  }
-  return line;
-}
-
-// SIGINT and SIGTERM are blocked in this thread (and so in the capture threads it starts) and
-// taken synchronously by the polling loop, so no handler runs inside libpcap.
-class StopSignals {
- public:
-  StopSignals() {
-    sigemptyset(&set_);
-    sigaddset(&set_, SIGINT);
-    sigaddset(&set_, SIGTERM);
-    pthread_sigmask(SIG_BLOCK, &set_, &previous_);
-  }
-  ~StopSignals() { pthread_sigmask(SIG_SETMASK, &previous_, nullptr); }
-  // Waits up to `timeout` for one of them; true when one came.
-  bool Wait(std::chrono::milliseconds timeout) {
-    const timespec wait{0, static_cast<long>(timeout.count()) * 1'000'000L};
-    return sigtimedwait(&set_, nullptr, &wait) > 0;
-  }
-
- private:
-  sigset_t set_{};
-  sigset_t previous_{};
-};
-
 }  // namespace
 
 int RunPackets(std::span<const std::string> args, std::ostream& out, std::ostream& err) {
@@ -227,7 +193,7 @@ int RunPackets(std::span<const std::string> args, std::ostream& out, std::ostrea
 
   int status = kExitOk;
   for (const CaptureMessage& message : session.Messages().Drain()) {
-    err << "vormelt-cli: " << OneLine(message) << "\n";
+    err << "vormelt-cli: " << OneLineMessage(message) << "\n";
     status = kExitFailed;
   }
   // A capture that never opened has no count to report; its error line says it all.

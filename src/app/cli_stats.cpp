@@ -1,8 +1,6 @@
 // vormelt-cli stats: counts a capture file or a live capture into the statistics tables, then
 // prints one table with the window's columns (raw integers). --local stands in for the host's
 // own addresses, for files captured on another machine. SIGINT/SIGTERM end a live count early.
-#include <pthread.h>
-#include <signal.h>
 
 #include <charconv>
 #include <chrono>
@@ -12,6 +10,7 @@
 #include <vector>
 
 #include "app/cli.hpp"
+#include "app/headless.hpp"
 #include "capture/session.hpp"
 #include "statistics/engine.hpp"
 #include "statistics/lists.hpp"
@@ -124,36 +123,6 @@ int ParseOptions(std::span<const std::string> args, StatsOptions& options, std::
   return kExitOk;
 }
 
-// The message as one line: its CR LF breaks become blanks.
-std::string OneLine(const CaptureMessage& message) {
-  std::string line;
-  for (const char c : FormatMessage(message, UiLanguage::English)) {
-    if (c != '\r') line += c == '\n' ? ' ' : c;
-  }
-  return line;
-}
-
-// SIGINT and SIGTERM are blocked here (and in the capture threads started from here) and taken
-// by the polling loop, so no handler runs inside libpcap.
-class StopSignals {
- public:
-  StopSignals() {
-    sigemptyset(&set_);
-    sigaddset(&set_, SIGINT);
-    sigaddset(&set_, SIGTERM);
-    pthread_sigmask(SIG_BLOCK, &set_, &previous_);
-  }
-  ~StopSignals() { pthread_sigmask(SIG_SETMASK, &previous_, nullptr); }
-  bool Wait(std::chrono::milliseconds timeout) {
-    const timespec wait{0, static_cast<long>(timeout.count()) * 1'000'000L};
-    return sigtimedwait(&set_, nullptr, &wait) > 0;
-  }
-
- private:
-  sigset_t set_{};
-  sigset_t previous_{};
-};
-
 }  // namespace
 
 int RunStats(std::span<const std::string> args, std::ostream& out, std::ostream& err) {
@@ -183,7 +152,7 @@ int RunStats(std::span<const std::string> args, std::ostream& out, std::ostream&
 
   int status = kExitOk;
   for (const CaptureMessage& message : session.Messages().Drain()) {
-    err << "vormelt-cli: " << OneLine(message) << "\n";
+    err << "vormelt-cli: " << OneLineMessage(message) << "\n";
     status = kExitFailed;
   }
   if (session.Status().status == CaptureStatus::Idle) return status;

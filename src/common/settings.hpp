@@ -32,6 +32,11 @@ struct InterfaceSettings {
   friend bool operator==(const InterfaceSettings&, const InterfaceSettings&) = default;
 };
 
+// Whether an interface of the chosen kind has been picked at all (Start asks for one if not).
+inline bool HasChosenInterface(const InterfaceSettings& s) {
+  return s.chosenKind == InterfaceKind::RawSockets ? !s.address.empty() : !s.adapterDevice.empty();
+}
+
 struct PacketModeSettings {
   WindowState window;
   std::vector<int> columnOrder;   // visual order of the eleven list columns; empty = natural

@@ -131,13 +131,6 @@ bool RunInstallationCheck(const StartupPaths& paths) {
   return true;
 }
 
-void WriteSettings(const ProgramSettings& settings, const std::filesystem::path& file) {
-  std::string error;
-  if (SaveSettings(settings, file, &error)) return;
-  Tell(MessageIcon::Warning,
-       Q(FormatText(Text::SettingsSaveFailed, Language(), file.c_str(), error.c_str())));
-}
-
 // Qt's own texts (standard buttons "Yes"/"No", file dialogs) in the run's language, when the
 // toolkit's translations are installed; without them those few words stay English.
 void LoadToolkitTexts(QTranslator& translator, UiLanguage language) {
@@ -172,7 +165,7 @@ int RunStandaloneEncoder(const ModeStart& start) {
   window.exec();
   // The encoder keeps its choices in the settings; as the process's only window it also writes
   // them, as every mode window does on close.
-  WriteSettings(start.settings, start.settingsFile);
+  SaveSettingsOrWarn(nullptr, start.settings, start.settingsFile);
   return 0;
 }
 
@@ -220,7 +213,7 @@ StartupOutcome PrepareStartup(std::string_view commandLine, const StartupPaths& 
   }
 
   if (!decision.noInstall && !RunInstallationCheck(paths)) return Finish(decision);
-  WriteSettings(settings, paths.SettingsFile());
+  SaveSettingsOrWarn(nullptr, settings, paths.SettingsFile());
 
   if (ShouldShowModeChoice(decision, settings) &&
       runModeChoice(settings, decision) == ModeChoiceResult::Exit) {

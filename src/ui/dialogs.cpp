@@ -2,6 +2,9 @@
 
 #include <QMessageBox>
 
+#include "common/settings_store.hpp"
+#include "ui/qt_text.hpp"
+
 namespace vormelt::ui {
 namespace {
 
@@ -56,5 +59,23 @@ MessageAnswer ShowMessage(QWidget* parent, const MessageRequest& request) {
 }
 
 void SetMessageHandler(MessageHandler handler) { Handler() = std::move(handler); }
+
+void ShowNotice(QWidget* parent, Text caption, const QString& text, MessageIcon icon) {
+  MessageRequest request;
+  request.caption = T(caption);
+  request.text = text;
+  request.icon = icon;
+  ShowMessage(parent, request);
+}
+
+bool SaveSettingsOrWarn(QWidget* parent, const ProgramSettings& settings,
+                        const std::filesystem::path& file) {
+  std::string error;
+  if (SaveSettings(settings, file, &error)) return true;
+  ShowNotice(parent, Text::ProgramTitle,
+             FromCrLf(FormatText(Text::SettingsSaveFailed, Language(), file.c_str(), error.c_str())),
+             MessageIcon::Warning);
+  return false;
+}
 
 }  // namespace vormelt::ui

@@ -5,9 +5,16 @@
 #include <QString>
 #include <functional>
 
+#include <filesystem>
+
 #include "common/message.hpp"
+#include "common/texts.hpp"
 
 class QWidget;
+
+namespace vormelt {
+struct ProgramSettings;
+}
 
 namespace vormelt::ui {
 
@@ -24,6 +31,13 @@ struct MessageRequest {
 
 // Shows a modal message box (or asks the test handler) and returns the answer.
 MessageAnswer ShowMessage(QWidget* parent, const MessageRequest& request);
+
+// A box with one OK button: the catalogue caption over `text`.
+void ShowNotice(QWidget* parent, Text caption, const QString& text, MessageIcon icon);
+
+// Writes the settings to `file`; on failure tells the user (a warning box) and returns false.
+bool SaveSettingsOrWarn(QWidget* parent, const ProgramSettings& settings,
+                        const std::filesystem::path& file);
 
 // Tests install a handler that answers instead of a modal box; an empty handler restores boxes.
 using MessageHandler = std::function<MessageAnswer(const MessageRequest&)>;

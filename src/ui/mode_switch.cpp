@@ -57,6 +57,18 @@ SwitchDecision AskSwitchModes(QWidget* parent, ProgramSettings& settings, Progra
   return decision;
 }
 
+SwitchDecision SwitchModesFrom(QWidget* window, ProgramSettings& settings, ProgramMode from,
+                               ProgramMode to) {
+  if (!HasModeWindow(to)) {
+    ShowNotice(window, Text::ProgramTitle, FromCrLf(ModeNotAvailableMessage(to, Language())),
+               MessageIcon::Information);
+    return SwitchDecision::Cancel;
+  }
+  const SwitchDecision decision = AskSwitchModes(window, settings, from, to);
+  if (decision == SwitchDecision::RelaunchAndKeepRunning) Relaunch(to);
+  return decision;
+}
+
 bool Relaunch(ProgramMode target) {
   QStringList arguments;
   for (const std::string& word : RelaunchArguments(target)) {

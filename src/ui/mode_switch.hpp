@@ -29,6 +29,13 @@ enum class SwitchDecision {
 SwitchDecision AskSwitchModes(QWidget* parent, ProgramSettings& settings, ProgramMode from,
                               ProgramMode to);
 
+// A mode window's "Switch modes" menu: a notice when `to` has no window in this program (a
+// switch would leave the user with none), else AskSwitchModes. A relaunch alongside is done
+// here; the caller acts on CloseThenRelaunch (stop, remember the target, close) and on nothing
+// else.
+SwitchDecision SwitchModesFrom(QWidget* window, ProgramSettings& settings, ProgramMode from,
+                               ProgramMode to);
+
 // Asks the blinking-warning question alone (mode choice and switch share it); true = go on.
 bool AskGraphicalWarning(QWidget* parent);
 

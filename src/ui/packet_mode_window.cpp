@@ -71,11 +71,6 @@ constexpr QPoint kKeyboardMenuOffset{5, 20};
 constexpr std::array<int, kListColumnCount> kDefaultColumnWidths = {70,  60,  125, 125, 90, 110,
                                                                     190, 110, 120, 135, 135};
 
-bool InterfaceChosen(const InterfaceSettings& chosen) {
-  return chosen.chosenKind == InterfaceKind::RawSockets ? !chosen.address.empty()
-                                                        : !chosen.adapterDevice.empty();
-}
-
 QIcon WindowIcon() {
   InitWindowResources();
   QIcon icon;
@@ -95,14 +90,6 @@ bool IsColumnPermutation(const std::vector<int>& order) {
   std::vector<int> expected(kListColumnCount);
   std::iota(expected.begin(), expected.end(), 0);
   return sorted == expected;
-}
-
-void ShowText(QWidget* parent, Text caption, const QString& text, MessageIcon icon) {
-  MessageRequest request;
-  request.caption = T(caption);
-  request.text = text;
-  request.icon = icon;
-  ShowMessage(parent, request);
 }
 
 }  // namespace
@@ -177,7 +164,6 @@ struct PacketModeWindow::Impl {
   void RestoreGeometry();
   void RestoreColumns();
   void SaveWindowState();
-  void WriteSettings();
   void UpdateControls();
   void UpdateCounters();
   void ShowPendingMessages();
@@ -427,7 +413,7 @@ void PacketModeWindow::Impl::ApplyFilterProfile() {
   const std::string problem = engine.LoadCurrentProfile(Language());
   if (problem.empty()) return;
   QTimer::singleShot(0, &window, [this, text = FromCrLf(problem)] {
-    ShowText(&window, Text::ProgramTitle, text, MessageIcon::Warning);
+    ShowNotice(&window, Text::ProgramTitle, text, MessageIcon::Warning);
   });
 }
 
@@ -470,7 +456,7 @@ void PacketModeWindow::Impl::RestoreColumns() {
 void PacketModeWindow::startListening() {
   Impl& d = *impl_;
   if (isCapturing()) return;
-  if (!InterfaceChosen(d.settings.interface) && !InterfaceChooser::Choose(d.settings, this)) return;
+  if (!HasChosenInterface(d.settings.interface) && !InterfaceChooser::Choose(d.settings, this)) return;
   d.settings.interface.kindInUse = d.settings.interface.chosenKind;
   d.engine.SetDateTimeTemplate(d.settings.packetMode.dateTimeTemplate);
   const QScrollBar& scroll = *d.list->verticalScrollBar();
@@ -497,7 +483,7 @@ void PacketModeWindow::chooseInterface() {
   if (!InterfaceChooser::Choose(d.settings, this)) return;
   // A file being read is not "listening on an interface": the choice waits for the next Start.
   if (!isCapturing() || d.engine.ReadingFile()) {
-    ShowText(this, Text::NoticeCaption, T(Text::InterfaceChangeNotice), MessageIcon::Information);
+    ShowNotice(this, Text::NoticeCaption, T(Text::InterfaceChangeNotice), MessageIcon::Information);
     return;
   }
   d.gauge->setRange(0, kGaugeMaximum);
@@ -522,7 +508,7 @@ void PacketModeWindow::openCaptureFileDialog() {
 bool PacketModeWindow::openCaptureFile(const QString& path) {
   Impl& d = *impl_;
   if (isCapturing()) {
-    ShowText(this, Text::ProgramTitle, T(Text::PacketStopListeningFirst), MessageIcon::Stop);
+    ShowNotice(this, Text::ProgramTitle, T(Text::PacketStopListeningFirst), MessageIcon::Stop);
     return false;
   }
   d.model->clear();
@@ -539,17 +525,9 @@ bool PacketModeWindow::openCaptureFile(const QString& path) {
 
 void PacketModeWindow::switchModes(ProgramMode target) {
   Impl& d = *impl_;
-  // Switching to a mode without a window would leave the user with none.
-  if (!HasModeWindow(target)) {
-    ShowText(this, Text::ProgramTitle,
-             QString::fromStdString(ModeNotAvailableMessage(target, Language())),
-             MessageIcon::Information);
+  if (SwitchModesFrom(this, d.settings, ProgramMode::Packet, target) !=
+      SwitchDecision::CloseThenRelaunch) {
     return;
-  }
-  switch (AskSwitchModes(this, d.settings, ProgramMode::Packet, target)) {
-    case SwitchDecision::Cancel: return;
-    case SwitchDecision::RelaunchAndKeepRunning: Relaunch(target); return;
-    case SwitchDecision::CloseThenRelaunch: break;
   }
   stopListening();
   d.pendingSwitch = static_cast<std::int32_t>(target);
@@ -768,15 +746,6 @@ void PacketModeWindow::Impl::SaveWindowState() {
   }
 }
 
-void PacketModeWindow::Impl::WriteSettings() {
-  const std::filesystem::path file = DefaultSettingsFile();
-  std::string error;
-  if (SaveSettings(settings, file, &error)) return;
-  const std::string text =
-      FormatText(Text::SettingsSaveFailed, Language(), file.c_str(), error.c_str());
-  ShowText(&window, Text::ProgramTitle, FromCrLf(text), MessageIcon::Warning);
-}
-
 void PacketModeWindow::closeEvent(QCloseEvent* event) {
   Impl& d = *impl_;
   if (d.closing) {
@@ -792,7 +761,7 @@ void PacketModeWindow::closeEvent(QCloseEvent* event) {
   d.refreshTimer.stop();
   d.SaveWindowState();
   d.details->saveState();
-  d.WriteSettings();
+  SaveSettingsOrWarn(this, d.settings, DefaultSettingsFile());
   d.engine.Quit();
   if (d.pendingSwitch != kNoPendingSwitch) {
     Relaunch(static_cast<ProgramMode>(d.pendingSwitch));

@@ -47,19 +47,6 @@ using statistics::StatisticsList;
 constexpr std::array<StatisticsList, statistics::kStatisticsListCount> kLists = {
     StatisticsList::IpAddresses, StatisticsList::IpAddressPairs, StatisticsList::LocalPorts};
 
-bool InterfaceChosen(const InterfaceSettings& chosen) {
-  return chosen.chosenKind == InterfaceKind::RawSockets ? !chosen.address.empty()
-                                                        : !chosen.adapterDevice.empty();
-}
-
-void ShowText(QWidget* parent, Text caption, const QString& text, MessageIcon icon) {
-  MessageRequest request;
-  request.caption = T(caption);
-  request.text = text;
-  request.icon = icon;
-  ShowMessage(parent, request);
-}
-
 }  // namespace
 
 struct StatisticalModeWindow::Impl {
@@ -90,7 +77,6 @@ struct StatisticalModeWindow::Impl {
   void BuildMenus();
   void BuildTray();
   void RestoreFromTray();
-  void WriteSettings();
 };
 
 void StatisticalModeWindow::Impl::BuildTray() {
@@ -215,15 +201,6 @@ void StatisticalModeWindow::Impl::BuildMenus() {
   options.addAction(T(Text::StatsMenuSettingsWindow), &window, &StatisticalModeWindow::openSettings);
 }
 
-void StatisticalModeWindow::Impl::WriteSettings() {
-  const std::filesystem::path file = DefaultSettingsFile();
-  std::string error;
-  if (SaveSettings(settings, file, &error)) return;
-  const std::string text =
-      FormatText(Text::SettingsSaveFailed, Language(), file.c_str(), error.c_str());
-  ShowText(&window, Text::ProgramTitle, FromCrLf(text), MessageIcon::Warning);
-}
-
 StatisticalModeWindow::StatisticalModeWindow(ProgramSettings& settings,
                                              const statistics::StatisticsLimits& limits,
                                              bool startMinimized, bool autoListen, QWidget* parent)
@@ -237,7 +214,7 @@ StatisticalModeWindow::StatisticalModeWindow(ProgramSettings& settings,
   resize(820, 520);
   d.refresher = std::make_unique<statistics::LocalAddressRefresher>(d.locals);
   if (!d.refresher->Running()) {
-    ShowText(this, Text::ProgramTitle, T(Text::StatsNoEnumerator), MessageIcon::Warning);
+    ShowNotice(this, Text::ProgramTitle, T(Text::StatsNoEnumerator), MessageIcon::Warning);
   }
   connect(&d.updater, &QTimer::timeout, this, &StatisticalModeWindow::refresh);
   d.updater.start(kUpdaterMilliseconds);
@@ -252,7 +229,7 @@ StatisticalModeWindow::~StatisticalModeWindow() { impl_->session.Quit(); }
 void StatisticalModeWindow::startListening() {
   Impl& d = *impl_;
   if (isCapturing()) return;
-  if (!InterfaceChosen(d.settings.interface) && !InterfaceChooser::Choose(d.settings, this)) return;
+  if (!HasChosenInterface(d.settings.interface) && !InterfaceChooser::Choose(d.settings, this)) return;
   d.settings.interface.kindInUse = d.settings.interface.chosenKind;
   d.started = true;
   d.session.Start(CaptureTarget::FromSettings(d.settings.interface), d.engine);
@@ -281,7 +258,7 @@ void StatisticalModeWindow::chooseInterface() {
   Impl& d = *impl_;
   if (!InterfaceChooser::Choose(d.settings, this)) return;
   if (!isCapturing()) {
-    ShowText(this, Text::NoticeCaption, T(Text::InterfaceChangeNotice), MessageIcon::Information);
+    ShowNotice(this, Text::NoticeCaption, T(Text::InterfaceChangeNotice), MessageIcon::Information);
     return;
   }
   d.settings.interface.kindInUse = d.settings.interface.chosenKind;
@@ -299,7 +276,7 @@ void StatisticalModeWindow::openCaptureFileDialog() {
 bool StatisticalModeWindow::openCaptureFile(const QString& path) {
   Impl& d = *impl_;
   if (isCapturing()) {
-    ShowText(this, Text::ProgramTitle, T(Text::PacketStopListeningFirst), MessageIcon::Stop);
+    ShowNotice(this, Text::ProgramTitle, T(Text::PacketStopListeningFirst), MessageIcon::Stop);
     return false;
   }
   d.started = true;
@@ -327,7 +304,7 @@ bool StatisticalModeWindow::saveList(const QString& path, SaveFormat format) {
   QFile file(path);
   if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) ||
       file.write(text.data(), static_cast<qint64>(text.size())) != static_cast<qint64>(text.size())) {
-    ShowText(this, Text::ProgramTitle, TF(Text::StatsSaveFailed, path.toLocal8Bit().constData()),
+    ShowNotice(this, Text::ProgramTitle, TF(Text::StatsSaveFailed, path.toLocal8Bit().constData()),
              MessageIcon::Warning);
     return false;
   }
@@ -345,17 +322,9 @@ void StatisticalModeWindow::openSettings() {
 
 void StatisticalModeWindow::switchModes(ProgramMode target) {
   Impl& d = *impl_;
-  // Switching to a mode without a window would leave the user with none.
-  if (!HasModeWindow(target)) {
-    ShowText(this, Text::ProgramTitle,
-             QString::fromStdString(ModeNotAvailableMessage(target, Language())),
-             MessageIcon::Information);
+  if (SwitchModesFrom(this, d.settings, ProgramMode::Statistical, target) !=
+      SwitchDecision::CloseThenRelaunch) {
     return;
-  }
-  switch (AskSwitchModes(this, d.settings, ProgramMode::Statistical, target)) {
-    case SwitchDecision::Cancel: return;
-    case SwitchDecision::RelaunchAndKeepRunning: Relaunch(target); return;
-    case SwitchDecision::CloseThenRelaunch: break;
   }
   stopListening();
   d.pendingSwitch = static_cast<std::int32_t>(target);
@@ -417,7 +386,7 @@ void StatisticalModeWindow::closeEvent(QCloseEvent* event) {
   }
   d.closing = true;
   d.updater.stop();
-  d.WriteSettings();
+  SaveSettingsOrWarn(this, d.settings, DefaultSettingsFile());
   d.session.Quit();
   if (d.pendingSwitch != kNoPendingSwitch) {
     Relaunch(static_cast<ProgramMode>(d.pendingSwitch));
