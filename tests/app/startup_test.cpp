@@ -54,17 +54,18 @@ TEST(CommandLine, ActionsAndModeKeywordsFollowTheirPrecedence) {
     StartupAction action;
     std::optional<ProgramMode> window;  // checked only for Continue
   };
+  constexpr StartupAction kGo = StartupAction::Continue;
   for (const Case& c : {Case{"-help", StartupAction::ShowHelp}, Case{"/?", StartupAction::ShowHelp},
                         Case{"-uninstall ?", StartupAction::ShowHelp},
                         Case{"-listen", StartupAction::ShowUnknownCommandLine},
                         Case{"/Packet-Mode", StartupAction::ShowUnknownCommandLine},
                         Case{"-uninstalled", StartupAction::RunDeinstaller},
                         Case{"/UnInstall /Packet_Mode", StartupAction::RunDeinstaller},
-                        Case{"/File_Mode /Packet_Mode", StartupAction::Continue, ProgramMode::Packet},
-                        Case{"hb_decoder statistical_mode gp_mode file_mode", StartupAction::Continue, ProgramMode::File},
-                        Case{"hb_decoder statistical_mode gp_mode", StartupAction::Continue, ProgramMode::GraphicalPackets},
-                        Case{"hb_decoder statistical_mode", StartupAction::Continue, ProgramMode::Statistical},
-                        Case{"hb_decoder", StartupAction::Continue, ProgramMode::Decoder}}) {
+                        Case{"/File_Mode /Packet_Mode", kGo, ProgramMode::Packet},
+                        Case{"hb_decoder statistical_mode gp_mode file_mode", kGo, ProgramMode::File},
+                        Case{"hb_decoder statistical_mode gp_mode", kGo, ProgramMode::GraphicalPackets},
+                        Case{"hb_decoder statistical_mode", kGo, ProgramMode::Statistical},
+                        Case{"hb_decoder", kGo, ProgramMode::Decoder}}) {
     SCOPED_TRACE(c.line);
     const StartupDecision d = DecideStartup(c.line, settings);
     EXPECT_EQ(d.action, c.action);

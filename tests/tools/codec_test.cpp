@@ -41,7 +41,8 @@ TEST(CodecEncode, CleanOutputBreaksLinesWithoutTrailingSpacesPaddingIncluded) {
   EXPECT_EQ(EncodeHex(data, true), "AB AB AB AB AB AB AB AB AB AB AB AB AB AB AB AB\r\nAB");
   const auto random = RandomBytes(97, 2);
   const std::string plain = EncodeBase64(random, false);
-  EXPECT_EQ(EncodeBase64(random, true), plain.substr(0, 64) + "\r\n" + plain.substr(64, 64) + "\r\n" + plain.substr(128));
+  EXPECT_EQ(EncodeBase64(random, true),
+            plain.substr(0, 64) + "\r\n" + plain.substr(64, 64) + "\r\n" + plain.substr(128));
   EXPECT_EQ(EncodeBase64(std::span(random).first(47), true).substr(63), "=\r\n");  // padding is the 64th
 }
 

@@ -1,5 +1,5 @@
-// The Statistical Mode window on the offscreen platform: the updater inserts and refreshes rows
-// while sorting, selection and ties stay put; the settings window's bounds questions. What is counted is the statistics engine's, tested with it.
+// The Statistical Mode window on the offscreen platform: rows inserted and refreshed keep their
+// sort, selection and ties; the settings window's bounds questions. Counting is the engine's.
 #include <QHeaderView>
 #include <QLineEdit>
 #include <QRadioButton>
