@@ -25,21 +25,16 @@ TEST(InstallDecision, FollowsTheRecordAndTheRunningProgram) {
       {std::nullopt, "/opt/v/vormelt", InstallAction::RunInstaller, {}},
       {InstallRecord{"", "2.2"}, "/opt/v/vormelt", InstallAction::RunInstaller, {}},
       {InstallRecord{"/Opt/V/VORMELT", "2.2"}, "/opt/v/vormelt", InstallAction::Proceed, {}},
-      {InstallRecord{"/usr/bin/vormelt", "2.2"}, "/home/u/vormelt", InstallAction::Ask,
-       Text::AskReinstall},
-      {InstallRecord{"/usr/bin/vormelt", ""}, "/home/u/vormelt", InstallAction::Ask,
-       Text::AskInstallVersion},
+      {InstallRecord{"/usr/bin/vormelt", "2.2"}, "/home/u/vormelt", InstallAction::Ask, Text::AskReinstall},
+      {InstallRecord{"/usr/bin/vormelt", ""}, "/home/u/vormelt", InstallAction::Ask, Text::AskInstallVersion},
       // A path that merely starts like the installed one is another program.
-      {InstallRecord{"/usr/bin/vormelt", "2.2"}, "/usr/bin/vormelt2", InstallAction::Ask,
-       Text::AskReinstall},
+      {InstallRecord{"/usr/bin/vormelt", "2.2"}, "/usr/bin/vormelt2", InstallAction::Ask, Text::AskReinstall},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.running);
     const InstallDecision d = DecideInstall(c.record, c.running);
     EXPECT_EQ(d.action, c.action);
-    if (c.action == InstallAction::Ask) {
-      EXPECT_EQ(d.question, c.question);
-    }
+    if (c.action == InstallAction::Ask) EXPECT_EQ(d.question, c.question);
   }
 }
 
@@ -48,23 +43,18 @@ TEST(InstallRecordFile, KeepsTheVersionedValueNames) {
   const fs::path file = fs::path(dir.path()) / "install.json";
   ASSERT_TRUE(SaveInstallRecord(MakeInstallRecord("/usr/bin/vormelt"), file, nullptr));
 
-  std::ifstream in(file);
-  const auto json = nlohmann::json::parse(in);
+  const auto json = nlohmann::json::parse(std::ifstream(file));
   EXPECT_EQ(json.at("2.2EXENameAndPath"), "/usr/bin/vormelt");
   EXPECT_EQ(json.at("2.2"), "2.2");
 
   const InstallRecordLoad load = LoadInstallRecord(file);
   EXPECT_FALSE(load.problem);
   EXPECT_EQ(load.record, (InstallRecord{"/usr/bin/vormelt", "2.2"}));
-}
 
-TEST(InstallRecordFile, WrongTypedValuesReadAsEmpty) {
-  test::TempDir dir;
-  const fs::path file = fs::path(dir.path()) / "install.json";
+  // Values of the wrong type read as empty; the file is not damaged.
   std::ofstream(file) << R"({"2.2EXENameAndPath": 17, "2.2": ["x"], "2.1EXENameAndPath": "/old"})";
-  const InstallRecordLoad load = LoadInstallRecord(file);
-  EXPECT_FALSE(load.problem);
-  EXPECT_EQ(load.record, InstallRecord{});
+  EXPECT_EQ(LoadInstallRecord(file).record, InstallRecord{});
+  EXPECT_FALSE(LoadInstallRecord(file).problem);
 }
 
 TEST(InstallRecordFile, DamagedRecordIsKeptAsideAndTreatedAsAbsent) {

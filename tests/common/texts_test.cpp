@@ -33,14 +33,7 @@ TEST(Texts, EveryEntryHasBothLanguagesWithTheSameConversions) {
     EXPECT_FALSE(English(key).empty());
     EXPECT_FALSE(German(key).empty());
     EXPECT_EQ(Conversions(English(key)), Conversions(German(key)));
-    EXPECT_EQ(Tr(key, UiLanguage::English), English(key).data());
-    EXPECT_EQ(Tr(key, UiLanguage::German), German(key).data());
   }
-}
-
-TEST(Texts, ConversionScannerSeesFlagsAndLengthModifiers) {
-  EXPECT_EQ(Conversions("a %ld b %% c % 4s %02X"),
-            (std::vector<std::string>{"%ld", "% 4s", "%02X"}));
 }
 
 }  // namespace

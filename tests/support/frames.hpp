@@ -28,8 +28,7 @@ inline FrameRecord Record(std::span<const std::uint8_t> frame, InterfaceKind kin
   return buffer.Fill(frame, kind, time);
 }
 
-inline constexpr std::uint8_t kFin = 0x01, kSyn = 0x02, kRst = 0x04, kPsh = 0x08, kAck = 0x10,
-                              kUrg = 0x20;
+inline constexpr std::uint8_t kSyn = 0x02, kPsh = 0x08, kAck = 0x10;
 
 struct Ipv4Header {
   Ip4 source{10, 0, 0, 1};

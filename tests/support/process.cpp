@@ -65,18 +65,9 @@ ProcessRun RunCli(std::vector<std::string> words, std::string_view input,
 }
 
 std::string ShellOutput(const std::string& commandLine, int* status) {
-  std::string output;
-  FILE* pipe = popen(commandLine.c_str(), "r");
-  if (!pipe) {
-    if (status) *status = -1;
-    return output;
-  }
-  char chunk[65536];
-  std::size_t got = 0;
-  while ((got = std::fread(chunk, 1, sizeof chunk, pipe)) > 0) output.append(chunk, got);
-  const int raw = pclose(pipe);
-  if (status) *status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-  return output;
+  ProcessRun run = RunProgram({"/bin/sh", "-c", commandLine});
+  if (status) *status = run.status;
+  return std::move(run.out);
 }
 
 bool ToolAvailable(const std::string& tool) {

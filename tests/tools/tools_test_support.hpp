@@ -4,18 +4,14 @@
 #pragma once
 
 #include <cstdint>
-#include <cstdio>
-#include <fstream>
 #include <optional>
 #include <random>
 #include <span>
-#include <sstream>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "support/process.hpp"
-#include "support/pcap_file.hpp"
 
 namespace vormelt::test {
 
@@ -32,42 +28,12 @@ inline std::vector<std::uint8_t> RandomBytes(std::size_t size, std::uint64_t see
 
 inline bool OpensslAvailable() { return ToolAvailable("openssl"); }
 
-// Everything `command` prints on standard output, or nothing when it could not run or failed.
-inline std::optional<std::string> CommandOutput(const std::string& command) {
-  int status = 0;
-  std::string output = ShellOutput(command, &status);
-  if (status != 0) return std::nullopt;
-  return output;
-}
-
-// `openssl ARGS -in FILE` over `data`, through a temporary file.
+// What `openssl ARGS` prints for `data` on its input, or nothing when it failed.
 inline std::optional<std::string> Openssl(const std::string& args, std::span<const std::uint8_t> data) {
-  const TempDir dir;
-  const std::string path = dir.File("input");
-  std::ofstream(path, std::ios::binary)
-      .write(reinterpret_cast<const char*>(data.data()), static_cast<std::streamsize>(data.size()));
-  return CommandOutput("openssl " + args + " -in '" + path + "'");
-}
-
-// The 32 hex digits of `openssl md5` for each message, in order, from one run of openssl
-// (starting it costs far more than hashing a few megabytes).
-inline std::optional<std::vector<std::string>> OpensslMd5s(
-    const std::vector<std::vector<std::uint8_t>>& messages) {
-  const TempDir dir;
-  std::string command = "openssl md5 -r";
-  for (std::size_t i = 0; i < messages.size(); ++i) {
-    const std::string path = dir.File(std::to_string(i));
-    std::ofstream(path, std::ios::binary)
-        .write(reinterpret_cast<const char*>(messages[i].data()), static_cast<std::streamsize>(messages[i].size()));
-    command += " '" + path + "'";
-  }
-  const auto lines = CommandOutput(command);  // "<digits> *<path>\n" per file
-  if (!lines) return std::nullopt;
-  std::vector<std::string> digests;
-  std::istringstream stream(*lines);
-  for (std::string line; std::getline(stream, line);) digests.push_back(line.substr(0, 32));
-  if (digests.size() != messages.size()) return std::nullopt;
-  return digests;
+  const ProcessRun run = RunProgram({"/bin/sh", "-c", "openssl " + args},
+                                    {reinterpret_cast<const char*>(data.data()), data.size()});
+  if (run.status != 0) return std::nullopt;
+  return run.out;
 }
 
 }  // namespace vormelt::test

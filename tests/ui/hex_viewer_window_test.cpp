@@ -1,17 +1,12 @@
 // The Hex viewer on the offscreen platform: the three columns for short and odd ranges, hex
-// selections mirrored into the character column, field selections, the font fallback order,
-// and scrolling in step.
-#include <QFontInfo>
+// selections mirrored into the character column, and field selections.
 #include <QPlainTextEdit>
-#include <QScrollBar>
-#include <QSet>
 #include <QTextCursor>
 #include <QtTest>
 #include <cstdint>
 #include <vector>
 
 #ifndef Q_MOC_RUN
-#include "common/settings.hpp"
 #include "ui/hex_viewer_window.hpp"
 #endif
 
@@ -38,10 +33,6 @@ QPair<int, int> Selection(const QPlainTextEdit& box) {
   return {cursor.selectionStart(), cursor.selectionEnd()};
 }
 
-vormelt::ui::FontInstalled Only(QSet<QString> families) {
-  return [families](const QString& family) { return families.contains(family); };
-}
-
 }  // namespace
 
 class HexViewerWindowTest : public QObject {
@@ -61,31 +52,16 @@ class HexViewerWindowTest : public QObject {
     QCOMPARE(viewer.offsetsBox().toPlainText(), QStringLiteral("00000000\n00000010"));
     QCOMPARE(viewer.charactersBox().toPlainText(), QStringLiteral("abcdefghijklmnop\nq"));
     QVERIFY(viewer.hexBox().toPlainText().endsWith(QStringLiteral("70\n71 ")));
-  }
 
-  void everyByteIsOneCharacter() {
     // C3 A9 is valid UTF-8 for one character; read that way it would shift every later
     // character and break the mirrored selections. 0x81 is one of the bytes shown as '.'.
     // 0x80 and 0x9C are single-byte text characters, not controls to draw as boxes.
     const std::vector<std::uint8_t> bytes = {0xC3, 0xA9, 0x81, 0xE9, 0x00, 0x0D, 0x0A, 'z', 0x80, 0x9C};
-    HexViewerWindow viewer;
     viewer.showBytes(bytes);
     const QString characters = viewer.charactersBox().toPlainText();
     QCOMPARE(characters.size(), 10);
     QCOMPARE(characters.mid(2), QStringLiteral(".\u00E9...z\u20AC\u0153"));
     QCOMPARE(characters.at(0), QChar(0xC3));
-  }
-
-  void anEmptyRangeLeavesTheColumnsAsTheyWere() {
-    HexViewerWindow viewer;
-    viewer.showBytes(Sequence(20, 0x30));
-    const QString hex = viewer.hexBox().toPlainText();
-    viewer.showBytes({});
-    QCOMPARE(viewer.hexBox().toPlainText(), hex);
-    QCOMPARE(viewer.offsetsBox().toPlainText(), QStringLiteral("00000000\n00000010"));
-    viewer.clearBytes();
-    QVERIFY(viewer.hexBox().toPlainText().isEmpty());
-    QVERIFY(viewer.charactersBox().toPlainText().isEmpty());
   }
 
   void hexSelectionsAreMirroredIntoTheCharacters() {
@@ -127,44 +103,6 @@ class HexViewerWindowTest : public QObject {
     // A range past the end stays inside the text.
     viewer.selectHexRange(110, 400);
     QCOMPARE(viewer.hexBox().textCursor().selectionEnd(), viewer.hexBox().toPlainText().size());
-  }
-
-  void fontFallsBackInOrder() {
-    using vormelt::ui::FixedFontFamily;
-    QCOMPARE(FixedFontFamily(Only({"Lucida Console", "Terminal"})), QStringLiteral("Lucida Console"));
-    QCOMPARE(FixedFontFamily(Only({"Terminal"})), QStringLiteral("Terminal"));
-    const QString last = FixedFontFamily(Only({}));
-    QVERIFY(!last.isEmpty());
-    QVERIFY(QFontInfo(QFont(last)).fixedPitch());
-
-    HexViewerWindow viewer(nullptr, Only({}));
-    QCOMPARE(viewer.hexBox().font().family(), last);
-  }
-
-  void fontCheckSeesThroughSubstitutes() {
-    // The matcher substitutes a real font for any name; a made-up one is not "installed".
-    QVERIFY(!vormelt::ui::IsFontFamilyInstalled(QStringLiteral("No Such Font Family 4711")));
-    const QString real = QFontInfo(QFont(QStringLiteral("monospace"))).family();
-    QVERIFY(vormelt::ui::IsFontFamilyInstalled(real));
-  }
-
-  void columnsScrollInStep() {
-    HexViewerWindow viewer;
-    viewer.resize(viewer.width(), 150);
-    viewer.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&viewer));
-    viewer.showBytes(Sequence(4000, 0));
-    QScrollBar* offsets = viewer.offsetsBox().verticalScrollBar();
-    QScrollBar* hex = viewer.hexBox().verticalScrollBar();
-    QScrollBar* characters = viewer.charactersBox().verticalScrollBar();
-    QVERIFY(characters->maximum() > 100);
-
-    hex->setValue(40);
-    QCOMPARE(offsets->value(), 40);
-    QCOMPARE(characters->value(), 40);
-    characters->setValue(7);
-    QCOMPARE(offsets->value(), 7);
-    QCOMPARE(hex->value(), 7);
   }
 };
 

@@ -1,18 +1,13 @@
 // The detail pane over a real store on the offscreen platform: field clicks selecting bytes in
-// the dump and the Hex viewer at every level and form, unreadable records and the reverse
-// look-ups. What the fields say is the decoder's, tested with it. Run with
-// --screenshot DIR to also save pictures of pane and viewer.
+// the dump and the Hex viewer at every level and form, and unreadable records. What the fields
+// say is the decoder's, tested with it.
 #include <QComboBox>
-#include <QDir>
 #include <QLineEdit>
 #include <QPlainTextEdit>
 #include <QRadioButton>
 #include <QSignalSpy>
 #include <QTextCursor>
-#include <QThread>
 #include <QtTest>
-#include <algorithm>
-#include <optional>
 
 #ifndef Q_MOC_RUN
 #include "common/settings.hpp"
@@ -22,7 +17,6 @@
 #include "support/ui/widgets.hpp"
 #include "ui/hex_viewer_window.hpp"
 #include "ui/packet_details_pane.hpp"
-#include "ui/reverse_resolver.hpp"
 #endif
 
 using namespace vormelt;
@@ -31,22 +25,18 @@ using vormelt::ui::PacketDetailsPane;
 
 namespace {
 
-const Mac kVmwareMac{0x00, 0x0C, 0x29, 0x12, 0x34, 0x56};
-const Mac kOtherMac{0xAA, 0xBB, 0xCC, 0xDD, 0xEE, 0xFF};
-
 // A pane over its own store; the pane is shown so clicks and visibility behave as on screen.
 struct Bench {
-  explicit Bench(ProgramSettings initial = {}) : settings(initial) {
+  Bench() {
     pane.resize(1100, 420);
     pane.show();
   }
-  std::uint32_t Add(const Bytes& frame, InterfaceKind kind = InterfaceKind::PacketDriver) {
-    if (store.Insert(test::Record(frame, kind)) != InsertOutcome::Stored) qFatal("the store refused a frame");
+  std::uint32_t Add(const Bytes& frame) {
+    if (store.Insert(test::Record(frame, InterfaceKind::PacketDriver)) != InsertOutcome::Stored) qFatal("refused");
     return static_cast<std::uint32_t>(store.ItemCount() - 1);
   }
   template <typename Widget = QLineEdit>
   Widget& Child(const char* name) const { return test::Child<Widget>(pane, name); }
-  QString Value(const char* name) const { return Child(name).text(); }
   QPlainTextEdit& Dump() const {
     return Child<QPlainTextEdit>(settings.packetMode.wrapDump ? "wrappedDump" : "scrollingDump");
   }
@@ -58,15 +48,11 @@ struct Bench {
   PacketDetailsPane pane{store, settings};
 };
 
-Bytes Tcp(std::uint8_t flags, Bytes ipOptions = {}, std::string_view payload = {}) {
-  Ipv4Header ip;
-  ip.options = std::move(ipOptions);
+Bytes Tcp(std::uint8_t flags) {
   TcpHeader tcp;
   tcp.flags = flags;
-  tcp.sequence = 1000;
-  tcp.acknowledgement = 2000;
-  tcp.window = 0x1234;
-  return EthernetFrame(kOtherMac, kVmwareMac, kEtherTypeIpv4, TcpPacket(ip, tcp, ToBytes(payload)));
+  return EthernetFrame({0xAA, 0xBB, 0xCC, 0xDD, 0xEE, 0xFF}, {0x00, 0x0C, 0x29, 0x12, 0x34, 0x56},
+                       kEtherTypeIpv4, TcpPacket({}, tcp, {}));
 }
 
 }  // namespace
@@ -94,9 +80,7 @@ class PacketDetailsPaneTest : public QObject {
     QCOMPARE(b.Selected(), QStringLiteral(" 64"));
     QCOMPARE(b.Dump().textCursor().selectionStart(), 2 * 40 + 2 * 4);
     b.Child<QComboBox>("dataLevel").setCurrentIndex(static_cast<int>(DataLevel::Network));
-    QCOMPARE(b.Selected(), QStringLiteral(" 64"));
     QCOMPARE(b.Dump().textCursor().selectionStart(), 8 * 4);
-    QCOMPARE(viewer->hexBox().textCursor().selectedText(), QStringLiteral("40"));
     b.Click("sourceIp");
     QCOMPARE(b.Selected(), QStringLiteral(" 10   0   0   1"));
     QCOMPARE(b.Dump().textCursor().selectionStart(), 40 + 2 * 4);
@@ -118,66 +102,23 @@ class PacketDetailsPaneTest : public QObject {
     QSignalSpy deleteRequests(&b.pane, &PacketDetailsPane::deleteRowRequested);
     {
       test::MessageLog no;
-      no.answer = test::Answer::No;
+      no.answer = MessageAnswer::No;
       b.pane.showPacket(gone);
       QCOMPARE(no.asked.size(), std::size_t{1});
-      QCOMPARE(no.asked[0].caption, QStringLiteral("Delete invalid packet?"));
-    }
+      }
     QCOMPARE(b.Dump().toPlainText(), QStringLiteral("Invalid packet data!"));
-    QVERIFY(b.Value("ttl").isEmpty());
+    QVERIFY(b.Child("ttl").text().isEmpty());
     QTest::qWait(20);
     QCOMPARE(deleteRequests.count(), 0);
 
     test::MessageLog yes;
-    yes.answer = test::Answer::Yes;
+    yes.answer = MessageAnswer::Yes;
     b.pane.showPacket(gone);
     QTRY_COMPARE(deleteRequests.count(), 1);
     QCOMPARE(deleteRequests.at(0).at(0).value<std::uint32_t>(), gone);
   }
-
-  void reverseLookupsAnswerOnTheWindowThread() {
-    QThread* lookupThread = nullptr;
-    ui::ReverseResolver resolver(
-        [&lookupThread](const std::string& address) -> std::optional<std::string> {
-          lookupThread = QThread::currentThread();
-          if (address == "192.0.2.7") return "host.example";
-          return std::nullopt;
-        },
-        nullptr);
-    std::vector<std::optional<std::string>> answers;
-    QThread* answerThread = nullptr;
-    const auto record = [&](std::optional<std::string> name) {
-      answerThread = QThread::currentThread();
-      answers.push_back(std::move(name));
-    };
-    resolver.resolve("192.0.2.7", record);
-    resolver.resolve("192.0.2.8", record);
-    QTRY_COMPARE(answers.size(), std::size_t{2});
-    QCOMPARE(resolver.pending(), 0);
-    QVERIFY(lookupThread != QThread::currentThread());
-    QCOMPARE(answerThread, QThread::currentThread());
-    QVERIFY(std::count(answers.begin(), answers.end(), std::optional<std::string>("host.example")) == 1);
-    QVERIFY(std::count(answers.begin(), answers.end(), std::nullopt) == 1);
-  }
 };
 
-namespace {
-
-// Pictures of the pane with a TCP packet, its sequence number selected, and the Hex viewer.
-bool SaveScreenshots(const QString& folder) {
-  Bench b;
-  b.pane.resize(1180, 330);
-  b.pane.showPacket(b.Add(Tcp(kAck | kPsh, {}, "GET /index.html HTTP/1.1\r\nHost: example.org\r\n\r\n")));
-  b.pane.openHexViewer();
-  b.Click("sequence");
-  QTest::qWait(200);
-  const QDir dir(folder);
-  return b.pane.grab().save(dir.filePath(QStringLiteral("details_pane.png"))) &&
-         b.pane.hexViewer()->grab().save(dir.filePath(QStringLiteral("hex_viewer.png")));
-}
-
-}  // namespace
-
-VORMELT_WIDGET_TEST_MAIN(PacketDetailsPaneTest, SaveScreenshots)
+QTEST_MAIN(PacketDetailsPaneTest)
 
 #include "packet_details_pane_test.moc"
