@@ -78,8 +78,7 @@ TEST(StatisticsLive, PingAndTcpOnLoopbackFillTheLocalPortRows) {
     ASSERT_GE(t.pairs.Find(IpPairRecord::KeyOf(kLoopback, kLoopback)), 0);
     const std::int32_t server = t.ports.Find(LocalPortRecord::KeyOf(kLoopback, listenerPort, true));
     const std::int32_t client = t.ports.Find(LocalPortRecord::KeyOf(kLoopback, clientPort, true));
-    ASSERT_GE(server, 0);
-    ASSERT_GE(client, 0);
+    ASSERT_TRUE(server >= 0 && client >= 0);
     EXPECT_GE(t.ports.At(server).packetsOut, 2);  // SYN-ACK and acknowledgements
     EXPECT_EQ(t.ports.At(server).packetsIn, 0);
     EXPECT_GE(t.ports.At(client).packetsOut, 3);  // SYN, ACK, data
