@@ -19,16 +19,12 @@ const test::Mac kDestination{0x00, 0x1b, 0x21, 0xaa, 0xbb, 0xcc};
 const test::Mac kSource{0x3c, 0x7c, 0x3f, 0x01, 0x02, 0x0d};
 
 Bytes Ip4() { return test::UdpPacket({}, 5353, 5353, test::ToBytes("mdns")); }
-Bytes Ip6() {
-  Bytes packet(48, 0);
-  packet[0] = 0x60;
-  return packet;
-}
 
 Bytes Concat(Bytes head, const Bytes& tail) {
   head.insert(head.end(), tail.begin(), tail.end());
   return head;
 }
+Bytes Ip6() { return Concat({0x60}, Bytes(47, 0)); }
 
 // Linux cooked header v1: packet type, ARPHRD, address length, 8 address bytes, protocol.
 Bytes Sll(std::uint16_t protocol, const Bytes& network) {

@@ -35,7 +35,7 @@ class RecordingSink final : public FrameSink {
     released_.wait(lock, [&] { return !hold; });
     return SinkVerdict::Stored;
   }
-  bool IsFull() const override { return full; }
+  bool IsFull() const override { return false; }
   void Release() {
     std::lock_guard lock(mutex_);
     hold = false;
@@ -48,7 +48,6 @@ class RecordingSink final : public FrameSink {
 
   std::vector<Bytes> frames;
   std::vector<std::uint32_t> wireLengths;
-  bool full = false;
   bool hold = false;
 
  private:
@@ -79,7 +78,7 @@ TEST(CaptureFromFile, EthernetFilesGiveWholeFramesAndRawIpFilesThePseudoHeader) 
   const auto frames = MixedEthernetFrames();
   test::WritePcap(dir.File("mixed.pcap"), test::kLinkEthernet, frames);
   CaptureSession session;
-  RecordingSink ethernet;
+  RecordingSink ethernet, raw;
   EXPECT_TRUE(Capture(session, dir.File("mixed.pcap"), ethernet).empty());
   EXPECT_EQ(ethernet.frames, frames);
   EXPECT_EQ(session.kindInUse.load(), InterfaceKind::PacketDriver);
@@ -93,7 +92,6 @@ TEST(CaptureFromFile, EthernetFilesGiveWholeFramesAndRawIpFilesThePseudoHeader) 
   // The largest datagram becomes a 65,549-byte frame.
   const Bytes largest = test::UdpPacket({}, 9, 9, Bytes(65535 - 28, 'z'));
   test::WritePcap(dir.File("raw.pcap"), test::kLinkRaw, {padded, ipv6, largest});
-  RecordingSink raw;
   EXPECT_TRUE(Capture(session, dir.File("raw.pcap"), raw).empty());
   EXPECT_EQ(raw.frames, (std::vector<Bytes>{test::RawSocketsFrame(udp), test::RawSocketsFrame(largest)}));
   EXPECT_EQ(raw.wireLengths, (std::vector<std::uint32_t>{14 + static_cast<std::uint32_t>(udp.size()), 65549}));
@@ -125,8 +123,7 @@ TEST(CaptureFromFile, AFullStoreEndsTheCaptureWithItsStatus) {
   test::TempDir dir;
   const std::string path = dir.File("mixed.pcap");
   test::WritePcap(path, test::kLinkEthernet, MixedEthernetFrames());
-  // A store that fills up stops the capture, and a fresh start on it stops at once.
-  PacketStore store(3);
+  PacketStore store(3);  // fills up, so the capture stops; a fresh start on it stops at once
   CaptureSession session;
   for (int start = 0; start < 2; ++start) {
     Capture(session, path, store);

@@ -28,12 +28,9 @@ test::Ipv4Header Ip(Ipv4 source, Ipv4 destination, std::uint8_t protocol) {
   return ip;
 }
 
-Bytes Tcp(Ipv4 source, Ipv4 destination, std::size_t payload = 10, std::uint16_t sport = 40000,
-          std::uint16_t dport = 80) {
-  test::TcpHeader tcp;
-  tcp.sourcePort = sport;
-  tcp.destinationPort = dport;
-  return test::TcpPacket(Ip(source, destination, 6), tcp, Bytes(payload, 'x'));
+// From port 40000 (the builder's default).
+Bytes Tcp(Ipv4 source, Ipv4 destination, std::size_t payload = 10) {
+  return test::TcpPacket(Ip(source, destination, 6), test::TcpHeader{}, Bytes(payload, 'x'));
 }
 
 struct Fixture {

@@ -48,8 +48,7 @@ std::pair<std::uint16_t, std::uint16_t> TalkTcp() {
 
 TEST(StatisticsLive, PingAndTcpOnLoopbackFillTheLocalPortRows) {
   LocalAddressList locals;
-  const Ipv4 local[] = {kLoopback};
-  locals.Replace(local);
+  locals.Replace(std::vector<Ipv4>{kLoopback});
   StatisticsEngine engine(locals, {kTableCapacity});
   CaptureSession session;
   session.Start(CaptureTarget::Address("127.0.0.1"), engine);

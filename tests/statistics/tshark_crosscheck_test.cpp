@@ -43,8 +43,7 @@ void WriteCapture(const std::string& path) {
       case 2: packet = test::ArpPacket({}); break;
       default: packet = test::TcpPacket(ip, {}, payload);
     }
-    const std::uint16_t type = packet.size() == 28 ? 0x0806 : 0x0800;
-    Bytes frame = test::EthernetFrame(mac, mac, type, packet);
+    Bytes frame = test::EthernetFrame(mac, mac, packet.size() == 28 ? 0x0806 : 0x0800, packet);
     if (random() % 7 == 0) frame.resize(frame.size() + 20, 0);
     writer.Write(frame, 1700000000, static_cast<std::uint32_t>(i));
   }
@@ -85,7 +84,6 @@ TEST(StatisticsCrossCheck, PacketsPerAddressAndPairAgreeWithTshark) {
   test::TempDir dir;
   const std::string capture = dir.File("mixed.pcap");
   WriteCapture(capture);
-
   Counts ours[2];
   for (const bool pairs : {false, true}) {
     const test::ProcessRun run = test::RunCli({"stats", "--read", capture, "--local", "127.0.0.1",
