@@ -14,7 +14,6 @@ namespace {
 using namespace std::string_literals;
 
 TEST(ProtocolNames, KeywordsFillerAndReservedAreExactBytes) {
-  EXPECT_STREQ(ProtocolName(0), "");
   EXPECT_STREQ(ProtocolName(35), "IDPR ");  // the trailing blank is part of saved lines
   EXPECT_STREQ(ProtocolName(255), "Reserved");
   EXPECT_EQ(std::string(ProtocolName(55)), "\xC2\xBF?"s);  // UTF-8, like every table text

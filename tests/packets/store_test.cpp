@@ -43,7 +43,6 @@ TEST(PacketStore, TheRealCapacityHoldsOneMillionAndOnePacketsThenTakesNothing) {
   while ((outcome = store.Insert(test::Record(frame, InterfaceKind::RawSockets))) == InsertOutcome::Stored && ++stored);
   EXPECT_EQ(outcome, InsertOutcome::ItemLimitReached);
   EXPECT_EQ(stored, 1'000'000u);
-  EXPECT_EQ(store.ItemCount(), 1'000'000);
   EXPECT_TRUE(store.IsFull());
   EXPECT_EQ(store.RowCount(), 1'000'001u);
   EXPECT_EQ(NumberOf(store.Get(1'000'000)), 1'000'000u);
