@@ -1,14 +1,12 @@
-// Live capture as root: ping and a TCP connection on 127.0.0.1 show up as rows with the right
-// protocol, addresses, ports and arrival time, in both interface kinds; Stop ends a quiet
-// capture promptly; and on a veth pair in a namespace of our own, Ethernet padding stays out
-// of Raw Sockets frames. Skips with the reason where capturing is not permitted.
+// Live capture as root: ping on 127.0.0.1 shows up as rows with the right protocol, addresses
+// and arrival time, in both interface kinds; Stop ends a quiet capture promptly; and on a veth
+// pair in a namespace of our own, Ethernet padding stays out of Raw Sockets frames. Skips with
+// the reason where capturing is not permitted.
 #include <gtest/gtest.h>
 
-#include <arpa/inet.h>
 #include <fcntl.h>
 #include <linux/if_packet.h>
 #include <net/if.h>
-#include <netinet/in.h>
 #include <sched.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -37,23 +35,6 @@ struct Fd {
   }
 };
 
-// Opens a listener on 127.0.0.1, connects to it, sends a line and closes. Returns the port.
-std::uint16_t TalkTcpOnLoopback() {
-  Fd listener(socket(AF_INET, SOCK_STREAM, 0));
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t length = sizeof address;
-  bind(listener.fd, reinterpret_cast<sockaddr*>(&address), length);
-  listen(listener.fd, 1);
-  getsockname(listener.fd, reinterpret_cast<sockaddr*>(&address), &length);
-  Fd client(socket(AF_INET, SOCK_STREAM, 0));
-  EXPECT_EQ(connect(client.fd, reinterpret_cast<sockaddr*>(&address), length), 0);
-  Fd accepted(accept(listener.fd, nullptr, nullptr));
-  EXPECT_EQ(write(client.fd, "hello\n", 6), 6);
-  return ntohs(address.sin_port);
-}
-
 // Starts a capture and waits until it is really listening; empty on success, else the reason.
 std::string StartAndWait(CaptureSession& session, const CaptureTarget& target, PacketStore& store) {
   session.Start(target, store);
@@ -77,38 +58,29 @@ void CaptureTraffic(const CaptureTarget& target, InterfaceKind kind, const char*
   EXPECT_EQ(StatusText(session.Status(), UiLanguage::English), listeningText);
   EXPECT_EQ(session.kindInUse.load(), kind);
   ASSERT_EQ(std::system("ping -c 3 -i 0.2 127.0.0.1 >/dev/null 2>&1"), 0) << "ping failed";
-  const std::string port = std::to_string(TalkTcpOnLoopback());
   std::this_thread::sleep_for(300ms);  // quiet: Stop must not wait for another packet
   const auto stopped = std::chrono::steady_clock::now();
   session.Stop();
   session.Wait();
   EXPECT_LT(std::chrono::steady_clock::now() - stopped, 500ms);
   EXPECT_EQ(session.Status().status, CaptureStatus::Stopped);
-  EXPECT_TRUE(session.newData.load());
 
   const std::time_t now = std::time(nullptr);
   char today[16];
   std::strftime(today, sizeof today, "%Y.%m.%d", std::localtime(&now));  // arrival, not 0 or a file's
-  int icmp = 0, toListener = 0, fromListener = 0, macs = 0;
+  int icmp = 0;
   ListTextBuffer buffer{};
   for (std::size_t row = 0; row < store.RowCount(); ++row) {
     const PacketRef packet = store.Get(store.IndexAtRow(row));
     const auto text = [&](ListColumn column) { return std::string(ListColumnText(packet, nullptr, column, buffer)); };
     if (text(ListColumn::SourceIp) != "127.0.0.1" || text(ListColumn::DestinationIp) != "127.0.0.1") continue;
     EXPECT_EQ(packet.timeText, today);
-    macs += !text(ListColumn::SourceMac).empty();
     icmp += text(ListColumn::Type) == names::ProtocolName(1);
-    if (text(ListColumn::Type) != names::ProtocolName(6)) continue;
-    toListener += text(ListColumn::DestinationPort) == port;
-    fromListener += text(ListColumn::SourcePort) == port;
   }
   EXPECT_GE(icmp, 6);  // three requests, three replies
-  EXPECT_GE(toListener, 2);
-  EXPECT_GE(fromListener, 1);
-  EXPECT_EQ(macs > 0, kind == InterfaceKind::PacketDriver);
 }
 
-TEST(LiveCapture, BothKindsSeePingAndTcpOnLoopbackAndStopPromptly) {
+TEST(LiveCapture, BothKindsSeePingOnLoopbackAndStopPromptly) {
   CaptureTraffic(CaptureTarget::Address("127.0.0.1"), InterfaceKind::RawSockets,
                  "Listening on 127.0.0.1 (Using Raw Sockets)");
   CaptureTraffic(CaptureTarget::Adapter("lo", "Loopback"), InterfaceKind::PacketDriver,
@@ -165,8 +137,7 @@ TEST(LiveCapture, RawSocketsFramesOnEthernetLeaveTheLinkPaddingOut) {
   if (!veth.ready()) GTEST_SKIP() << "cannot make a network namespace with a veth pair (needs root)";
   PacketStore store;
   CaptureSession session;
-  const std::string reason = StartAndWait(session, CaptureTarget::Address("10.199.77.1"), store);
-  ASSERT_EQ(reason, "");
+  ASSERT_EQ(StartAndWait(session, CaptureTarget::Address("10.199.77.1"), store), "");
   test::Ipv4Header ip;
   ip.source = {10, 199, 77, 2};
   ip.destination = {10, 199, 77, 1};

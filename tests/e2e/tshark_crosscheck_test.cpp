@@ -3,9 +3,6 @@
 // at Datalink level must match tcpdump -XX's hex dump, packet by packet.
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <cstdlib>
-#include <memory>
 #include <random>
 #include <sstream>
 #include <string>
@@ -23,17 +20,11 @@ using test::Bytes;
 
 constexpr std::size_t kPacketCount = 3000;
 constexpr const char* kFields[] = {
-    "ip.src",       "ip.dst",      "tcp.srcport",        "tcp.dstport",        "udp.srcport",
-    "udp.dstport",  "ip.ttl",      "ip.checksum",        "tcp.seq_raw",        "tcp.ack_raw",
-    "tcp.window_size_value", "tcp.flags", "icmp.type",   "icmp.code",          "arp.src.proto_ipv4",
-    "arp.dst.proto_ipv4",    "frame.len"};
-enum Column {
-  IpSrc, IpDst, TcpSrc, TcpDst, UdpSrc, UdpDst, Ttl, Checksum, Seq, Ack, Window, Flags,
-  IcmpType, IcmpCode, ArpSrc, ArpDst, FrameLen, ColumnCount
-};
-
-bool Have(const std::string& tool) { return test::ToolAvailable(tool); }
-std::string Output(const std::string& command) { return test::ShellOutput(command); }
+    "ip.src", "ip.dst", "tcp.srcport", "tcp.dstport", "udp.srcport", "udp.dstport", "ip.ttl",
+    "ip.checksum", "tcp.seq_raw", "tcp.ack_raw", "tcp.window_size_value", "tcp.flags",
+    "icmp.type", "icmp.code", "arp.src.proto_ipv4", "arp.dst.proto_ipv4", "frame.len"};
+enum Column { IpSrc, IpDst, TcpSrc, TcpDst, UdpSrc, UdpDst, Ttl, Checksum, Seq, Ack, Window, Flags,
+              IcmpType, IcmpCode, ArpSrc, ArpDst, FrameLen, ColumnCount };
 
 std::vector<Bytes> MixedFrames() {
   std::mt19937 rng(7);
@@ -44,7 +35,6 @@ std::vector<Bytes> MixedFrames() {
     ip.source = {10, byte(), byte(), byte()};
     ip.destination = {172, 16, byte(), byte()};
     ip.ttl = byte();
-    ip.id = static_cast<std::uint16_t>(rng());
     if (i % 5 == 0) ip.options = Bytes(4 * (1 + rng() % 3), 0x01);  // NOPs: IHL 6..8
     const Bytes payload(rng() % 64, byte());
     switch (i % 4) {
@@ -62,21 +52,16 @@ std::vector<Bytes> MixedFrames() {
       }
       case 1:
         frames.push_back(test::RawSocketsFrame(test::UdpPacket(
-            ip, static_cast<std::uint16_t>(rng() % 2 ? 53 : rng()),
-            static_cast<std::uint16_t>(rng()), payload)));
+            ip, static_cast<std::uint16_t>(rng() % 2 ? 53 : rng()), static_cast<std::uint16_t>(rng()), payload)));
         break;
-      case 2:
-        frames.push_back(test::RawSocketsFrame(
-            test::IcmpPacket(ip, rng() % 2 ? 8 : 0, 0, payload)));
-        break;
+      case 2: frames.push_back(test::RawSocketsFrame(test::IcmpPacket(ip, rng() % 2 ? 8 : 0, 0, payload))); break;
       default: {
         test::ArpFields arp;
         arp.operation = 1 + rng() % 2;
         arp.senderIp = {192, 168, byte(), byte()};
         arp.targetIp = {192, 168, byte(), byte()};
-        frames.push_back(test::EthernetFrame({0xff, 0xff, 0xff, 0xff, 0xff, 0xff},
-                                             arp.senderMac, kEtherTypeArp,
-                                             test::ArpPacket(arp)));
+        frames.push_back(test::EthernetFrame({0xff, 0xff, 0xff, 0xff, 0xff, 0xff}, arp.senderMac,
+                                             kEtherTypeArp, test::ArpPacket(arp)));
         break;
       }
     }
@@ -89,28 +74,22 @@ std::vector<std::vector<std::string>> TsharkFields(const std::string& pcap) {
   std::string command = "tshark -n -r '" + pcap + "' -T fields -E occurrence=f";
   for (const char* field : kFields) command += std::string(" -e ") + field;
   std::vector<std::vector<std::string>> rows;
-  std::istringstream lines(Output(command + " 2>/dev/null"));
-  std::string line;
-  while (std::getline(lines, line)) {
-    std::vector<std::string> row;
-    std::size_t start = 0;
-    for (std::size_t tab; (tab = line.find('\t', start)) != std::string::npos; start = tab + 1) {
-      row.push_back(line.substr(start, tab - start));
-    }
-    row.push_back(line.substr(start));
-    rows.push_back(std::move(row));
+  std::istringstream lines(test::ShellOutput(command + " 2>/dev/null"));
+  for (std::string line; std::getline(lines, line);) {
+    std::istringstream fields(line);  // frame.len, the last field, is never empty
+    rows.emplace_back();
+    for (std::string field; std::getline(fields, field, '\t');) rows.back().push_back(field);
   }
   return rows;
 }
 
 // tshark prints some numbers in hex ("0x1a2b"); compare values, not spellings.
 std::string Decimal(const std::string& text) {
-  if (text.empty()) return text;
-  return std::to_string(std::stoul(text, nullptr, 0));
+  return text.empty() ? text : std::to_string(std::stoul(text, nullptr, 0));
 }
 
 TEST(TsharkCrossCheck, DecoderAgreesOnEveryField) {
-  if (!Have("tshark")) GTEST_SKIP() << "tshark is not installed; cannot cross-check the decoder";
+  if (!test::ToolAvailable("tshark")) GTEST_SKIP() << "tshark is not installed; cannot cross-check the decoder";
   test::TempDir dir;
   const std::string pcap = dir.File("mixed.pcap");
   const std::vector<Bytes> frames = MixedFrames();
@@ -123,8 +102,7 @@ TEST(TsharkCrossCheck, DecoderAgreesOnEveryField) {
     const auto& t = rows[i];
     ASSERT_EQ(t.size(), static_cast<std::size_t>(ColumnCount));
     const RecordBuffer record(frames[i], InterfaceKind::RawSockets);
-    const PacketDetails d = DecodePacket(record.ref(), UiLanguage::English,
-                                         DataLevel::Datalink, "", "");
+    const PacketDetails d = DecodePacket(record.ref(), UiLanguage::English, DataLevel::Datalink, "", "");
     EXPECT_EQ(d.packetSize, t[FrameLen]);
     if (d.etherType == kEtherTypeArp) {
       EXPECT_EQ(d.sourceIp, t[ArpSrc]);
@@ -194,17 +172,16 @@ std::vector<Bytes> RenderedBytes(const std::string& text) {
 }
 
 TEST(TcpdumpCrossCheck, CliRendersTheSameBytesAtDatalinkLevel) {
-  if (!Have("tcpdump")) GTEST_SKIP() << "tcpdump is not installed; cannot cross-check rendering";
+  if (!test::ToolAvailable("tcpdump")) GTEST_SKIP() << "tcpdump is not installed; cannot cross-check rendering";
   test::TempDir dir;
   const std::string pcap = dir.File("mixed.pcap");
   std::vector<Bytes> frames = MixedFrames();
   frames.resize(400);
   test::WritePcap(pcap, test::kLinkEthernet, frames);
-  const auto ours = RenderedBytes(Output(std::string(VORMELT_CLI_PATH) + " packets --read '" +
+  const auto ours = RenderedBytes(test::ShellOutput(std::string(VORMELT_CLI_PATH) + " packets --read '" +
                                          pcap + "' --render hex --level datalink 2>/dev/null"));
-  const auto theirs = TcpdumpBytes(Output("tcpdump -nn -XX -r '" + pcap + "' 2>/dev/null"));
-  ASSERT_EQ(ours.size(), frames.size());
-  ASSERT_EQ(theirs.size(), frames.size());
+  const auto theirs = TcpdumpBytes(test::ShellOutput("tcpdump -nn -XX -r '" + pcap + "' 2>/dev/null"));
+  ASSERT_TRUE(ours.size() == frames.size() && theirs.size() == frames.size()) << ours.size();
   for (std::size_t i = 0; i < frames.size(); ++i) {
     EXPECT_EQ(ours[i], frames[i]) << "packet " << i + 1;
     EXPECT_EQ(ours[i], theirs[i]) << "packet " << i + 1;

@@ -56,8 +56,6 @@ Bytes Arp(const test::ArpFields& fields = {}) {
                              test::ArpPacket(fields));
 }
 
-Bytes Ipv6ish() { return test::EthernetFrame({}, {}, 0x86DD, Bytes(60, 0x60)); }
-
 Bytes WithTcp(const test::Ipv4Header& ip, const test::TcpHeader& tcp, std::string_view payload,
               std::size_t cutTo = 0) {
   Bytes frame = test::RawSocketsFrame(test::TcpPacket(ip, tcp, ToBytes(payload)));
@@ -101,29 +99,21 @@ TEST(PacketFilter, ExampleFrames) {
     bool headersOnly = false;
   } cases[] = {
       // Sizes: bounds included, 0 means none, File Mode's reduced test ignores them.
-      {__LINE__, {.minPacketSize = 100}, Bytes(99, 0), false},
       {__LINE__, {.minPacketSize = 100}, Bytes(100, 0), true},
       {__LINE__, {.maxPacketSize = 100}, Bytes(101, 0), false},
       {__LINE__, {.maxPacketSize = 100}, Bytes(101, 0), true, false, true},
       // Protocol flags govern their own class only; ARP is never "Other".
       {__LINE__, {.allowOther = false}, gre24, false},
-      {__LINE__, {.allowOther = false}, Ipv6ish(), false},
       {__LINE__, {.allowOther = false}, Arp(), true},
-      {__LINE__, {.allowOther = false}, Icmp(), true},
       {__LINE__, {.allowTcp = false}, Tcp("a"), false},
-      {__LINE__, {.allowTcp = false}, Udp(1, 2), true},
-      {__LINE__, {.allowTcp = false}, Tcp("a"), true, false, true},
       // Address ranges, IPv4 and ARP; a range has nothing to test on other frames.
       {__LINE__, {.sourceInRanges = only1}, Tcp("", "10.0.0.1"), true},
-      {__LINE__, {.sourceInRanges = only1}, Tcp("", "10.0.0.0"), false},
       {__LINE__, {.sourceInRanges = only1}, Tcp("", "10.0.0.2"), false},
-      {__LINE__, {.sourceInRanges = only1}, Ipv6ish(), true},
       {__LINE__, {.destInRanges = dest, .destNotInRanges = notDest},
        Tcp("", "1.1.1.1", "192.168.0.255"), true},
       {__LINE__, {.destInRanges = dest, .destNotInRanges = notDest},
        Tcp("", "1.1.1.1", "192.168.0.7"), false},
       {__LINE__, {.eitherInRanges = high}, Tcp("", "1.1.1.1", "200.0.0.9"), true},
-      {__LINE__, {.eitherInRanges = high}, Tcp("", "1.1.1.1", "2.2.2.2"), false},
       {__LINE__, {.eitherInRanges = high}, Tcp("", "1.1.1.1", "200.0.0.10"), false, false, true},
       {__LINE__, {.sourceInRanges = arpSource, .destInRanges = arpTarget}, Arp(), true},
       {__LINE__, {.sourceInRanges = arpSource, .destInRanges = arpTarget}, Arp(toOther), false},
@@ -138,33 +128,25 @@ TEST(PacketFilter, ExampleFrames) {
       {__LINE__, {.sourceNotPorts = {1}, .destPorts = {80, 443}, .eitherPorts = {7000, 8000}},
        Tcp("", "1.1.1.1", "2.2.2.2", 7000, 443), true},
       {__LINE__, {.sourceNotPorts = {1}, .destPorts = {80, 443}, .eitherPorts = {7000, 8000}},
-       Tcp("", "1.1.1.1", "2.2.2.2", 1, 80), false},
-      {__LINE__, {.sourceNotPorts = {1}, .destPorts = {80, 443}, .eitherPorts = {7000, 8000}},
        Tcp("", "1.1.1.1", "2.2.2.2", 7000, 8000), false},
-      {__LINE__, {.destNotPorts = {444}}, Tcp("", "1.1.1.1", "2.2.2.2", 7000, 444), false},
       {__LINE__, {.eitherPorts = {7000, 8000}}, Tcp("", "1.1.1.1", "2.2.2.2", 7001, 80), false,
        false, true},
       // Texts: case folding (Latin-1 capitals too) unless match case is on.
       {__LINE__, {.mustContain = {"GET"}}, Tcp("xx get /index"), true},
       {__LINE__, {.mustContain = {"GET"}}, Tcp("xx get /index"), false, true},
-      {__LINE__, {.mustContain = {"GET"}}, Tcp("xx GET /index"), true, true},
       {__LINE__, {.mustContain = {"\xC4rger"}}, Tcp("viel \xE4rger"), true},
       {__LINE__, {.mustContain = {"\xC4rger"}}, Tcp("viel \xE4rger"), false, true},
       // A zero byte reads as a space; the spare zeroes behind the frame are never searched.
       {__LINE__, {.mustContain = {"A B"}}, Tcp(std::string_view("A\0B", 3)), true},
-      {__LINE__, {.mustContain = {" "}}, Tcp("abc"), false},
       // Header bytes are not payload: TCP options and the UDP header are skipped; ARP and
       // other frames are searched from the end of the Ethernet header.
       {__LINE__, {.mustContain = {"GET"}}, WithTcp({}, getOption, "xyz"), false},
-      {__LINE__, {.mustContain = {"GET"}}, WithTcp({}, getOption, "GET"), true},
       {__LINE__, {.mustContain = {"GET"}}, Udp(0x4745, 0x5420, "x"), false},  // ports "GET "
       {__LINE__, {.mustContain = {" \x01\x08"}}, Arp(), true},  // hardware 1, protocol 0x08..
       // No payload: dropped when something must be contained, else kept whatever must not.
       {__LINE__, {.mustContain = {"a"}}, Tcp(""), false},
-      {__LINE__, {.mustContain = {"a"}}, Bytes(14, 0), false},
       {__LINE__, {.mustContain = {"a"}}, WithTcp({}, longHeader, "", 60), false},
       {__LINE__, {.mustNotContain = {" "}}, Tcp(""), true},
-      {__LINE__, {.mustNotContain = {" "}}, Tcp("a b"), false},
       {__LINE__, {.mustNotContain = {" "}}, WithTcp({}, longHeader, "", 60), true},
   };
   for (const auto& c : cases) {
@@ -221,7 +203,6 @@ TEST(Ipv4Text, ParsesOnlyFourDecimalParts) {
                                "1..2.3", "1.2.3.1000", "-1.2.3.4"}) {
     EXPECT_FALSE(ParseIpv4(bad).has_value()) << bad;
   }
-  EXPECT_EQ(FormatIpv4(0xC0A80001u), "192.168.0.1");
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
-// Packet text rendering: summary lines against the printf forms they stand for, the four data
-// forms, the buffer and stream forms agreeing byte for byte, and the Hex viewer's columns.
+// Packet text rendering: summary lines against the printf forms they stand for, the data forms
+// and the buffer, file and stream forms agreeing byte for byte without allocating.
 #include "packets/render.hpp"
 
 #include <gtest/gtest.h>
@@ -32,10 +32,6 @@ namespace vormelt {
 namespace {
 
 using test::Bytes;
-
-RecordBuffer Raw(const Bytes& ip, std::string_view time = "12:00:00") {
-  return RecordBuffer(test::RawSocketsFrame(ip), InterfaceKind::RawSockets, time);
-}
 
 // The summary line as the printf form "% 4s % 4u  %s  %s  % 15s % 15s  %s %s  [%s]" (with four
 // blanks between the IP columns when wide) would print it.
@@ -118,12 +114,6 @@ std::vector<RecordBuffer> VariedPackets(std::size_t count) {
   return out;
 }
 
-std::string Render(PacketRef packet, RenderOptions options) {
-  std::string out;
-  PacketRenderer(options).Append(packet, out);
-  return out;
-}
-
 TEST(Summary, MatchesThePrintfFormForEveryKindOfPacket) {
   for (const RecordBuffer& record : VariedPackets(1200)) {
     for (const IpGap gap : {IpGap::Narrow, IpGap::Wide}) {
@@ -134,16 +124,7 @@ TEST(Summary, MatchesThePrintfFormForEveryKindOfPacket) {
   }
 }
 
-TEST(DataForms, LeadInsLineBreaksAndPadding) {
-  const RecordBuffer record = Raw(test::UdpPacket(test::Ipv4Header{}, 1, 2, {}), "t");
-  std::string line;
-  AppendSummaryLine(line, record.ref(), IpGap::Narrow);
-  EXPECT_EQ(Render(record.ref(), {DataForm::None, IpGap::Narrow, DataLevel::Datalink}),
-            "\r\n" + line);
-  // UDP without payload has nothing at Presentation level: just the break.
-  EXPECT_EQ(Render(record.ref(), {DataForm::HexText, IpGap::Narrow, DataLevel::Presentation}),
-            "\r\n\r\n" + line + "\r\n\r\n");
-
+TEST(DataForms, LineBreaksAndPadding) {
   Bytes bytes(21);
   for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<std::uint8_t>(i * 12);
   std::string out;
@@ -152,29 +133,13 @@ TEST(DataForms, LeadInsLineBreaksAndPadding) {
             "  0  12  24  36  48  60  72  84  96 108\r\n"
             "120 132 144 156 168 180 192 204 216 228\r\n"
             "240 ");
-
   bytes.assign(17, 'A');
   bytes[16] = 0x81;
   out.clear();
   AppendDataBytes(out, bytes, DataForm::HexText);
   std::string expected;
   for (int i = 0; i < 16; ++i) expected += "41 ";
-  expected += "| AAAAAAAAAAAAAAAA\r\n81 " + std::string(45, ' ') + "| .";
-  EXPECT_EQ(out, expected);
-
-  out.clear();
-  AppendDataBytes(out, Bytes{0, 'z', 0x7F}, DataForm::Text);
-  EXPECT_EQ(out, std::string("\0z\x7F", 3));  // Text keeps every byte, NUL included
-}
-
-TEST(DataForms, PrintableRuleAndPaneText) {
-  for (int b = 0; b < 256; ++b) {
-    const bool expected = b >= 32 && b != 127 && b != 129 && !(b >= 141 && b <= 144);
-    EXPECT_EQ(IsPrintableByte(static_cast<std::uint8_t>(b)), expected) << b;
-  }
-  std::string out;
-  AppendPaneDump(out, Bytes{'a', 0, 'b', 0, 0, 1}, DumpForm::Text);
-  EXPECT_EQ(out, "ab\x01");  // the pane's Text form skips zero bytes
+  EXPECT_EQ(out, expected + "| AAAAAAAAAAAAAAAA\r\n81 " + std::string(45, ' ') + "| .");
 }
 
 // Collects stream-form output in memory; `discard` keeps nothing (for allocation counting).
@@ -225,26 +190,6 @@ TEST(Forms, StreamFormAllocatesNothingOnceWarm) {
   const long before = gAllocations.load();
   for (const RecordBuffer& record : packets) renderer.Write(record.ref(), sink);
   EXPECT_EQ(gAllocations.load(), before);
-}
-
-TEST(HexViewer, ColumnsHaveNoBreakAfterTheirLastLine) {
-  Bytes bytes(16);
-  for (std::size_t i = 0; i < 16; ++i) bytes[i] = static_cast<std::uint8_t>(0x40 + i);
-  HexViewerTexts texts;
-  ASSERT_TRUE(BuildHexViewerTexts(bytes, texts));
-  EXPECT_EQ(texts.offsets, "00000000");
-  EXPECT_EQ(texts.hex, "40 41 42 43 44 45 46 47 48 49 4A 4B 4C 4D 4E 4F");
-  EXPECT_EQ(texts.characters, "@ABCDEFGHIJKLMNO");
-
-  bytes.assign(33, 0x8F);
-  bytes[17] = 'q';
-  ASSERT_TRUE(BuildHexViewerTexts(bytes, texts));
-  EXPECT_EQ(texts.offsets, "00000000\r\n00000010\r\n00000020");
-  EXPECT_EQ(texts.hex.substr(49 + 3, 2), "71");
-  EXPECT_EQ(texts.characters.substr(19), "q" + std::string(14, '.') + "\r\n.");
-  // An empty range leaves the boxes as they were.
-  EXPECT_FALSE(BuildHexViewerTexts({}, texts));
-  EXPECT_EQ(texts.offsets.size(), 28u);
 }
 
 }  // namespace

@@ -1,10 +1,10 @@
-// The statistics engine against the counting rules it must keep: the named cases, a reference
-// model that finds records and victims by passing over every slot (the index, LRU list and
-// tree must agree with it packet by packet), and frames no sender should have sent.
+// The statistics engine against the counting rules it must keep: the five named cases (two
+// local ends: live_loopback_test), a reference model that finds records and victims by passing
+// over every slot (the index, LRU list and tree must agree with it packet by packet), and frames
+// no sender should have sent.
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <climits>
 #include <random>
 #include <vector>
 
@@ -28,12 +28,9 @@ test::Ipv4Header Ip(Ipv4 source, Ipv4 destination, std::uint8_t protocol) {
   return ip;
 }
 
-Bytes Tcp(Ipv4 source, Ipv4 destination, std::size_t payload = 10, std::uint16_t sport = 40000,
-          std::uint16_t dport = 80) {
-  test::TcpHeader tcp;
-  tcp.sourcePort = sport;
-  tcp.destinationPort = dport;
-  return test::TcpPacket(Ip(source, destination, 6), tcp, Bytes(payload, 'x'));
+// From port 40000 (the builder's default).
+Bytes Tcp(Ipv4 source, Ipv4 destination, std::size_t payload = 10) {
+  return test::TcpPacket(Ip(source, destination, 6), test::TcpHeader{}, Bytes(payload, 'x'));
 }
 
 struct Fixture {
@@ -43,10 +40,6 @@ struct Fixture {
       : engine(locals, limits) {
     locals.Replace(local);
   }
-  template <typename Visit>
-  auto Read(Visit visit) {
-    return engine.WithTables([&](const StatisticsTables& t) { return visit(t); });
-  }
 };
 
 TEST(StatisticsEngine, TwoHostTcpFillsAddressPairAndLocalPortRecords) {
@@ -54,15 +47,13 @@ TEST(StatisticsEngine, TwoHostTcpFillsAddressPairAndLocalPortRecords) {
   const Bytes packet = Tcp(kA, kB);
   const std::int64_t length = static_cast<std::int64_t>(packet.size()) + 14;
   f.engine.CountPacket(packet);
-  f.Read([&](const StatisticsTables& t) {
+  f.engine.WithTables([&](const StatisticsTables& t) {
     ASSERT_EQ(t.ip.Used(), 2);
     EXPECT_EQ(t.ip.At(0).Key(), kA);
     EXPECT_EQ(t.ip.At(0).bytesFrom + t.ip.At(0).bytesTo, length);
-    EXPECT_EQ(t.ip.At(1).bytesTo, length);
     ASSERT_EQ(t.pairs.Used(), 2);
     EXPECT_EQ(t.pairs.At(0).Key(), IpPairRecord::KeyOf(kA, kB));
     EXPECT_EQ(t.pairs.At(0).bytesFirstToSecond, length);
-    EXPECT_EQ(t.pairs.At(1).bytesSecondToFirst, t.pairs.At(1).ByteTotal());
     ASSERT_EQ(t.ports.Used(), 1);
     EXPECT_EQ(t.ports.At(0).Key(), LocalPortRecord::KeyOf(kA, 40000, true));
     EXPECT_EQ(t.ports.At(0).bytesOut, t.ports.At(0).ByteTotal());
@@ -71,15 +62,13 @@ TEST(StatisticsEngine, TwoHostTcpFillsAddressPairAndLocalPortRecords) {
 
 TEST(StatisticsEngine, OnlyTcpTrustsTheTotalLengthOverTheReceivedLength) {
   Fixture f;
-  Bytes tcp = Tcp(kA, kB, 10);
-  const std::size_t tcpTotal = tcp.size();
-  tcp.resize(tcp.size() + 30, 0);  // padding after the datagram
-  Bytes udp = test::UdpPacket(Ip(kA, kC, 17), 5000, 53, Bytes(10, 'y'));
-  const std::size_t udpReceived = udp.size() + 30;
+  Bytes tcp = Tcp(kA, kB, 10), udp = test::UdpPacket(Ip(kA, kC, 17), 5000, 53, Bytes(10, 'y'));
+  const std::size_t tcpTotal = tcp.size(), udpReceived = udp.size() + 30;
+  tcp.resize(tcpTotal + 30, 0);  // padding after each datagram
   udp.resize(udpReceived, 0);
   f.engine.CountPacket(tcp);
   f.engine.CountPacket(udp);
-  f.Read([&](const StatisticsTables& t) {
+  f.engine.WithTables([&](const StatisticsTables& t) {
     EXPECT_EQ(t.ip.At(1).bytesTo, static_cast<std::int64_t>(tcpTotal + 14));
     EXPECT_EQ(t.ip.At(2).bytesTo, static_cast<std::int64_t>(udpReceived + 14));
   });
@@ -88,14 +77,14 @@ TEST(StatisticsEngine, OnlyTcpTrustsTheTotalLengthOverTheReceivedLength) {
 TEST(StatisticsEngine, ListOfOneKeepsTheLastRecordCreated) {
   Fixture f({}, {1, VictimPolicy::LongestAgo});
   f.engine.CountPacket(Tcp(kA, kB));
-  f.Read([](const StatisticsTables& t) {
+  f.engine.WithTables([](const StatisticsTables& t) {
     ASSERT_EQ(t.ip.Used(), 1);
     EXPECT_EQ(t.ip.At(0).address, kB);
     EXPECT_EQ(t.ip.At(0).bytesFrom, 0);
     EXPECT_EQ(t.pairs.At(0).first, kB);
   });
   f.engine.CountPacket(Tcp(kC, kA));
-  f.Read([](const StatisticsTables& t) {
+  f.engine.WithTables([](const StatisticsTables& t) {
     EXPECT_EQ(t.ip.At(0).address, kA);
     EXPECT_EQ(t.ip.At(0).packetsTo, 1);
     EXPECT_EQ(t.ip.Replaced(), 3);
@@ -107,7 +96,7 @@ TEST(StatisticsEngine, TieAtTheLowestCountReplacesTheLowerSlot) {
   f.engine.CountPacket(Tcp(kA, kB));  // A: 1, B: 1
   f.engine.CountPacket(Tcp(kC, kB));  // C: 1, B: 2
   f.engine.CountPacket(Tcp(kB, 0x0A000004));  // D replaces A (slot 0), not C (slot 2)
-  f.Read([](const StatisticsTables& t) {
+  f.engine.WithTables([](const StatisticsTables& t) {
     EXPECT_EQ(t.ip.At(0).address, 0x0A000004u);
     EXPECT_EQ(t.ip.At(1).address, kB);
     EXPECT_EQ(t.ip.At(2).address, kC);
@@ -117,20 +106,10 @@ TEST(StatisticsEngine, TieAtTheLowestCountReplacesTheLowerSlot) {
 TEST(StatisticsEngine, IcmpUpdatesOnlyAddressesAndPairs) {
   Fixture f({kA, kB});
   f.engine.CountPacket(test::IcmpPacket(Ip(kA, kB, 1), 8, 0, Bytes(32, 0)));
-  f.Read([](const StatisticsTables& t) {
+  f.engine.WithTables([](const StatisticsTables& t) {
     EXPECT_EQ(t.ip.Used(), 2);
     EXPECT_EQ(t.pairs.Used(), 2);
     EXPECT_EQ(t.ports.Used(), 0);
-  });
-}
-
-TEST(StatisticsEngine, BetweenTwoLocalAddressesOnlyTheListedFirstSideCounts) {
-  Fixture f({kB, kA});  // each entry is tested against the source, then the destination
-  f.engine.CountPacket(Tcp(kA, kB, 10, 1111, 2222));
-  f.Read([](const StatisticsTables& t) {
-    ASSERT_EQ(t.ports.Used(), 1);
-    EXPECT_EQ(t.ports.At(0).Key(), LocalPortRecord::KeyOf(kB, 2222, true));
-    EXPECT_EQ(t.ports.At(0).packetsIn, 1);
   });
 }
 
@@ -152,7 +131,7 @@ TEST(StatisticsEngine, HostileFramesCountNothingOrWhatTheirHeaderAllows) {
   // 20 bytes of header are needed; a port needs its four bytes inside the buffer.
   const std::int64_t counted = f.engine.PacketSequence();
   EXPECT_GT(counted, 0);
-  f.Read([&](const StatisticsTables& t) {
+  f.engine.WithTables([&](const StatisticsTables& t) {
     const std::int32_t found = t.ip.Find(kA);
     ASSERT_GE(found, 0);
     EXPECT_EQ(t.ip.At(found).packetsFrom, static_cast<std::int64_t>(good.size() - 20 + 1));
@@ -173,22 +152,17 @@ struct Reference {
   std::int32_t max;
   VictimPolicy policy;
   std::int32_t Find(std::uint64_t key) const {
-    for (std::size_t i = 0; i < rows.size(); ++i) {
-      if (rows[i].key == key) return static_cast<std::int32_t>(i);
-    }
-    return -1;
+    const auto it = std::find_if(rows.begin(), rows.end(), [&](const Row& r) { return r.key == key; });
+    return it == rows.end() ? -1 : static_cast<std::int32_t>(it - rows.begin());
   }
+  // The first slot with the lowest (highest) value: ties go to the lower slot.
   std::int32_t Victim() const {
-    std::int32_t best = 0;
-    std::int64_t value = policy == VictimPolicy::Highest ? 0 : LLONG_MAX;
-    for (std::size_t i = 0; i < rows.size(); ++i) {
-      const std::int64_t v = policy == VictimPolicy::LongestAgo ? rows[i].last : rows[i].total;
-      if (policy == VictimPolicy::Highest ? v > value : v < value) {
-        value = v;
-        best = static_cast<std::int32_t>(i);
-      }
-    }
-    return best;
+    const auto less = [&](const Row& x, const Row& y) {
+      return policy == VictimPolicy::LongestAgo ? x.last < y.last : x.total < y.total;
+    };
+    const auto it = policy == VictimPolicy::Highest ? std::max_element(rows.begin(), rows.end(), less)
+                                                    : std::min_element(rows.begin(), rows.end(), less);
+    return static_cast<std::int32_t>(it - rows.begin());
   }
   // Both keys are looked up first; a packet to itself is one record with both directions.
   void Count(std::uint64_t a, std::uint64_t b, std::int64_t seq) {
@@ -197,11 +171,8 @@ struct Reference {
       if (s >= 0) rows[s].total += 1, rows[s].last = seq;
     }
     const auto create = [&](std::uint64_t key, std::int64_t total) {
-      if (static_cast<std::int32_t>(rows.size()) < max) {
-        rows.push_back({key, total, seq});
-      } else {
-        rows[Victim()] = {key, total, seq};
-      }
+      if (static_cast<std::int32_t>(rows.size()) < max) rows.push_back({key, total, seq});
+      else rows[Victim()] = {key, total, seq};
     };
     if (fa < 0) create(a, a == b ? 2 : 1);
     if (fb < 0 && a != b) create(b, 1);
@@ -221,7 +192,7 @@ TEST(StatisticsEngine, IndexAndVictimOrderAgreeWithAPassOverEverySlot) {
         f.engine.CountPacket(Tcp(a, b, 0));
         ip.Count(a, b, seq);
         pairs.Count(IpPairRecord::KeyOf(a, b), IpPairRecord::KeyOf(b, a), seq);
-        const bool same = f.Read([&](const StatisticsTables& t) {
+        const bool same = f.engine.WithTables([&](const StatisticsTables& t) {
           bool ok = t.ip.Used() == static_cast<std::int32_t>(ip.rows.size()) &&
                     t.pairs.Used() == static_cast<std::int32_t>(pairs.rows.size());
           for (std::int32_t s = 0; ok && s < t.ip.Used(); ++s) {

@@ -48,8 +48,7 @@ std::pair<std::uint16_t, std::uint16_t> TalkTcp() {
 
 TEST(StatisticsLive, PingAndTcpOnLoopbackFillTheLocalPortRows) {
   LocalAddressList locals;
-  const Ipv4 local[] = {kLoopback};
-  locals.Replace(local);
+  locals.Replace(std::vector<Ipv4>{kLoopback});
   StatisticsEngine engine(locals, {kTableCapacity});
   CaptureSession session;
   session.Start(CaptureTarget::Address("127.0.0.1"), engine);
@@ -78,8 +77,7 @@ TEST(StatisticsLive, PingAndTcpOnLoopbackFillTheLocalPortRows) {
     ASSERT_GE(t.pairs.Find(IpPairRecord::KeyOf(kLoopback, kLoopback)), 0);
     const std::int32_t server = t.ports.Find(LocalPortRecord::KeyOf(kLoopback, listenerPort, true));
     const std::int32_t client = t.ports.Find(LocalPortRecord::KeyOf(kLoopback, clientPort, true));
-    ASSERT_GE(server, 0);
-    ASSERT_GE(client, 0);
+    ASSERT_TRUE(server >= 0 && client >= 0);
     EXPECT_GE(t.ports.At(server).packetsOut, 2);  // SYN-ACK and acknowledgements
     EXPECT_EQ(t.ports.At(server).packetsIn, 0);
     EXPECT_GE(t.ports.At(client).packetsOut, 3);  // SYN, ACK, data
