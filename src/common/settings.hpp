@@ -70,6 +70,15 @@ struct CodecSettings {
   friend bool operator==(const CodecSettings&, const CodecSettings&) = default;
 };
 
+// Statistical Mode's list limits: the maximum records per list (1..8192) and the policy that
+// picks the record to replace when a list is full (0 longest ago, 1 lowest, 2 highest count).
+struct StatisticsSettings {
+  std::int32_t maxItems = 256;
+  std::int32_t victimPolicy = 0;
+
+  friend bool operator==(const StatisticsSettings&, const StatisticsSettings&) = default;
+};
+
 struct ProgramSettings {
   // Read at start-up.
   bool showModeChoiceAtStartup = true;  // "Show mode choice at startup."
@@ -83,6 +92,7 @@ struct ProgramSettings {
   InterfaceSettings interface;
   PacketModeSettings packetMode;
   CodecSettings codec;
+  StatisticsSettings statistics;
 
   friend bool operator==(const ProgramSettings&, const ProgramSettings&) = default;
 };

@@ -22,6 +22,8 @@ constexpr int kMaxDataLevel = 3;
 constexpr int kMaxDumpForm = 2;
 constexpr int kMaxCodecInputType = 2;
 constexpr int kMaxCodecOutputType = 3;
+constexpr int kMaxStatisticsItems = 8192;  // the statistics tables' fixed capacity
+constexpr int kMaxVictimPolicy = 2;
 
 // ---- writing -------------------------------------------------------------------------------
 
@@ -73,6 +75,10 @@ Json CodecToJson(const CodecSettings& s) {
               {"outputType", s.outputType},       {"asciiText", s.asciiText},
               {"cleanOutput", s.cleanOutput},     {"nullToSpace", s.nullToSpace},
               {"wordWrap", s.wordWrap},           {"font", s.font}};
+}
+
+Json StatisticsToJson(const StatisticsSettings& s) {
+  return Json{{"maxItems", s.maxItems}, {"victimPolicy", s.victimPolicy}};
 }
 
 // ---- reading -------------------------------------------------------------------------------
@@ -200,6 +206,11 @@ void ReadCodec(const Reader& r, CodecSettings& s) {
   r.String("font", s.font);
 }
 
+void ReadStatistics(const Reader& r, StatisticsSettings& s) {
+  r.Int("maxItems", s.maxItems, 1, kMaxStatisticsItems);
+  r.Int("victimPolicy", s.victimPolicy, 0, kMaxVictimPolicy);
+}
+
 ProgramSettings SettingsFromObject(const Json& root) {
   ProgramSettings settings;
   const Reader r(&root);
@@ -207,6 +218,7 @@ ProgramSettings SettingsFromObject(const Json& root) {
   ReadInterface(r.Group("interface"), settings.interface);
   ReadPacketMode(r.Group("packetMode"), settings.packetMode);
   ReadCodec(r.Group("codec"), settings.codec);
+  ReadStatistics(r.Group("statistics"), settings.statistics);
   return settings;
 }
 
@@ -219,7 +231,8 @@ std::string SettingsToJson(const ProgramSettings& s) {
                   {"general", GeneralToJson(s)},
                   {"interface", InterfaceToJson(s.interface)},
                   {"packetMode", PacketModeToJson(s.packetMode)},
-                  {"codec", CodecToJson(s.codec)}};
+                  {"codec", CodecToJson(s.codec)},
+                  {"statistics", StatisticsToJson(s.statistics)}};
   // Strings may hold bytes that are not UTF-8 (folder names); replace them instead of throwing.
   return root.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
 }

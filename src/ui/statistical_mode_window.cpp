@@ -386,6 +386,9 @@ void StatisticalModeWindow::closeEvent(QCloseEvent* event) {
   }
   d.closing = true;
   d.updater.stop();
+  const statistics::StatisticsLimits limits = d.engine.Limits();
+  d.settings.statistics.maxItems = limits.maxItems;
+  d.settings.statistics.victimPolicy = static_cast<std::int32_t>(limits.policy);
   SaveSettingsOrWarn(this, d.settings, DefaultSettingsFile());
   d.session.Quit();
   if (d.pendingSwitch != kNoPendingSwitch) {
@@ -398,7 +401,11 @@ void StatisticalModeWindow::closeEvent(QCloseEvent* event) {
 }
 
 int RunStatisticalModeWindow(ProgramSettings& settings, bool startMinimized, bool autoListen) {
-  StatisticalModeWindow window(settings, statistics::StatisticsLimits{}, startMinimized, autoListen);
+  // The settings file keeps these within their bounds; the engine clamps them again.
+  const statistics::StatisticsLimits limits{
+      settings.statistics.maxItems,
+      static_cast<statistics::VictimPolicy>(settings.statistics.victimPolicy)};
+  StatisticalModeWindow window(settings, limits, startMinimized, autoListen);
   window.show();
   return QApplication::exec();
 }
