@@ -16,7 +16,7 @@
 
 #include "capture/interfaces.hpp"
 #include "capture/link_frames.hpp"
-#include "packets/record.hpp"
+#include "common/frame_sink.hpp"
 
 namespace vormelt {
 namespace {
