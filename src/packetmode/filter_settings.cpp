@@ -163,66 +163,6 @@ FilterSettings::FilterSettings()
 
 FilterSettings::~FilterSettings() = default;
 
-void FilterSettings::SetRanges(RangeKind kind, std::vector<IpRange> ranges) {
-  // The old list is destroyed after the lock is released; it is out of reach by then.
-  std::lock_guard lock(mutex_);
-  values_.Ranges(kind).swap(ranges);
-}
-
-void FilterSettings::SetSourceInRanges(std::vector<IpRange> r) { SetRanges(RangeKind::SourceIn, std::move(r)); }
-void FilterSettings::SetSourceNotInRanges(std::vector<IpRange> r) { SetRanges(RangeKind::SourceNotIn, std::move(r)); }
-void FilterSettings::SetDestInRanges(std::vector<IpRange> r) { SetRanges(RangeKind::DestIn, std::move(r)); }
-void FilterSettings::SetDestNotInRanges(std::vector<IpRange> r) { SetRanges(RangeKind::DestNotIn, std::move(r)); }
-void FilterSettings::SetEitherInRanges(std::vector<IpRange> r) { SetRanges(RangeKind::EitherIn, std::move(r)); }
-
-void FilterSettings::SetPorts(PortKind kind, std::vector<std::uint16_t> ports) {
-  std::lock_guard lock(mutex_);
-  values_.Ports(kind).swap(ports);
-}
-
-void FilterSettings::SetSourcePorts(std::vector<std::uint16_t> p) { SetPorts(PortKind::Source, std::move(p)); }
-void FilterSettings::SetSourceNotPorts(std::vector<std::uint16_t> p) { SetPorts(PortKind::SourceNot, std::move(p)); }
-void FilterSettings::SetDestPorts(std::vector<std::uint16_t> p) { SetPorts(PortKind::Dest, std::move(p)); }
-void FilterSettings::SetDestNotPorts(std::vector<std::uint16_t> p) { SetPorts(PortKind::DestNot, std::move(p)); }
-void FilterSettings::SetEitherPorts(std::vector<std::uint16_t> p) { SetPorts(PortKind::Either, std::move(p)); }
-
-void FilterSettings::SetMustContain(std::vector<std::string> texts) {
-  // Patterns are prepared before the lock is taken, so the receive thread waits only for the swap.
-  std::unique_ptr<const PatternSet> patterns = std::make_unique<const PatternSet>(texts);
-  std::lock_guard lock(mutex_);
-  values_.mustContain.swap(texts);
-  mustContainPatterns_.swap(patterns);
-  RebuildColumnTextsLocked();
-}
-
-void FilterSettings::SetMustNotContain(std::vector<std::string> texts) {
-  std::unique_ptr<const PatternSet> patterns = std::make_unique<const PatternSet>(texts);
-  std::lock_guard lock(mutex_);
-  values_.mustNotContain.swap(texts);
-  mustNotContainPatterns_.swap(patterns);
-  RebuildColumnTextsLocked();
-}
-
-void FilterSettings::SetExtensionsAllowed(std::vector<std::string> extensions) {
-  std::lock_guard lock(mutex_);
-  values_.extensionsAllowed.swap(extensions);
-}
-
-void FilterSettings::SetExtensionsDenied(std::vector<std::string> extensions) {
-  std::lock_guard lock(mutex_);
-  values_.extensionsDenied.swap(extensions);
-}
-
-void FilterSettings::SetMinPacketSize(std::uint32_t b) { std::lock_guard lock(mutex_); values_.minPacketSize = b; }
-void FilterSettings::SetMaxPacketSize(std::uint32_t b) { std::lock_guard lock(mutex_); values_.maxPacketSize = b; }
-void FilterSettings::SetMinFileSize(std::uint32_t b) { std::lock_guard lock(mutex_); values_.minFileSize = b; }
-void FilterSettings::SetMaxFileSize(std::uint32_t b) { std::lock_guard lock(mutex_); values_.maxFileSize = b; }
-void FilterSettings::SetAllowTcp(bool a) { std::lock_guard lock(mutex_); values_.allowTcp = a; }
-void FilterSettings::SetAllowUdp(bool a) { std::lock_guard lock(mutex_); values_.allowUdp = a; }
-void FilterSettings::SetAllowIcmp(bool a) { std::lock_guard lock(mutex_); values_.allowIcmp = a; }
-void FilterSettings::SetAllowOther(bool a) { std::lock_guard lock(mutex_); values_.allowOther = a; }
-void FilterSettings::SetAllowArp(bool a) { std::lock_guard lock(mutex_); values_.allowArp = a; }
-
 void FilterSettings::SetAll(const FilterValues& v) {
   // One swap under one lock: a frame is tested against the old filter or the new one, never
   // against half of each.

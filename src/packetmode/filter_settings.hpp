@@ -95,39 +95,9 @@ class FilterSettings final : public PacketFilterSeam {
   FilterSettings(const FilterSettings&) = delete;
   FilterSettings& operator=(const FilterSettings&) = delete;
 
-  // List setters: each adopts the new list and releases the old one under the lock, so a test
-  // in progress finishes on the old list and the next test sees the new one whole.
-  void SetSourceInRanges(std::vector<IpRange> ranges);
-  void SetSourceNotInRanges(std::vector<IpRange> ranges);
-  void SetDestInRanges(std::vector<IpRange> ranges);
-  void SetDestNotInRanges(std::vector<IpRange> ranges);
-  void SetEitherInRanges(std::vector<IpRange> ranges);
-  void SetRanges(RangeKind kind, std::vector<IpRange> ranges);
-
-  void SetSourcePorts(std::vector<std::uint16_t> ports);
-  void SetSourceNotPorts(std::vector<std::uint16_t> ports);
-  void SetDestPorts(std::vector<std::uint16_t> ports);
-  void SetDestNotPorts(std::vector<std::uint16_t> ports);
-  void SetEitherPorts(std::vector<std::uint16_t> ports);
-  void SetPorts(PortKind kind, std::vector<std::uint16_t> ports);
-
-  void SetMustContain(std::vector<std::string> texts);
-  void SetMustNotContain(std::vector<std::string> texts);
-  void SetExtensionsAllowed(std::vector<std::string> extensions);
-  void SetExtensionsDenied(std::vector<std::string> extensions);
-
-  // Scalar setters.
-  void SetMinPacketSize(std::uint32_t bytes);
-  void SetMaxPacketSize(std::uint32_t bytes);
-  void SetMinFileSize(std::uint32_t bytes);
-  void SetMaxFileSize(std::uint32_t bytes);
-  void SetAllowTcp(bool allow);
-  void SetAllowUdp(bool allow);
-  void SetAllowIcmp(bool allow);
-  void SetAllowOther(bool allow);
-  void SetAllowArp(bool allow);
-
-  // Adopts every list and scalar of `values` at once, as OK and Apply do.
+  // Adopts every list and scalar of `values` at once, as OK and Apply do: the old lists are
+  // released under the lock, so a test in progress finishes on the old filter and the next
+  // test sees the new one whole.
   void SetAll(const FilterValues& values);
   // A copy of every list and scalar as they are now.
   FilterValues Values() const;

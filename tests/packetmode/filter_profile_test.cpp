@@ -126,7 +126,9 @@ TEST_F(CurrentProfile, DamagedProfileIsKeptAsideAndReportedOnce) {
   const std::filesystem::path file = CurrentProfilePath(FilterMode::File);
   WriteAll(file.string(), "{\"version\":1,\"allowTcp\":\"yes\"}");
   FilterSettings settings;
-  settings.SetMinPacketSize(7);
+  FilterValues seven;
+  seven.minPacketSize = 7;
+  settings.SetAll(seven);
   const std::string message = LoadCurrentProfileInto(FilterMode::File, settings,
                                                      UiLanguage::English);
   EXPECT_NE(message.find("is not a valid filter profile (allowTcp)"), std::string::npos)
