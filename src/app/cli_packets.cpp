@@ -133,9 +133,10 @@ class RowPrinter {
       renderer_->Append(packet, line_);
       return;
     }
-    for (int column = 0; column < kListColumnCount; ++column) {
+    const ListRowTextViews texts = ListRowTexts(packet, filterTexts, buffers_);
+    for (std::size_t column = 0; column < texts.size(); ++column) {
       if (column) line_ += '\t';
-      line_ += ListColumnText(packet, filterTexts, static_cast<ListColumn>(column), buffer_);
+      line_ += texts[column];
     }
     line_ += '\n';
   }
@@ -144,7 +145,7 @@ class RowPrinter {
   std::ostream& out_;
   std::size_t printed_ = 0;
   std::string line_;
-  ListTextBuffer buffer_{};
+  ListRowBuffers buffers_{};
   std::optional<PacketRenderer> renderer_;
 };
 

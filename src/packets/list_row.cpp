@@ -77,13 +77,10 @@ std::string_view MacText(const PacketRef& packet, bool source, Buffer& buffer) {
   return Mac(buffer, FrameView(packet).mac(source));
 }
 
-}  // namespace
 
-std::string_view ListColumnText(const PacketRef& packet, const FilterColumnTexts* filterTexts,
-                                ListColumn column, ListTextBuffer& buffer) {
-  if (!packet.frame) return {};
-  const FrameView frame(packet);
-  const PacketHeaders headers = HeadersOf(frame);
+std::string_view ColumnText(const PacketRef& packet, const FrameView& frame,
+                            const PacketHeaders& headers, const FilterColumnTexts* filterTexts,
+                            ListColumn column, ListTextBuffer& buffer) {
   switch (column) {
     case ListColumn::Type: return TypeText(frame, headers, buffer);
     case ListColumn::Size: return Number(buffer, frame.displayedSize());
@@ -100,6 +97,29 @@ std::string_view ListColumnText(const PacketRef& packet, const FilterColumnTexts
     case ListColumn::DestinationMac: return MacText(packet, false, buffer);
   }
   return {};
+}
+
+}  // namespace
+
+std::string_view ListColumnText(const PacketRef& packet, const FilterColumnTexts* filterTexts,
+                                ListColumn column, ListTextBuffer& buffer) {
+  if (!packet.frame) return {};
+  const FrameView frame(packet);
+  return ColumnText(packet, frame, HeadersOf(frame), filterTexts, column, buffer);
+}
+
+ListRowTextViews ListRowTexts(const PacketRef& packet, const FilterColumnTexts* filterTexts,
+                              ListRowBuffers& buffers) {
+  ListRowTextViews texts{};
+  if (!packet.frame) return texts;
+  const FrameView frame(packet);
+  const PacketHeaders headers = HeadersOf(frame);
+  for (int column = 0; column < kListColumnCount; ++column) {
+    const auto index = static_cast<std::size_t>(column);
+    texts[index] = ColumnText(packet, frame, headers, filterTexts,
+                              static_cast<ListColumn>(column), buffers[index]);
+  }
+  return texts;
 }
 
 Text ListColumnHeading(ListColumn column) {

@@ -37,6 +37,13 @@ using ListTextBuffer = std::array<char, 48>;
 std::string_view ListColumnText(const PacketRef& packet, const FilterColumnTexts* filterTexts,
                                 ListColumn column, ListTextBuffer& buffer);
 
+// Every column of one row, the headers read once: for printers of whole rows. Each text lives
+// in its own buffer (or the record) until the buffers are reused.
+using ListRowBuffers = std::array<ListTextBuffer, kListColumnCount>;
+using ListRowTextViews = std::array<std::string_view, kListColumnCount>;
+ListRowTextViews ListRowTexts(const PacketRef& packet, const FilterColumnTexts* filterTexts,
+                              ListRowBuffers& buffers);
+
 // The column heading's catalogue key.
 Text ListColumnHeading(ListColumn column);
 

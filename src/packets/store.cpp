@@ -217,8 +217,16 @@ std::string_view PacketStore::TimeText(CaptureTime time) {
   const std::int64_t millisecond =
       std::chrono::floor<std::chrono::milliseconds>(time.time_since_epoch()).count();
   if (!timeTextValid_ || millisecond != lastTimeMillisecond_) {
-    lastTimeLength_ = format::ExpandDateTime(dateTimeTemplate_, ToLocalTime(time),
-                                             lastTimeText_.data(), lastTimeText_.size());
+    // Breaking a time into local fields consults the time zone; within one second only the
+    // millisecond changes, so the fields of that second are kept.
+    const std::int64_t second = millisecond / 1000 - (millisecond % 1000 < 0 ? 1 : 0);
+    if (!timeTextValid_ || second != lastTimeMillisecond_ / 1000 -
+                                         (lastTimeMillisecond_ % 1000 < 0 ? 1 : 0)) {
+      lastFields_ = ToLocalTime(time);
+    }
+    lastFields_.millisecond = static_cast<int>(millisecond - second * 1000);
+    lastTimeLength_ = format::ExpandDateTime(dateTimeTemplate_, lastFields_, lastTimeText_.data(),
+                                             lastTimeText_.size());
     lastTimeMillisecond_ = millisecond;
     timeTextValid_ = true;
   }

@@ -124,6 +124,7 @@ class PacketStore final : public FrameSink {
   std::string dateTimeTemplate_;
   // The last time text made, and the millisecond it was made for.
   std::int64_t lastTimeMillisecond_ = 0;
+  LocalTime lastFields_{};
   std::array<char, 255> lastTimeText_{};
   std::size_t lastTimeLength_ = 0;
   bool timeTextValid_ = false;

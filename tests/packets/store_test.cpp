@@ -109,11 +109,25 @@ TEST(PacketStore, RecordsKeepTheirLayoutKindAndTimeText) {
   for (std::uint32_t i = 1; i < kSpareAfterFrame; ++i) ASSERT_EQ(packet.frame[frame.size() + i], 0);
   EXPECT_EQ(packet.timeText, "at 2023");
 
+  // Texts reused within a second must still follow the millisecond, and a new second (also
+  // before 1970) must be broken down anew.
+  store.SetDateTimeTemplate("%S.%MS");
+  const auto at = [&](std::int64_t ms) {
+    store.Insert(test::Record(frame, InterfaceKind::PacketDriver,
+                              CaptureTime(std::chrono::milliseconds(ms))));
+    return std::string(store.Get(store.ItemCount() - 1).timeText);
+  };
+  EXPECT_EQ(at(1'700'000'000'998), "20.998");
+  EXPECT_EQ(at(1'700'000'000'999), "20.999");
+  EXPECT_EQ(at(1'700'000'001'000), "21.000");
+  EXPECT_EQ(at(-1), "59.999");
+  store.SetDateTimeTemplate("at %Y");
+
   // Frames beyond the largest datagram are cut, and empty frames are still records.
   store.Insert(test::Record(Bytes(kMaxFrameLength + 500, 0xAB), InterfaceKind::PacketDriver));
-  EXPECT_EQ(store.Get(1).frameLength, kMaxFrameLength);
+  EXPECT_EQ(store.Get(store.ItemCount() - 1).frameLength, kMaxFrameLength);
   store.Insert(test::Record({}, InterfaceKind::RawSockets));
-  EXPECT_EQ(store.Get(2).networkLength(), 0u);
+  EXPECT_EQ(store.Get(store.ItemCount() - 1).networkLength(), 0u);
 }
 
 class FakeFilter final : public PacketFilterSeam {
