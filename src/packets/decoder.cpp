@@ -376,11 +376,7 @@ std::string VendorMessageText(std::string_view macText, std::string_view vendor,
                               UiLanguage language) {
   const std::string mac(macText);
   const std::string name(vendor);
-  const char* form = Tr(Text::VendorMessage, language);
-  const int n = std::snprintf(nullptr, 0, form, mac.c_str(), name.c_str());
-  std::string out(static_cast<std::size_t>(std::max(n, 0)), '\0');
-  std::snprintf(out.data(), out.size() + 1, form, mac.c_str(), name.c_str());
-  return out;
+  return FormatText(Text::VendorMessage, language, mac.c_str(), name.c_str());
 }
 
 }  // namespace vormelt
