@@ -6,7 +6,7 @@
 #include <string>
 
 #include "support/frames.hpp"
-#include "support/pcap_file.hpp"
+#include "capture_gen.hpp"
 
 namespace {
 
@@ -17,12 +17,7 @@ const test::Mac kHost{0x00, 0x0c, 0x29, 0x12, 0x34, 0x56};
 const test::Mac kRouter{0xf0, 0x9f, 0xc2, 0x00, 0x00, 0x01};
 const test::Mac kBroadcast{0xff, 0xff, 0xff, 0xff, 0xff, 0xff};
 
-// A small linear congruential generator: the same file on every machine.
-struct Random {
-  std::uint32_t state = 12345;
-  std::uint32_t Next() { return state = state * 1664525u + 1013904223u; }
-  std::uint32_t Below(std::uint32_t limit) { return (Next() >> 8) % limit; }
-};
+using vormelt::bench::Random;
 
 test::Ipv4Header Ip(Random& random, bool outgoing) {
   test::Ipv4Header ip;
@@ -90,16 +85,8 @@ int main(int argc, char** argv) {
     return 2;
   }
   const long count = argc > 2 ? std::strtol(argv[2], nullptr, 10) : 1'000'000;
-  test::PcapFileWriter writer(argv[1], test::kLinkEthernet, 65535);
-  Random random;
-  std::uint32_t seconds = 1'700'000'000, microseconds = 0;
-  for (long i = 0; i < count; ++i) {
-    microseconds += 37 + random.Below(400);
-    if (microseconds >= 1'000'000) {
-      microseconds -= 1'000'000;
-      ++seconds;
-    }
-    writer.Write(Frame(random, random.Below(100)), seconds, microseconds);
-  }
+  Random random{12345};
+  vormelt::bench::WriteCapture(argv[1], count, random, 37, 400,
+                               [](Random& r) { return Frame(r, r.Below(100)); });
   return 0;
 }

@@ -6,7 +6,7 @@
 #include <cstdlib>
 
 #include "support/frames.hpp"
-#include "support/pcap_file.hpp"
+#include "capture_gen.hpp"
 
 namespace {
 
@@ -15,14 +15,7 @@ using test::Bytes;
 
 constexpr std::size_t kFullSegment = 1460;
 
-// A small linear congruential generator: the same file on every machine.
-struct Random {
-  std::uint32_t state = 4242;
-  std::uint32_t Below(std::uint32_t limit) {
-    state = state * 1664525u + 1013904223u;
-    return (state >> 8) % limit;
-  }
-};
+using vormelt::bench::Random;
 
 // Many conversations at once, as on a busy link: random remote hosts, ports and sequence
 // numbers (a reader that tracks TCP conversations does real work, as it would on real traffic).
@@ -71,16 +64,7 @@ int main(int argc, char** argv) {
     return 2;
   }
   const long count = argc > 2 ? std::strtol(argv[2], nullptr, 10) : 100'000;
-  test::PcapFileWriter writer(argv[1], test::kLinkEthernet, 65535);
-  Random random;
-  std::uint32_t seconds = 1'700'000'000, microseconds = 0;
-  for (long i = 0; i < count; ++i) {
-    microseconds += 10 + random.Below(90);
-    if (microseconds >= 1'000'000) {
-      microseconds -= 1'000'000;
-      ++seconds;
-    }
-    writer.Write(Frame(random), seconds, microseconds);
-  }
+  Random random{4242};
+  vormelt::bench::WriteCapture(argv[1], count, random, 10, 90, Frame);
   return 0;
 }
