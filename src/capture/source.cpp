@@ -14,6 +14,7 @@
 #include <filesystem>
 #include <vector>
 
+#include "capture/classic_pcap.hpp"
 #include "capture/interfaces.hpp"
 #include "capture/link_frames.hpp"
 #include "common/frame_sink.hpp"
@@ -195,6 +196,7 @@ OpenResult OpenAddress(const std::string& address) {
 }
 
 OpenResult OpenFile(const std::string& path) {
+  if (std::unique_ptr<CaptureSource> source = OpenClassicPcap(path)) return source;
   char error[PCAP_ERRBUF_SIZE] = {};
   std::FILE* file = std::fopen(path.c_str(), "rb");
   if (!file) {
