@@ -24,6 +24,7 @@
 
 #include "capture/link_frames.hpp"
 #include "common/frame_sink.hpp"
+#include "common/unique_fd.hpp"
 
 namespace vormelt {
 namespace {
@@ -141,21 +142,6 @@ class ReadAhead {
   std::uint8_t* held_ = nullptr;  // the consumer's block
   bool stopping_ = false;
   std::thread thread_;
-};
-
-class FileDescriptor {
- public:
-  explicit FileDescriptor(int fd) : fd_(fd) {}
-  ~FileDescriptor() {
-    if (fd_ >= 0) close(fd_);
-  }
-  FileDescriptor(const FileDescriptor&) = delete;
-  FileDescriptor& operator=(const FileDescriptor&) = delete;
-  int get() const { return fd_; }
-  int release() { return std::exchange(fd_, -1); }
-
- private:
-  int fd_;
 };
 
 std::uint16_t ByteSwap(std::uint16_t value) { return __builtin_bswap16(value); }
@@ -330,7 +316,7 @@ class ClassicPcapSource final : public CaptureSource {
     bytesRead_.store(kFileHeaderSize + consumed_, std::memory_order_relaxed);
   }
 
-  FileDescriptor file_;
+  UniqueFd file_;
   FileHeader header_;
   std::uint64_t fileSize_;
   ReadAhead reader_;  // after file_: stops reading before the file closes
@@ -353,7 +339,7 @@ class ClassicPcapSource final : public CaptureSource {
 std::unique_ptr<CaptureSource> OpenClassicPcap(const std::string& path) {
   const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
   if (fd < 0) return nullptr;
-  FileDescriptor owner(fd);
+  UniqueFd owner(fd);
   struct stat status {};
   if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) return nullptr;
   const std::optional<FileHeader> header = ReadFileHeader(fd);

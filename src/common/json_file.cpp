@@ -11,6 +11,8 @@
 #include <fstream>
 #include <system_error>
 
+#include "common/unique_fd.hpp"
+
 namespace vormelt {
 namespace {
 
@@ -33,26 +35,6 @@ std::string ErrnoText(int error) { return std::error_code(error, std::generic_ca
 void SetError(std::string* error, std::string text) {
   if (error) *error = std::move(text);
 }
-
-// A file descriptor that closes itself.
-class UniqueFd {
- public:
-  explicit UniqueFd(int fd) : fd_(fd) {}
-  ~UniqueFd() { Close(); }
-  UniqueFd(const UniqueFd&) = delete;
-  UniqueFd& operator=(const UniqueFd&) = delete;
-  int get() const { return fd_; }
-  // Closes now and reports whether the close itself succeeded (it can report a late write error).
-  bool Close() {
-    if (fd_ < 0) return true;
-    const int result = ::close(fd_);
-    fd_ = -1;
-    return result == 0;
-  }
-
- private:
-  int fd_;
-};
 
 bool WriteAll(int fd, std::string_view content) {
   while (!content.empty()) {
