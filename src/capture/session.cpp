@@ -131,7 +131,7 @@ void CaptureSession::RunReceiveLoop(CaptureSource& source, FrameSink& sink,
   SetStatus(CaptureStatus::Listening, kind, target.displayName, file);
   FrameRecord frame;
   unsigned framesSinceDropSample = 0;
-  for (;;) {
+  for (;; loopTurns_.fetch_add(1, std::memory_order_relaxed)) {
     if (quitRequested.load(std::memory_order_relaxed) ||
         stopRequested.load(std::memory_order_relaxed)) {
       break;
