@@ -59,7 +59,9 @@ int ParseOptions(std::span<const std::string> args, ServiceOptions& options, std
 // The folders the service must be able to write, from the settings it will read.
 void AddWritableFolders(ServiceOptions& options, std::ostream& err) {
   const SettingsLoad load = LoadSettings(options.configDirectory / kSettingsFileName);
-  if (load.problem) err << "vormelt-cli service: " << load.file.string() << ": " << load.detail << "\n";
+  if (load.problem) {
+    err << "vormelt-cli service: " << load.file.string() << ": " << load.detail << "\n";
+  }
   options.setup.writableFolders = ServiceWritableFolders(load.settings);
 }
 

@@ -62,13 +62,14 @@ int RunHeadless(HeadlessMode& mode, HeadlessHost& host, StopSignals& signals,
       host.Status(mode.StatusLine(language));
       host.Ready();
     }
-    if (const std::uint64_t progress = mode.Progress(); ready && progress != lastProgress) {
+    const std::uint64_t progress = mode.Progress();
+    if (ready && (progress != lastProgress || mode.WaitingForFrames())) {
       lastProgress = progress;
       host.Alive();
     }
     const auto now = std::chrono::steady_clock::now();
     mode.Tick(now - started);
-    if (now >= nextStatus) {
+    if (ready && now >= nextStatus) {
       nextStatus = now + kStatusInterval;
       host.Status(mode.StatusLine(language));
     }

@@ -67,6 +67,8 @@ class HeadlessMode {
   virtual bool Running() const = 0;
   // Grows while the receive loops make progress (CaptureSession::LoopTurns summed).
   virtual std::uint64_t Progress() const = 0;
+  // Every receive loop waits for frames (CaptureSession::WaitingForFrames): idle, not stuck.
+  virtual bool WaitingForFrames() const = 0;
   // The status line in `language`.
   virtual std::string StatusLine(UiLanguage language) const = 0;
   // Called every poll (about 100 ms) with the time since Start, for upkeep and periodic work

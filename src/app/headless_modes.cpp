@@ -32,13 +32,17 @@ bool SessionListening(const CaptureSession& session) {
 // Lines waiting to be told, in the language they are told in.
 class PendingLines {
  public:
-  void Add(Text text, std::string argument = {}) { pending_.push_back({text, std::move(argument)}); }
+  void Add(Text text, std::string argument = {}) {
+    pending_.push_back({text, std::move(argument)});
+  }
   void AddAll(MessageQueue& queue) {
     for (CaptureMessage& message : queue.Drain()) captured_.push_back(std::move(message));
   }
   std::vector<std::string> Take(UiLanguage language) {
     std::vector<std::string> lines;
-    for (const CaptureMessage& message : captured_) lines.push_back(OneLineMessage(message, language));
+    for (const CaptureMessage& message : captured_) {
+      lines.push_back(OneLineMessage(message, language));
+    }
     for (const auto& [text, argument] : pending_) {
       lines.push_back(FormatText(text, language, argument.c_str()));
     }
@@ -78,6 +82,7 @@ class PacketHeadless final : public HeadlessMode {
   // A full store ended the capture; Tick starts it again on an empty one.
   bool Running() const override { return engine_.Capturing() || StoppedByFullStore(); }
   std::uint64_t Progress() const override { return engine_.Session().LoopTurns(); }
+  bool WaitingForFrames() const override { return engine_.Session().WaitingForFrames(); }
 
   std::string StatusLine(UiLanguage language) const override {
     return FormatText(Text::ServicePacketStatus, language,
@@ -138,6 +143,7 @@ class StatisticalHeadless final : public HeadlessMode {
   bool Listening() const override { return SessionListening(session_); }
   bool Running() const override { return session_.listening.load(); }
   std::uint64_t Progress() const override { return session_.LoopTurns(); }
+  bool WaitingForFrames() const override { return session_.WaitingForFrames(); }
 
   std::string StatusLine(UiLanguage language) const override {
     return FormatText(Text::ServiceStatisticsStatus, language,

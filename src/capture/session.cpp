@@ -136,7 +136,9 @@ void CaptureSession::RunReceiveLoop(CaptureSource& source, FrameSink& sink,
         stopRequested.load(std::memory_order_relaxed)) {
       break;
     }
+    waitingForFrames_.store(true, std::memory_order_relaxed);
     const ReadResult result = source.Next(frame);
+    waitingForFrames_.store(false, std::memory_order_relaxed);
     if (result == ReadResult::Nothing) {
       SampleDrops(source);
       continue;

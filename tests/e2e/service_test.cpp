@@ -12,6 +12,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
@@ -74,6 +75,11 @@ class NotifySocket {
   bool Await(std::string_view line, Clock::duration timeout) {
     return Await(line, timeout, [](std::string_view) { return true; });
   }
+  // Listens for `duration`, then counts the lines equal to `line` received so far.
+  std::size_t CountAfter(Clock::duration duration, std::string_view line) {
+    Await(line, duration, [](std::string_view) { return false; });
+    return static_cast<std::size_t>(std::ranges::count(lines_, line));
+  }
 
  private:
   std::string path_;
@@ -95,8 +101,10 @@ Service StartService(const TempDir& dir, int mode, const std::string& notifySock
   std::ofstream(config + "/settings.json")
       << R"({"general":{"rememberedMode":)" << mode
       << R"(},"interface":{"chosenKind":0,"address":"127.0.0.1"}})";
+  // A watchdog of 400 ms: pinged every 200 ms while the receive loop turns.
   std::vector<std::string> env = {"CONFIGURATION_DIRECTORY=" + config, "STATE_DIRECTORY=" + state,
-                                  "NOTIFY_SOCKET=" + notifySocket, "PATH=/usr/bin:/bin"};
+                                  "NOTIFY_SOCKET=" + notifySocket, "WATCHDOG_USEC=400000",
+                                  "PATH=/usr/bin:/bin"};
   std::vector<char*> envp;
   for (std::string& entry : env) envp.push_back(entry.data());
   envp.push_back(nullptr);
@@ -127,6 +135,7 @@ int AwaitExit(pid_t pid, Clock::duration timeout) {
 // Starts the service, waits for READY=1, pings 127.0.0.1 three times and waits for the status
 // to count them; then SIGTERM must give STOPPING=1 and exit 0 within 5 seconds.
 void RunPingedService(const TempDir& dir, int mode, std::string_view countedWords) {
+  if (std::string_view(VORMELT_PROGRAM_PATH).empty()) GTEST_SKIP() << "built without vormelt";
   if (geteuid() != 0) GTEST_SKIP() << "capturing on loopback needs root";
   NotifySocket notify(dir.File("notify"));
   const Service service = StartService(dir, mode, notify.path());
@@ -134,6 +143,8 @@ void RunPingedService(const TempDir& dir, int mode, std::string_view countedWord
   const bool ready = notify.Await("READY=1", 5s);
   if (!ready) AwaitExit(service.pid, 0s);
   ASSERT_TRUE(ready) << ReadFile(service.errFile);
+  // A quiet network is no reason to starve the watchdog (pinged every 200 ms).
+  EXPECT_GE(notify.CountAfter(1s, "WATCHDOG=1"), 3u);
   ASSERT_EQ(std::system("ping -c 3 -i 0.2 127.0.0.1 >/dev/null 2>&1"), 0);
   // Echo and reply both pass loopback: six packets at least.
   EXPECT_TRUE(notify.Await("STATUS=", 5s, [&](std::string_view status) {
@@ -153,10 +164,13 @@ TEST(ServiceRun, StatisticalModeCountsPingAndSavesItsListsAtStop) {
   RunPingedService(dir, 3, " packets counted");
   if (HasFatalFailure() || IsSkipped()) return;
   const auto lists = nlohmann::json::parse(ReadFile(dir.File("state/statistics-lists.json")));
-  ASSERT_EQ(lists.at("ip").size(), 1u);
-  EXPECT_EQ(lists["ip"][0]["address"], "127.0.0.1");
-  EXPECT_GE(lists["ip"][0]["packetsFrom"].get<int>(), 6);
-  EXPECT_EQ(lists.at("pairs").size(), 1u);
+  // Other loopback traffic may share the lists; the pinged address must be among them.
+  const auto& ip = lists.at("ip");
+  const auto host =
+      std::ranges::find_if(ip, [](const auto& row) { return row["address"] == "127.0.0.1"; });
+  ASSERT_NE(host, ip.end()) << ip.dump();
+  EXPECT_GE((*host)["packetsFrom"].get<int>(), 6);
+  EXPECT_FALSE(lists.at("pairs").empty());
   EXPECT_TRUE(lists.at("ports").is_array());
 }
 
@@ -168,6 +182,7 @@ TEST(ServiceRun, PacketModeStoresPingAndSaysLoggingIsOff) {
 }
 
 TEST(ServiceRun, GraphicalModeNeedsADisplayAndEndsWith78BeforeReady) {
+  if (std::string_view(VORMELT_PROGRAM_PATH).empty()) GTEST_SKIP() << "built without vormelt";
   TempDir dir;
   NotifySocket notify(dir.File("notify"));
   const Service service = StartService(dir, 2, notify.path());
@@ -180,7 +195,9 @@ TEST(ServiceRun, GraphicalModeNeedsADisplayAndEndsWith78BeforeReady) {
 TEST(ServiceUnit, InstallWritesAUnitSystemdAcceptsAndRefusesASecondOne) {
   if (!ToolAvailable("systemd-analyze")) GTEST_SKIP() << "systemd-analyze is not installed";
   TempDir dir;
-  const std::string program = VORMELT_PROGRAM_PATH;
+  // Any executable does for the unit; the real program when it was built.
+  const std::string program =
+      std::string_view(VORMELT_PROGRAM_PATH).empty() ? VORMELT_CLI_PATH : VORMELT_PROGRAM_PATH;
   const std::vector<std::string> install = {"service", "install", "--unit-dir", dir.path(),
                                             "--program", program, "--config", dir.File("none")};
   const ProcessRun first = RunCli(install);
