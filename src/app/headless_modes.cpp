@@ -154,7 +154,7 @@ class StatisticalHeadless final : public HeadlessMode {
   void Tick(std::chrono::steady_clock::duration sinceStart) override {
     if (sinceStart < nextSave_) return;
     nextSave_ = sinceStart + kStatisticsSaveInterval;
-    if (sinceStart > std::chrono::steady_clock::duration::zero()) SaveLists();
+    SaveLists();
   }
 
   void Stop() override {
