@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -29,31 +30,25 @@ bool SessionListening(const CaptureSession& session) {
   return session.listening.load() && session.Status().status == CaptureStatus::Listening;
 }
 
-// Lines waiting to be told, in the language they are told in.
+// The mode's own notices, told after its capture's messages, one line each.
 class PendingLines {
  public:
-  void Add(Text text, std::string argument = {}) {
-    pending_.push_back({text, std::move(argument)});
+  void Add(Text text, std::optional<std::string> argument = std::nullopt) {
+    own_.push_back({Text::ProgramTitle, text, MessageIcon::Information, std::move(argument),
+                    std::nullopt});
   }
-  void AddAll(MessageQueue& queue) {
-    for (CaptureMessage& message : queue.Drain()) captured_.push_back(std::move(message));
-  }
-  std::vector<std::string> Take(UiLanguage language) {
+  std::vector<std::string> Take(MessageQueue& capture, UiLanguage language) {
     std::vector<std::string> lines;
-    for (const CaptureMessage& message : captured_) {
+    for (const CaptureMessage& message : capture.Drain()) {
       lines.push_back(OneLineMessage(message, language));
     }
-    for (const auto& [text, argument] : pending_) {
-      lines.push_back(FormatText(text, language, argument.c_str()));
-    }
-    captured_.clear();
-    pending_.clear();
+    for (const CaptureMessage& message : own_) lines.push_back(OneLineMessage(message, language));
+    own_.clear();
     return lines;
   }
 
  private:
-  std::vector<CaptureMessage> captured_;
-  std::vector<std::pair<Text, std::string>> pending_;
+  std::vector<CaptureMessage> own_;
 };
 
 // ---- Packet Mode ----------------------------------------------------------------------------
@@ -102,10 +97,11 @@ class PacketHeadless final : public HeadlessMode {
   void Stop() override { engine_.Quit(); }
 
   std::vector<std::string> TakeMessages(UiLanguage language) override {
-    lines_.AddAll(engine_.Session().Messages());
     std::vector<std::string> lines = std::move(told_);
     told_.clear();
-    for (std::string& line : lines_.Take(language)) lines.push_back(std::move(line));
+    for (std::string& line : lines_.Take(engine_.Session().Messages(), language)) {
+      lines.push_back(std::move(line));
+    }
     return lines;
   }
 
@@ -163,8 +159,7 @@ class StatisticalHeadless final : public HeadlessMode {
   }
 
   std::vector<std::string> TakeMessages(UiLanguage language) override {
-    lines_.AddAll(session_.Messages());
-    return lines_.Take(language);
+    return lines_.Take(session_.Messages(), language);
   }
 
  private:
