@@ -57,7 +57,10 @@ class PacketHeadless final : public HeadlessMode {
  public:
   explicit PacketHeadless(const ProgramSettings& settings)
       : target_(CaptureTarget::FromSettings(settings.interface)) {
+    // As the window sets its engine up: the filter switches from the settings, then the profile.
     engine_.SetDateTimeTemplate(settings.packetMode.dateTimeTemplate);
+    engine_.Filter().SetFilteringEnabled(settings.packetMode.filteringEnabled);
+    engine_.Filter().SetMatchCase(settings.packetMode.matchCase);
     // A damaged filter profile is kept aside and the defaults filter; the journal hears why.
     if (std::string problem = engine_.LoadCurrentProfile(settings.language); !problem.empty()) {
       std::erase(problem, '\r');
