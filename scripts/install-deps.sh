@@ -16,6 +16,8 @@ packages=(
   ieee-data libwireshark-data
   # oracles and tools the tests drive
   tcpdump tshark tcpflow curl openssl xvfb xauth iputils-ping iproute2 procps
+  # systemd-analyze verify checks the service unit
+  systemd
   fonts-dejavu-core imagemagick
 )
 

@@ -19,4 +19,10 @@ int RunStats(std::span<const std::string> args, std::ostream& out, std::ostream&
 int RunCodec(std::span<const std::string> args, std::istream& in, std::ostream& out,
              std::ostream& err);
 
+// vormelt-cli service install|uninstall|status|unit [--unit-dir DIR] [--program PATH]
+//                    [--config DIR]
+int RunServiceCommand(std::span<const std::string> args, std::ostream& out, std::ostream& err);
+// vormelt-cli settings list | get KEY | set KEY VALUE  [--config DIR]
+int RunSettings(std::span<const std::string> args, std::ostream& out, std::ostream& err);
+
 }  // namespace vormelt::cli

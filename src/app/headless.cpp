@@ -30,3 +30,55 @@ bool StopSignals::Wait(std::chrono::milliseconds timeout) {
 }
 
 }  // namespace vormelt
+
+namespace vormelt {
+namespace {
+
+// How often the run looks at its mode: fast enough that READY and a stop are prompt.
+constexpr auto kHeadlessPoll = std::chrono::milliseconds(100);
+// How often the status line is refreshed for the service manager.
+constexpr auto kStatusInterval = std::chrono::seconds(1);
+
+void ForwardMessages(HeadlessMode& mode, HeadlessHost& host, UiLanguage language) {
+  for (const std::string& line : mode.TakeMessages(language)) host.Tell(line);
+}
+
+}  // namespace
+
+int RunHeadless(HeadlessMode& mode, HeadlessHost& host, StopSignals& signals,
+                UiLanguage language) {
+  const auto started = std::chrono::steady_clock::now();
+  const bool launched = mode.Start();
+  bool ready = false;
+  bool stopAsked = false;
+  std::uint64_t lastProgress = mode.Progress();
+  auto nextStatus = started;
+  while (launched) {
+    stopAsked = signals.Wait(kHeadlessPoll);
+    ForwardMessages(mode, host, language);
+    if (stopAsked || !mode.Running()) break;
+    if (!ready && mode.Listening()) {
+      ready = true;
+      host.Status(mode.StatusLine(language));
+      host.Ready();
+    }
+    const std::uint64_t progress = mode.Progress();
+    if (ready && (progress != lastProgress || mode.WaitingForFrames())) {
+      lastProgress = progress;
+      host.Alive();
+    }
+    const auto now = std::chrono::steady_clock::now();
+    mode.Tick(now - started);
+    if (ready && now >= nextStatus) {
+      nextStatus = now + kStatusInterval;
+      host.Status(mode.StatusLine(language));
+    }
+  }
+  host.Stopping();
+  mode.Stop();
+  ForwardMessages(mode, host, language);
+  host.Status(mode.StatusLine(language));
+  return launched && stopAsked ? kHeadlessOk : kHeadlessFailed;
+}
+
+}  // namespace vormelt

@@ -17,13 +17,20 @@
 namespace vormelt {
 
 struct StartupDecision;
+class HeadlessHost;
+class StopSignals;
 
 // What a mode is started with: the start-up decision of the run (minimized, auto listen,
 // language, ...), the settings record it reads, and the file it writes them back to.
+// A headless runner also gets whoever hears how the run goes and the signals that stop it;
+// both are null for a window. A headless runner builds its HeadlessMode and hands it to
+// RunHeadless (app/headless.hpp) with these two.
 struct ModeStart {
   const StartupDecision& decision;
   ProgramSettings& settings;
   std::filesystem::path settingsFile;
+  HeadlessHost* host = nullptr;
+  StopSignals* stopSignals = nullptr;  // not "signals": Qt defines that word
 };
 // Runs a mode until it ends; returns the process's exit status.
 using ModeRunner = int (*)(const ModeStart& start);

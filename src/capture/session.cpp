@@ -131,12 +131,14 @@ void CaptureSession::RunReceiveLoop(CaptureSource& source, FrameSink& sink,
   SetStatus(CaptureStatus::Listening, kind, target.displayName, file);
   FrameRecord frame;
   unsigned framesSinceDropSample = 0;
-  for (;;) {
+  for (;; loopTurns_.fetch_add(1, std::memory_order_relaxed)) {
     if (quitRequested.load(std::memory_order_relaxed) ||
         stopRequested.load(std::memory_order_relaxed)) {
       break;
     }
+    waitingForFrames_.store(true, std::memory_order_relaxed);
     const ReadResult result = source.Next(frame);
+    waitingForFrames_.store(false, std::memory_order_relaxed);
     if (result == ReadResult::Nothing) {
       SampleDrops(source);
       continue;

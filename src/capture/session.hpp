@@ -77,6 +77,11 @@ class CaptureSession {
   // Frames the kernel dropped in the current (or last) live capture, as tcpdump counts them:
   // no room in the capture buffer plus drops by the interface. 0 for files.
   std::uint64_t Dropped() const { return dropped_.load(std::memory_order_relaxed); }
+  // For a watchdog: the receive loop is healthy while its turns grow or while it waits in the
+  // source for frames (on a quiet network libpcap may block there well past its timeout); a
+  // loop stuck inside a sink does neither.
+  std::uint64_t LoopTurns() const { return loopTurns_.load(std::memory_order_relaxed); }
+  bool WaitingForFrames() const { return waitingForFrames_.load(std::memory_order_relaxed); }
 
   // Flags, one writer per direction: the window sets stop/quit and clears new data; the
   // capture threads set listening and new data and clear listening when the loop ends.
@@ -111,6 +116,8 @@ class CaptureSession {
   std::atomic<std::uint64_t> bytesRead_{0};
   std::atomic<std::uint64_t> bytesTotal_{0};
   std::atomic<std::uint64_t> dropped_{0};
+  std::atomic<std::uint64_t> loopTurns_{0};
+  std::atomic<bool> waitingForFrames_{false};
   // Counts Stop calls: a forced start that sees it move while it waits was stopped too.
   std::atomic<std::uint64_t> stopSerial_{0};
 };

@@ -31,6 +31,16 @@ constexpr const char* kUsage =
     "  codec --in text|hex|base64 --out text|hex|base64|md5 [--clean] [--ascii] [--null-to-space]\n"
     "      Convert standard input and write the result to standard output (no line break\n"
     "      added; MD5 is exactly 32 lower-case hex digits).\n"
+    "  service install|uninstall|status|unit [--unit-dir DIR] [--program PATH] [--config DIR]\n"
+    "      Create, delete or show the systemd service hbvormelt.service (unit: print the unit).\n"
+    "      Without --unit-dir the unit goes to /etc/systemd/system and systemctl reloads,\n"
+    "      enables and starts it (uninstall: stops, disables, removes). --program is the\n"
+    "      vormelt program it starts (default: the one beside vormelt-cli); --config the\n"
+    "      service's settings folder (default /etc/hollowbright/vormelt).\n"
+    "  settings list | get KEY | set KEY VALUE [--config DIR]\n"
+    "      Read or change the settings file (default: the user's configuration folder).\n"
+    "      Keys are dotted, e.g. general.rememberedMode, interface.address; a value the\n"
+    "      program would not accept exits 2 and changes nothing.\n"
     "\n"
     "Options:\n"
     "  --help     Show this text.\n"
@@ -59,6 +69,8 @@ int main(int argc, char** argv) {
   if (command == "packets") return vormelt::cli::RunPackets(rest, std::cout, std::cerr);
   if (command == "stats") return vormelt::cli::RunStats(rest, std::cout, std::cerr);
   if (command == "codec") return vormelt::cli::RunCodec(rest, std::cin, std::cout, std::cerr);
+  if (command == "service") return vormelt::cli::RunServiceCommand(rest, std::cout, std::cerr);
+  if (command == "settings") return vormelt::cli::RunSettings(rest, std::cout, std::cerr);
   std::cerr << "vormelt-cli: unknown command '" << command << "' (try --help)\n";
   return 2;
 }

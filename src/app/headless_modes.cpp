@@ -1,0 +1,235 @@
+// Packet Mode and Statistical Mode without a window: each wraps its engine and one capture on
+// the chosen interface in a HeadlessMode for RunHeadless. They read the settings but never
+// write them: a headless run has no window state to keep, and the service may not own them.
+#include "app/headless_modes.hpp"
+
+#include <algorithm>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "app/headless.hpp"
+#include "app/modes.hpp"
+#include "capture/session.hpp"
+#include "common/json_file.hpp"
+#include "common/paths.hpp"
+#include "packetmode/packet_mode_engine.hpp"
+#include "statistics/engine.hpp"
+#include "statistics/lists.hpp"
+#include "statistics/local_addresses.hpp"
+
+namespace vormelt {
+namespace {
+
+namespace stats = vormelt::statistics;
+
+// The Listening status alone is not enough: a capture that failed to open never gets there,
+// and one that ended keeps its last status.
+bool SessionListening(const CaptureSession& session) {
+  return session.listening.load() && session.Status().status == CaptureStatus::Listening;
+}
+
+// The mode's own notices, told after its capture's messages, one line each.
+class PendingLines {
+ public:
+  void Add(Text text, std::optional<std::string> argument = std::nullopt) {
+    own_.push_back({Text::ProgramTitle, text, MessageIcon::Information, std::move(argument),
+                    std::nullopt});
+  }
+  std::vector<std::string> Take(MessageQueue& capture, UiLanguage language) {
+    std::vector<std::string> lines;
+    for (const CaptureMessage& message : capture.Drain()) {
+      lines.push_back(OneLineMessage(message, language));
+    }
+    for (const CaptureMessage& message : own_) lines.push_back(OneLineMessage(message, language));
+    own_.clear();
+    return lines;
+  }
+
+ private:
+  std::vector<CaptureMessage> own_;
+};
+
+// ---- Packet Mode ----------------------------------------------------------------------------
+
+class PacketHeadless final : public HeadlessMode {
+ public:
+  explicit PacketHeadless(const ProgramSettings& settings)
+      : target_(CaptureTarget::FromSettings(settings.interface)) {
+    // As the window sets its engine up: the filter switches from the settings, then the profile.
+    engine_.SetDateTimeTemplate(settings.packetMode.dateTimeTemplate);
+    engine_.Filter().SetFilteringEnabled(settings.packetMode.filteringEnabled);
+    engine_.Filter().SetMatchCase(settings.packetMode.matchCase);
+    // A damaged filter profile is kept aside and the defaults filter; the journal hears why.
+    if (std::string problem = engine_.LoadCurrentProfile(settings.language); !problem.empty()) {
+      std::erase(problem, '\r');
+      std::ranges::replace(problem, '\n', ' ');
+      told_.push_back(std::move(problem));
+    }
+  }
+
+  bool Start() override {
+    // >>> AUTOMATIC LOGGING CALL SITE: when the settings switch Packet Mode's automatic logging
+    // on, start its logger on engine_ here, and leave out the notice below. Until the logger is
+    // connected the service always runs without it, keeping the newest packets in the store.
+    lines_.Add(Text::ServiceLoggingOff);
+    return engine_.StartLive(target_);
+  }
+  bool Listening() const override { return SessionListening(engine_.Session()); }
+  // A full store ended the capture; Tick starts it again on an empty one.
+  bool Running() const override { return engine_.Capturing() || StoppedByFullStore(); }
+  std::uint64_t Progress() const override { return engine_.Session().LoopTurns(); }
+  bool WaitingForFrames() const override { return engine_.Session().WaitingForFrames(); }
+
+  std::string StatusLine(UiLanguage language) const override {
+    return FormatText(Text::ServicePacketStatus, language,
+                      StatusText(engine_.Session().Status(), language).c_str(),
+                      static_cast<int>(engine_.Store().ItemCount()));
+  }
+
+  // Without logging there is nowhere for old packets to go: the store is emptied and the
+  // capture goes on, so the newest packets are always there.
+  void Tick(std::chrono::steady_clock::duration) override {
+    if (engine_.Capturing() || !StoppedByFullStore()) return;
+    engine_.Clear();
+    engine_.StartLive(target_);
+    lines_.Add(Text::ServiceStoreRenewed);
+  }
+
+  void Stop() override { engine_.Quit(); }
+
+  std::vector<std::string> TakeMessages(UiLanguage language) override {
+    std::vector<std::string> lines = std::move(told_);
+    told_.clear();
+    for (std::string& line : lines_.Take(engine_.Session().Messages(), language)) {
+      lines.push_back(std::move(line));
+    }
+    return lines;
+  }
+
+ private:
+  bool StoppedByFullStore() const {
+    return engine_.Session().Status().status == CaptureStatus::ItemLimitReached;
+  }
+
+  CaptureTarget target_;
+  std::vector<std::string> told_;
+  PendingLines lines_;
+  PacketModeEngine engine_;  // last: its capture ends before the rest goes
+};
+
+// ---- Statistical Mode -----------------------------------------------------------------------
+
+struct SavedList {
+  stats::StatisticsList list;
+  std::string_view key;  // the same words as `vormelt-cli stats --table`
+};
+constexpr SavedList kSavedLists[] = {{stats::StatisticsList::IpAddresses, "ip"},
+                                     {stats::StatisticsList::IpAddressPairs, "pairs"},
+                                     {stats::StatisticsList::LocalPorts, "ports"}};
+
+class StatisticalHeadless final : public HeadlessMode {
+ public:
+  StatisticalHeadless(const ProgramSettings& settings, std::filesystem::path listsFile)
+      : target_(CaptureTarget::FromSettings(settings.interface)),
+        listsFile_(std::move(listsFile)),
+        refresher_(locals_),
+        engine_(locals_, {settings.statistics.maxItems,
+                          static_cast<stats::VictimPolicy>(settings.statistics.victimPolicy)}) {}
+
+  bool Start() override { return session_.Start(target_, engine_); }
+  bool Listening() const override { return SessionListening(session_); }
+  bool Running() const override { return session_.listening.load(); }
+  std::uint64_t Progress() const override { return session_.LoopTurns(); }
+  bool WaitingForFrames() const override { return session_.WaitingForFrames(); }
+
+  std::string StatusLine(UiLanguage language) const override {
+    return FormatText(Text::ServiceStatisticsStatus, language,
+                      StatusText(session_.Status(), language).c_str(),
+                      static_cast<long long>(engine_.PacketSequence()), listsFile_.c_str());
+  }
+
+  void Tick(std::chrono::steady_clock::duration sinceStart) override {
+    if (sinceStart < nextSave_) return;
+    nextSave_ = sinceStart + kStatisticsSaveInterval;
+    SaveLists();
+  }
+
+  void Stop() override {
+    session_.Quit();
+    SaveLists();
+  }
+
+  std::vector<std::string> TakeMessages(UiLanguage language) override {
+    return lines_.Take(session_.Messages(), language);
+  }
+
+ private:
+  // One JSON object, a member per list, each an array of the list's records with raw numbers.
+  std::string ListsJson() {
+    std::string json = "{";
+    for (const SavedList& saved : kSavedLists) {
+      json += json.size() > 1 ? ",\n\"" : "\n\"";
+      json += saved.key;
+      json += "\": ";
+      engine_.WithTables([&](const stats::StatisticsTables& tables) {
+        stats::WriteList(tables, saved.list, stats::SaveFormat::Json, UiLanguage::English, json);
+      });
+      while (json.back() == '\n') json.pop_back();
+    }
+    return json + "\n}\n";
+  }
+
+  void SaveLists() {
+    std::string error;
+    if (WriteFileAtomically(listsFile_, ListsJson(), &error)) {
+      saveFailing_ = false;
+      return;
+    }
+    // Told once per failing streak, not every minute.
+    if (!saveFailing_) lines_.Add(Text::ServiceListsNotSaved, listsFile_.string() + ": " + error);
+    saveFailing_ = true;
+  }
+
+  CaptureTarget target_;
+  std::filesystem::path listsFile_;
+  std::chrono::steady_clock::duration nextSave_{kStatisticsSaveInterval};
+  bool saveFailing_ = false;
+  PendingLines lines_;
+  stats::LocalAddressList locals_;
+  stats::LocalAddressRefresher refresher_;
+  stats::StatisticsEngine engine_;
+  CaptureSession session_;  // last: its capture ends before the engine it feeds goes
+};
+
+// ---- runners --------------------------------------------------------------------------------
+
+// A service cannot ask which interface to use; without one it has nothing to do, and would not
+// have anything more on a restart.
+bool InterfaceChosen(const ModeStart& start) {
+  if (HasChosenInterface(start.settings.interface)) return true;
+  start.host->Tell(FormatText(Text::ServiceNoInterface, start.settings.language));
+  return false;
+}
+
+int RunPacketHeadless(const ModeStart& start) {
+  if (!InterfaceChosen(start)) return kHeadlessConfigError;
+  PacketHeadless mode(start.settings);
+  return RunHeadless(mode, *start.host, *start.stopSignals, start.settings.language);
+}
+
+int RunStatisticalHeadless(const ModeStart& start) {
+  if (!InterfaceChosen(start)) return kHeadlessConfigError;
+  StatisticalHeadless mode(start.settings, StateDirectory() / kStatisticsListsFileName);
+  return RunHeadless(mode, *start.host, *start.stopSignals, start.settings.language);
+}
+
+}  // namespace
+
+void RegisterHeadlessModes() {
+  RegisterModeHeadless(ProgramMode::Packet, RunPacketHeadless);
+  RegisterModeHeadless(ProgramMode::Statistical, RunStatisticalHeadless);
+}
+
+}  // namespace vormelt
