@@ -41,23 +41,14 @@ void PaintGreen(QTreeWidget& list) {
   list.setPalette(palette);
 }
 
-MessageIcon ToDialogIcon(vormelt::MessageIcon icon) {
-  switch (icon) {
-    case vormelt::MessageIcon::Warning: return MessageIcon::Warning;
-    case vormelt::MessageIcon::Information: return MessageIcon::Information;
-    case vormelt::MessageIcon::Question: return MessageIcon::Question;
-    case vormelt::MessageIcon::Stop: break;
-  }
-  return MessageIcon::Stop;
-}
-
 }  // namespace
 
 void ShowCaptureMessage(QWidget* parent, const CaptureMessage& message) {
   MessageRequest request;
   request.caption = QString::fromStdString(FormatCaption(message, Language()));
   request.text = FromCrLf(FormatMessage(message, Language()));
-  request.icon = ToDialogIcon(message.icon);
+  // A capture message without an icon of its own is an error.
+  request.icon = message.icon == MessageIcon::None ? MessageIcon::Stop : message.icon;
   ShowMessage(parent, request);
 }
 

@@ -34,7 +34,9 @@ TEST(InstallDecision, FollowsTheRecordAndTheRunningProgram) {
     SCOPED_TRACE(c.running);
     const InstallDecision d = DecideInstall(c.record, c.running);
     EXPECT_EQ(d.action, c.action);
-    if (c.action == InstallAction::Ask) EXPECT_EQ(d.question, c.question);
+    if (c.action == InstallAction::Ask) {
+      EXPECT_EQ(d.question, c.question);
+    }
   }
 }
 
