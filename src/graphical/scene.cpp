@@ -83,10 +83,13 @@ std::int64_t Scene::LineLifeMs() const {
 }
 
 void Scene::Feed(std::span<const PairTraffic> pairs, Colour colour, std::int64_t nowMs) {
+  // The rule puts labels up to a margin past the room it is given; giving it the surface less
+  // the margins keeps them as far from the right and bottom edges as from the left and top.
+  const int roomWidth = width_ - 2 * kLabelMarginX, roomHeight = height_ - 2 * kLabelMarginY;
   for (const PairTraffic& pair : pairs) {
-    const Label& from = board_.Touch(pair.source, nowMs, pair.packets, pair.bytes, width_, height_, random_);
+    const Label& from = board_.Touch(pair.source, nowMs, pair.packets, pair.bytes, roomWidth, roomHeight, random_);
     const Rect fromRect = from.rect;  // Touch below may move the board's storage
-    const Label& to = board_.Touch(pair.destination, nowMs, 0, 0, width_, height_, random_);
+    const Label& to = board_.Touch(pair.destination, nowMs, 0, 0, roomWidth, roomHeight, random_);
     if (pair.source == pair.destination) continue;  // nowhere to go; the label shows it
     const bool pixels = state_.options.pixelMode;
     const bool curved = pixels ? !state_.options.straightPixels : state_.options.curvedLines;
