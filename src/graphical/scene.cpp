@@ -13,8 +13,8 @@ namespace {
 
 constexpr int kMinBrightSum = 381;
 // How far a curve bows out, as a share of the distance, and at most.
-constexpr double kCurveBow = 0.25;
-constexpr double kMaxCurveBow = 160.0;
+constexpr double kCurveBow = 0.18;
+constexpr double kMaxCurveBow = 120.0;
 // Pixels advance this many surface pixels per step for each unit of "Speed of Pixels".
 constexpr double kPixelsPerStepPerSpeed = 2.0;
 // A circling pixel turns this many radians per surface pixel travelled.

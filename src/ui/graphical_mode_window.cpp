@@ -348,7 +348,7 @@ void GraphicalModeWindow::Impl::PaintOverlays(QPainter& painter) {
     box = metrics.boundingRect(box, Qt::TextWordWrap, help).adjusted(-14, -12, 14, 12);
     box.moveCenter(window.rect().center());
     if (box.top() < 0) box.moveTop(0);
-    painter.fillRect(box, QColor(0, 0, 0, 235));
+    painter.fillRect(box, Qt::black);
     painter.setPen(kTextColour);
     painter.drawRect(box);
     painter.drawText(box.adjusted(14, 12, -14, -12), Qt::TextWordWrap, help);
