@@ -115,6 +115,7 @@ struct GraphicalModeWindow::Impl {
   QSystemTrayIcon* tray = nullptr;
   PaintStyle style;
   LabelTextCache texts;
+  QImage image;  // the frame, drawn in full and then shown
   QHash<quint32, QString> hostNames;
   QSet<quint32> lookups;
   std::int64_t lastChirp = -kChirpGapMs;
@@ -567,7 +568,8 @@ void GraphicalModeWindow::paintEvent(QPaintEvent*) {
   if (!d.State().started) {
     d.PaintStartSurface(painter);
   } else {
-    PaintScene(painter, d.scene, d.Now(), d.style, d.texts);
+    PaintScene(d.image, d.scene, d.Now(), d.style, d.texts);
+    painter.drawImage(0, 0, d.image);
     d.scene.MarkShown();
   }
   d.PaintOverlays(painter);

@@ -1,17 +1,16 @@
-// Paints one frame of the Graphical Packets picture with QPainter: black ground, the lines or
-// moving pixels, the address labels. Used by the window and by the benchmark on a QImage; it
-// reads the scene and never changes it.
+// Paints one frame of the Graphical Packets picture into a QImage: black ground, the lines or
+// moving pixels, the address labels. Used by the window (which then shows the image) and by
+// the benchmark; it reads the scene and never changes it.
 #pragma once
 
 #include <QColor>
 #include <QFont>
 #include <QHash>
+#include <QImage>
 #include <QStaticText>
 #include <cstdint>
 
 #include "graphical/scene.hpp"
-
-class QPainter;
 
 namespace vormelt::ui {
 
@@ -32,7 +31,8 @@ struct PaintStyle {
   QFont labelFont;
 };
 
-void PaintScene(QPainter& painter, const graphical::Scene& scene, std::int64_t nowMs,
+// `image` is resized to the scene's surface when it differs; its format is kept 32-bit RGB.
+void PaintScene(QImage& image, const graphical::Scene& scene, std::int64_t nowMs,
                 const PaintStyle& style, LabelTextCache& texts);
 
 }  // namespace vormelt::ui
