@@ -89,7 +89,8 @@ void Scene::Feed(std::span<const PairTraffic> pairs, Colour colour, std::int64_t
   for (const PairTraffic& pair : pairs) {
     const Label& from = board_.Touch(pair.source, nowMs, pair.packets, pair.bytes, roomWidth, roomHeight, random_);
     const Rect fromRect = from.rect;  // Touch below may move the board's storage
-    const Label& to = board_.Touch(pair.destination, nowMs, 0, 0, roomWidth, roomHeight, random_);
+    // Both ends count the pair's traffic: the hover tip shows all an address sent and received.
+    const Label& to = board_.Touch(pair.destination, nowMs, pair.packets, pair.bytes, roomWidth, roomHeight, random_);
     if (pair.source == pair.destination) continue;  // nowhere to go; the label shows it
     const bool pixels = state_.options.pixelMode;
     const bool curved = pixels ? !state_.options.straightPixels : state_.options.curvedLines;

@@ -57,7 +57,6 @@ const QColor kTextColour(0xFF, 0xFF, 0x00);
 // One running capture: an interface (with the host addresses it holds) or a capture file.
 struct Capture {
   std::string device;
-  std::vector<std::string> addresses;
   graphical::Colour colour;
   graphical::PairGatherer gatherer;
   std::unique_ptr<graphical::PacedSink> paced;  // capture files only
@@ -443,7 +442,7 @@ void GraphicalModeWindow::startListening() {
   d.knownAddresses.clear();
   for (const auto& [device, addresses] : byDevice) {
     d.knownAddresses.insert(d.knownAddresses.end(), addresses.begin(), addresses.end());
-    d.AddCapture(device, CaptureTarget::Address(addresses.front())).addresses = addresses;
+    d.AddCapture(device, CaptureTarget::Address(addresses.front()));
   }
   d.watchAddresses = true;
 }
