@@ -337,7 +337,7 @@ void GraphicalModeWindow::Impl::PaintOverlays(QPainter& painter) {
     QRect box = metrics.boundingRect(QRect(0, 0, window.width() - 40, 0), Qt::AlignCenter, noticeText);
     box.adjust(-12, -8, 12, 8);
     box.moveCenter(QPoint(window.width() / 2, 20 + box.height() / 2));
-    painter.fillRect(box, QColor(0, 0, 0, 220));
+    painter.fillRect(box, Qt::black);
     painter.setPen(kTextColour);
     painter.drawRect(box);
     painter.drawText(box, Qt::AlignCenter, noticeText);
