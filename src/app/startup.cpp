@@ -68,6 +68,16 @@ void ApplyKeywords(std::string_view lower, StartupDecision& d) {
   }
 }
 
+constexpr std::string_view kReadWord = "--read ";
+
+// The word after "--read", in its own case (it is a path).
+std::string ReadFileArgument(std::string_view commandLine, std::string_view lower) {
+  const std::size_t at = lower.find(kReadWord);
+  if (at == std::string_view::npos) return {};
+  const std::string_view rest = commandLine.substr(at + kReadWord.size());
+  return std::string(rest.substr(0, rest.find(' ')));
+}
+
 bool RememberedIs(const ProgramSettings& settings, ProgramMode mode) {
   return settings.rememberedMode == static_cast<std::int32_t>(mode);
 }
@@ -91,6 +101,8 @@ StartupDecision DecideStartup(std::string_view commandLine, const ProgramSetting
 
   const std::string lower = LowerAscii(commandLine);
   ApplyKeywords(lower, d);
+  d.captureFile = ReadFileArgument(commandLine, lower);
+  if (!d.captureFile.empty()) d.keywordRecognised = true;
   if (d.languageKeyword) d.language = *d.languageKeyword;
 
   // Help is looked for before anything else is acted on, so "-packet_mode -help" still helps.

@@ -47,6 +47,9 @@ struct StartupDecision {
   bool startMinimized = false;
   bool autoListen = false;
   bool runAsService = false;  // "-service": started by the service manager
+  // "--read FILE": the mode reads this capture file instead of listening. One word: a path
+  // with blanks cannot be told apart on the joined command line.
+  std::string captureFile;
 
   // "english" / "deutsch" on the command line; "deutsch" wins when both are there. The caller
   // writes it into the settings record, so like any other setting it is saved with them.

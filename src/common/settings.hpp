@@ -79,6 +79,28 @@ struct StatisticsSettings {
   friend bool operator==(const StatisticsSettings&, const StatisticsSettings&) = default;
 };
 
+// Graphical Packets Mode: the view state its keys change and the options of its settings
+// dialog. Bounds are the reader's business (settings_store, graphical/view_state).
+struct GraphicalSettings {
+  bool pixelMode = false;        // F3: pixels travel instead of lines being drawn
+  bool curvedLines = false;      // F4
+  bool slowMode = true;          // F5: lines stay long enough for a 60 Hz display to show them
+  std::int32_t blinkMode = -1;   // F9: -1 off, 0 Slow Squared, 1 Fast Squared, 2 Slow Cubed, 3 Fast Cubed
+  std::int32_t ipTimeout = 30;   // F7/F8: seconds a quiet label lives, 0..300
+  bool straightPixels = false;   // "Pixel Mode - Travel in a straight line."
+  bool quadPixels = false;       // "Pixel Mode - Do quad sized pixels."
+  bool refreshPeriodically = false;  // "Periodically refresh the screen at interval:"
+  std::int32_t refreshSeconds = 60;
+  std::int32_t pixelSpeed = 5;       // "Speed of Pixels:" 1..10
+  std::int32_t extraDelayMs = 0;     // "Extra delay (for line and pixel modes):" 0..1000
+  std::int32_t circularity = 0;      // "Pixel Mode - Circularity:" 0..20 pixels
+  bool oscillate = false;            // "Pixel Mode - Oscillate instead of Circulate."
+  bool chirp = false;                // "Play a chirp with the PC speaker ..."
+  std::int32_t replaySpeed = 1;      // capture files replay at x1, x10 or x100
+
+  friend bool operator==(const GraphicalSettings&, const GraphicalSettings&) = default;
+};
+
 struct ProgramSettings {
   // Read at start-up.
   bool showModeChoiceAtStartup = true;  // "Show mode choice at startup."
@@ -93,6 +115,7 @@ struct ProgramSettings {
   PacketModeSettings packetMode;
   CodecSettings codec;
   StatisticsSettings statistics;
+  GraphicalSettings graphical;
 
   friend bool operator==(const ProgramSettings&, const ProgramSettings&) = default;
 };

@@ -24,6 +24,14 @@ constexpr int kMaxCodecInputType = 2;
 constexpr int kMaxCodecOutputType = 3;
 constexpr int kMaxStatisticsItems = 8192;  // the statistics tables' fixed capacity
 constexpr int kMaxVictimPolicy = 2;
+// Graphical Packets Mode bounds, as its settings dialog and keys enforce them.
+constexpr int kMinBlinkMode = -1, kMaxBlinkMode = 3;
+constexpr int kMaxIpTimeout = 300;
+constexpr int kMaxRefreshSeconds = 3600;
+constexpr int kMaxPixelSpeed = 10;
+constexpr int kMaxExtraDelayMs = 1000;
+constexpr int kMaxCircularity = 20;
+constexpr int kMaxReplaySpeed = 100;
 
 // ---- writing -------------------------------------------------------------------------------
 
@@ -79,6 +87,24 @@ Json CodecToJson(const CodecSettings& s) {
 
 Json StatisticsToJson(const StatisticsSettings& s) {
   return Json{{"maxItems", s.maxItems}, {"victimPolicy", s.victimPolicy}};
+}
+
+Json GraphicalToJson(const GraphicalSettings& s) {
+  return Json{{"pixelMode", s.pixelMode},
+              {"curvedLines", s.curvedLines},
+              {"slowMode", s.slowMode},
+              {"blinkMode", s.blinkMode},
+              {"ipTimeout", s.ipTimeout},
+              {"straightPixels", s.straightPixels},
+              {"quadPixels", s.quadPixels},
+              {"refreshPeriodically", s.refreshPeriodically},
+              {"refreshSeconds", s.refreshSeconds},
+              {"pixelSpeed", s.pixelSpeed},
+              {"extraDelayMs", s.extraDelayMs},
+              {"circularity", s.circularity},
+              {"oscillate", s.oscillate},
+              {"chirp", s.chirp},
+              {"replaySpeed", s.replaySpeed}};
 }
 
 // ---- reading -------------------------------------------------------------------------------
@@ -211,6 +237,26 @@ void ReadStatistics(const Reader& r, StatisticsSettings& s) {
   r.Int("victimPolicy", s.victimPolicy, 0, kMaxVictimPolicy);
 }
 
+void ReadGraphical(const Reader& r, GraphicalSettings& s) {
+  r.Bool("pixelMode", s.pixelMode);
+  r.Bool("curvedLines", s.curvedLines);
+  r.Bool("slowMode", s.slowMode);
+  r.Int("blinkMode", s.blinkMode, kMinBlinkMode, kMaxBlinkMode);
+  r.Int("ipTimeout", s.ipTimeout, 0, kMaxIpTimeout);
+  r.Bool("straightPixels", s.straightPixels);
+  r.Bool("quadPixels", s.quadPixels);
+  r.Bool("refreshPeriodically", s.refreshPeriodically);
+  r.Int("refreshSeconds", s.refreshSeconds, 1, kMaxRefreshSeconds);
+  r.Int("pixelSpeed", s.pixelSpeed, 1, kMaxPixelSpeed);
+  r.Int("extraDelayMs", s.extraDelayMs, 0, kMaxExtraDelayMs);
+  r.Int("circularity", s.circularity, 0, kMaxCircularity);
+  r.Bool("oscillate", s.oscillate);
+  r.Bool("chirp", s.chirp);
+  int speed = s.replaySpeed;
+  r.Int("replaySpeed", speed, 1, kMaxReplaySpeed);
+  if (speed == 1 || speed == 10 || speed == 100) s.replaySpeed = speed;
+}
+
 ProgramSettings SettingsFromObject(const Json& root) {
   ProgramSettings settings;
   const Reader r(&root);
@@ -219,6 +265,7 @@ ProgramSettings SettingsFromObject(const Json& root) {
   ReadPacketMode(r.Group("packetMode"), settings.packetMode);
   ReadCodec(r.Group("codec"), settings.codec);
   ReadStatistics(r.Group("statistics"), settings.statistics);
+  ReadGraphical(r.Group("graphical"), settings.graphical);
   return settings;
 }
 
@@ -232,7 +279,8 @@ std::string SettingsToJson(const ProgramSettings& s) {
                   {"interface", InterfaceToJson(s.interface)},
                   {"packetMode", PacketModeToJson(s.packetMode)},
                   {"codec", CodecToJson(s.codec)},
-                  {"statistics", StatisticsToJson(s.statistics)}};
+                  {"statistics", StatisticsToJson(s.statistics)},
+                  {"graphical", GraphicalToJson(s.graphical)}};
   // Strings may hold bytes that are not UTF-8 (folder names); replace them instead of throwing.
   return root.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
 }

@@ -5,6 +5,7 @@
 
 #include <QApplication>
 #include <QCoreApplication>
+#include <QFile>
 #include <QFileInfo>
 #include <QLibraryInfo>
 #include <QLocale>
@@ -17,6 +18,7 @@
 #include "common/settings_store.hpp"
 #include "ui/codec_window.hpp"
 #include "ui/dialogs.hpp"
+#include "ui/graphical_mode_window.hpp"
 #include "ui/mode_choice_window.hpp"
 #include "ui/mode_switch.hpp"
 #include "ui/packet_mode_window.hpp"
@@ -160,6 +162,12 @@ int RunStatisticalMode(const ModeStart& start) {
                                   start.decision.autoListen);
 }
 
+int RunGraphicalPacketsMode(const ModeStart& start) {
+  return RunGraphicalModeWindow(start.settings, start.decision.startMinimized,
+                                start.decision.autoListen,
+                                QFile::decodeName(start.decision.captureFile.c_str()));
+}
+
 int RunStandaloneEncoder(const ModeStart& start) {
   CodecWindow window(start.settings, /*standalone=*/true);
   window.exec();
@@ -230,6 +238,7 @@ StartupOutcome PrepareStartup(std::string_view commandLine, const StartupPaths& 
 void RegisterModeWindows() {
   RegisterModeWindow(ProgramMode::Packet, RunPacketMode);
   RegisterModeWindow(ProgramMode::Statistical, RunStatisticalMode);
+  RegisterModeWindow(ProgramMode::GraphicalPackets, RunGraphicalPacketsMode);
   RegisterModeWindow(ProgramMode::Decoder, RunStandaloneEncoder);
 }
 

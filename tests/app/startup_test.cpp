@@ -28,6 +28,11 @@ TEST(CommandLine, KeywordsAreSubstringsInAnyCaseAndSpelling) {
     EXPECT_TRUE(d.noInstall && d.packetMode);
     EXPECT_FALSE(d.uninstall);  // "noinstall" does not hold "uninstall"
   }
+  // The capture file keeps its own case; "--read" at the very end names nothing.
+  const StartupDecision read = DecideStartup("-noinstall -GP_MODE auto_listen --READ /tmp/Talk.pcap -english", settings);
+  EXPECT_TRUE(read.graphicalPacketsMode && read.autoListen);
+  EXPECT_EQ(read.captureFile, "/tmp/Talk.pcap");
+  EXPECT_EQ(DecideStartup("-gp_mode --read", settings).captureFile, "");
 }
 
 TEST(CommandLine, EveryRelaunchLineOpensItsOwnModeWithoutInstallCheckOrChoice) {

@@ -45,6 +45,7 @@ ProgramSettings NonDefaultSettings() {
   p.filterWindow = {true, 9, 10, 11, 12, false, false};
   p.lastFolder = "/home/user/captures";
   s.codec = {{true, 3, 4, 500, 300, false, false}, 2, 3, true, false, true, false, "DejaVu Sans Mono"};
+  s.graphical = {true, true, false, 3, 300, true, true, true, 5, 10, 1000, 20, true, true, 100};
   return s;
 }
 
@@ -70,7 +71,8 @@ TEST(SettingsStore, WrongTypesAndRangesCostOnlyTheirOwnKey) {
     "general": {"rememberedMode": 2.5, "language": 7, "useSystemColors": true,
                 "modeChoiceWindow": {"valid": true, "x": "10", "y": 20, "width": 1099511627776}},
     "packetMode": {"dataLevel": 9, "columnOrder": [1, "x", 2], "columnWidths": [10, 20]},
-    "codec": {"inputType": -1, "font": ["Mono"], "wordWrap": false}
+    "codec": {"inputType": -1, "font": ["Mono"], "wordWrap": false},
+    "graphical": {"ipTimeout": 301, "blinkMode": -2, "replaySpeed": 50, "curvedLines": true}
   })", nullptr);
   ASSERT_TRUE(read);
   // What was good is kept; each bad key alone falls back to its default.
@@ -80,6 +82,7 @@ TEST(SettingsStore, WrongTypesAndRangesCostOnlyTheirOwnKey) {
   expected.packetMode.columnOrder.clear();
   expected.packetMode.columnWidths = {10, 20};
   expected.codec.wordWrap = false;
+  expected.graphical.curvedLines = true;
   EXPECT_TRUE(*read == expected);
 }
 
