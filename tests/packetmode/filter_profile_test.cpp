@@ -86,7 +86,9 @@ TEST(FilterProfile, GarbageIsRefusedWithTheReason) {
     const ProfileResult result = ParseFilterProfile(c.text);
     EXPECT_EQ(result.problem, c.problem);
     EXPECT_FALSE(result.profile.has_value());
-    if (!c.detail.empty()) EXPECT_EQ(result.detail, c.detail);
+    if (!c.detail.empty()) {
+      EXPECT_EQ(result.detail, c.detail);
+    }
   }
 }
 

@@ -61,7 +61,7 @@ std::string ReferenceSummary(PacketRef p, IpGap gap) {
     }
     std::snprintf(port[i], sizeof port[i], "%5s", "");
     if (etherType == 0x0800 && (f[23] == 6 || f[23] == 17)) {
-      std::snprintf(port[i], sizeof port[i], "% 5u",
+      std::snprintf(port[i], sizeof port[i], "%5u",
                     unsigned{ReadBe16(f + 14 + (f[14] & 15) * 4 + 2 * i)});
     }
   }
