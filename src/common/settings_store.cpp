@@ -81,6 +81,28 @@ Json StatisticsToJson(const StatisticsSettings& s) {
   return Json{{"maxItems", s.maxItems}, {"victimPolicy", s.victimPolicy}};
 }
 
+Json FileModeToJson(const FileModeSettings& s) {
+  return Json{{"window", WindowToJson(s.window)},
+              {"filterWindow", WindowToJson(s.filterWindow)},
+              {"overwrite", s.overwrite},
+              {"onlyHttp", s.onlyHttp},
+              {"acceptPartial", s.acceptPartial},
+              {"dirtyMode", s.dirtyMode},
+              {"pshOnly", s.pshOnly},
+              {"latestDuplicates", s.latestDuplicates},
+              {"applyFilters", s.applyFilters},
+              {"shortExtensions", s.shortExtensions},
+              {"ackTimeoutMs", s.ackTimeoutMs},
+              {"folder", s.folder},
+              {"nameTemplate", s.nameTemplate},
+              {"dateTimeTemplate", s.dateTimeTemplate},
+              {"createSubfolders", s.createSubfolders},
+              {"subfolderLevels", s.subfolderLevels},
+              {"countInstalled", s.countInstalled},
+              {"countCustom", s.countCustom},
+              {"lastCaptureFolder", s.lastCaptureFolder}};
+}
+
 // ---- reading -------------------------------------------------------------------------------
 
 // One JSON object read leniently: every accessor leaves its field alone unless the key exists
@@ -107,6 +129,10 @@ class Reader {
     int n = static_cast<int>(out);
     Int(key, n, 0, max);
     out = static_cast<Enum>(n);
+  }
+
+  void UInt64(const char* key, std::uint64_t& out) const {
+    if (const Json* v = Find(key); v && v->is_number_unsigned()) out = v->get<std::uint64_t>();
   }
 
   void String(const char* key, std::string& out) const {
@@ -211,6 +237,30 @@ void ReadStatistics(const Reader& r, StatisticsSettings& s) {
   r.Int("victimPolicy", s.victimPolicy, 0, kMaxVictimPolicy);
 }
 
+void ReadFileMode(const Reader& r, FileModeSettings& s) {
+  r.Window("window", s.window);
+  r.Window("filterWindow", s.filterWindow);
+  r.Bool("overwrite", s.overwrite);
+  r.Bool("onlyHttp", s.onlyHttp);
+  r.Bool("acceptPartial", s.acceptPartial);
+  r.Bool("dirtyMode", s.dirtyMode);
+  r.Bool("pshOnly", s.pshOnly);
+  r.Bool("latestDuplicates", s.latestDuplicates);
+  r.Bool("applyFilters", s.applyFilters);
+  r.Bool("shortExtensions", s.shortExtensions);
+  r.Int("ackTimeoutMs", s.ackTimeoutMs);
+  r.String("folder", s.folder);
+  r.String("nameTemplate", s.nameTemplate);
+  r.String("dateTimeTemplate", s.dateTimeTemplate);
+  r.Bool("createSubfolders", s.createSubfolders);
+  std::vector<int> levels;
+  r.IntList("subfolderLevels", levels);
+  if (levels.size() == s.subfolderLevels.size()) s.subfolderLevels = levels;
+  r.UInt64("countInstalled", s.countInstalled);
+  r.UInt64("countCustom", s.countCustom);
+  r.String("lastCaptureFolder", s.lastCaptureFolder);
+}
+
 ProgramSettings SettingsFromObject(const Json& root) {
   ProgramSettings settings;
   const Reader r(&root);
@@ -219,6 +269,7 @@ ProgramSettings SettingsFromObject(const Json& root) {
   ReadPacketMode(r.Group("packetMode"), settings.packetMode);
   ReadCodec(r.Group("codec"), settings.codec);
   ReadStatistics(r.Group("statistics"), settings.statistics);
+  ReadFileMode(r.Group("fileMode"), settings.fileMode);
   return settings;
 }
 
@@ -232,7 +283,8 @@ std::string SettingsToJson(const ProgramSettings& s) {
                   {"interface", InterfaceToJson(s.interface)},
                   {"packetMode", PacketModeToJson(s.packetMode)},
                   {"codec", CodecToJson(s.codec)},
-                  {"statistics", StatisticsToJson(s.statistics)}};
+                  {"statistics", StatisticsToJson(s.statistics)},
+                  {"fileMode", FileModeToJson(s.fileMode)}};
   // Strings may hold bytes that are not UTF-8 (folder names); replace them instead of throwing.
   return root.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
 }

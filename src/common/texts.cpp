@@ -20,6 +20,7 @@ constexpr Entry kEntries[] = {
 #include "common/texts/codec.def"
 #include "common/texts/ui.def"
 #include "common/texts/statistics.def"
+#include "common/texts/filemode.def"
 #undef VORMELT_TEXT
 };
 
