@@ -4,6 +4,7 @@
 // buffer rather than one heap block per packet.
 #include "filemode/stream_table.hpp"
 
+#include <algorithm>
 #include <bit>
 #include <new>
 
@@ -73,6 +74,7 @@ void StreamTable::Reset(TableOptions options) {
   options_ = options;
   nextFree_ = 0;
   count_ = 0;
+  filling_ = 0;
   memory_.store(0, std::memory_order_relaxed);
 }
 
@@ -155,6 +157,7 @@ void StreamTable::OpenStream(std::uint32_t slot, std::uint32_t key,
   AddSegment(s, header, ip, nowMs);
   s.key = key;
   s.filling = true;
+  ++filling_;
   s.held = true;
   MarkUsed(slot, true);
   if (options_.dirty) {
@@ -189,10 +192,14 @@ void StreamTable::MarkUsed(std::uint32_t slot, bool used) {
 std::optional<Stream> StreamTable::TakeRipe(std::uint32_t from, std::int64_t cutoffMs,
                                             bool everything) {
   std::lock_guard lock(mutex_);
-  for (std::uint32_t i = from; i < count_ && i < kSlotCapacity; ++i) {
+  // The end of a file looks past the count too: a dirty slot equal to the count is never in
+  // the passes' range, but a file has no later packets to wait for.
+  const std::uint32_t end = everything ? kSlotCapacity : std::min(count_, kSlotCapacity);
+  for (std::uint32_t i = from; i < end; ++i) {
     Slot& s = slots_[i];
     if (!s.filling || (!everything && s.lastMs >= cutoffMs)) continue;
     s.filling = false;
+    --filling_;
     if (!options_.dirty) index_.erase(s.key);
     s.key = 0;
     return std::move(s.stream);
@@ -202,9 +209,7 @@ std::optional<Stream> StreamTable::TakeRipe(std::uint32_t from, std::int64_t cut
 
 std::uint32_t StreamTable::CountFilling() const {
   std::lock_guard lock(mutex_);
-  std::uint32_t filling = 0;
-  for (std::uint32_t i = 0; i < count_ && i < kSlotCapacity; ++i) filling += slots_[i].filling;
-  return filling;
+  return filling_;
 }
 
 void StreamTable::Release(std::uint32_t slot) {
@@ -228,6 +233,7 @@ void StreamTable::DiscardAll() {
     MarkUsed(i, false);
   }
   index_.clear();
+  filling_ = 0;
   nextFree_ = LowestFreeSlot();
 }
 

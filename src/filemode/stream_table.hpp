@@ -106,6 +106,7 @@ class StreamTable {
   TableOptions options_;
   std::uint32_t nextFree_ = 0;
   std::uint32_t count_ = 0;
+  std::uint32_t filling_ = 0;
   std::atomic<std::int64_t> memory_{0};
 };
 
