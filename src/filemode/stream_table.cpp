@@ -66,8 +66,11 @@ StreamTable::~StreamTable() = default;
 
 void StreamTable::Reset(TableOptions options) {
   std::lock_guard lock(mutex_);
-  for (std::uint32_t i = 0; i < kSlotCapacity; ++i) {
-    if (slots_[i].held) slots_[i] = Slot{};
+  // Only the slots marked used hold anything; the rest are already empty.
+  for (std::size_t word = 0; word < used_.size(); ++word) {
+    for (std::uint64_t bits = used_[word]; bits != 0; bits &= bits - 1) {
+      slots_[word * kWordBits + static_cast<std::size_t>(std::countr_zero(bits))] = Slot{};
+    }
   }
   std::fill(used_.begin(), used_.end(), 0);
   index_.clear();
@@ -196,6 +199,11 @@ std::optional<Stream> StreamTable::TakeRipe(std::uint32_t from, std::int64_t cut
   // the passes' range, but a file has no later packets to wait for.
   const std::uint32_t end = everything ? kSlotCapacity : std::min(count_, kSlotCapacity);
   for (std::uint32_t i = from; i < end; ++i) {
+    // Whole words of empty slots are passed over without touching the slots themselves.
+    if (used_[i / kWordBits] >> (i % kWordBits) == 0) {
+      i = static_cast<std::uint32_t>((i / kWordBits + 1) * kWordBits - 1);
+      continue;
+    }
     Slot& s = slots_[i];
     if (!s.filling || (!everything && s.lastMs >= cutoffMs)) continue;
     s.filling = false;
