@@ -149,14 +149,14 @@ std::string SafeExtension(std::string_view extension) {
   return std::string(extension);
 }
 
-std::string SubfolderPreview(const std::array<SubfolderChoice, kSubfolderLevels>& levels) {
-  std::string preview;
-  for (const SubfolderChoice level : levels) {
-    if (level == SubfolderChoice::Source) preview += "\\200.200.200.200";
-    if (level == SubfolderChoice::Destination) preview += "\\192.168.0.100";
-    if (level == SubfolderChoice::Extension) preview += "\\html";
+std::string_view SubfolderSample(SubfolderChoice level) {
+  switch (level) {
+    case SubfolderChoice::Source: return "\\200.200.200.200";
+    case SubfolderChoice::Destination: return "\\192.168.0.100";
+    case SubfolderChoice::Extension: return "\\html";
+    case SubfolderChoice::None: break;
   }
-  return preview;
+  return {};
 }
 
 std::string TrimFolder(std::string_view folder) {

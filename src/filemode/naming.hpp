@@ -62,8 +62,8 @@ bool IsSafeComponent(std::string_view name);
 // An extension from a header, or the default when it could lead anywhere else.
 std::string SafeExtension(std::string_view extension);
 
-// The preview of the naming dialog: per level a "\" and a sample value, nothing for None.
-std::string SubfolderPreview(const std::array<SubfolderChoice, kSubfolderLevels>& levels);
+// One level of the naming dialog's preview: a "\" and a sample value, nothing for None.
+std::string_view SubfolderSample(SubfolderChoice level);
 
 enum class OpenOutcome : std::uint8_t {
   Opened,

@@ -12,6 +12,7 @@
 #include <QStyleFactory>
 #include <QTranslator>
 
+#include "app/file_mode.hpp"
 #include "common/install_record.hpp"
 #include "common/paths.hpp"
 #include "common/settings_store.hpp"
@@ -21,6 +22,7 @@
 #include "ui/mode_switch.hpp"
 #include "ui/packet_mode_window.hpp"
 #include "ui/qt_text.hpp"
+#include "ui/file_mode_window.hpp"
 #include "ui/statistical_mode_window.hpp"
 
 // Resources of a static library are registered by hand; the macro must stand outside any
@@ -160,6 +162,11 @@ int RunStatisticalMode(const ModeStart& start) {
                                   start.decision.autoListen);
 }
 
+int RunFileMode(const ModeStart& start) {
+  return RunFileModeWindow(start.settings, start.decision.startMinimized,
+                           start.decision.autoListen);
+}
+
 int RunStandaloneEncoder(const ModeStart& start) {
   CodecWindow window(start.settings, /*standalone=*/true);
   window.exec();
@@ -229,6 +236,9 @@ StartupOutcome PrepareStartup(std::string_view commandLine, const StartupPaths& 
 
 void RegisterModeWindows() {
   RegisterModeWindow(ProgramMode::Packet, RunPacketMode);
+  RegisterModeWindow(ProgramMode::File, RunFileMode);
+  // A service has no display: File Mode runs headless there, on the same engine.
+  RegisterModeHeadless(ProgramMode::File, RunFileModeHeadless);
   RegisterModeWindow(ProgramMode::Statistical, RunStatisticalMode);
   RegisterModeWindow(ProgramMode::Decoder, RunStandaloneEncoder);
 }

@@ -125,8 +125,8 @@ TEST(FileNaming, TokensDateAndExtensions) {
   EXPECT_EQ(ExtensionForType("application/octet-stream", "x", true), "bin_dms_lha_lzh_exe_dll");
   EXPECT_EQ(ExtensionForType("image/x-xbitmap", "x", false), "bmp");
   EXPECT_EQ(MimeRows()[kMimeRowCount - 1].type, "x-conference/x-cooltalk");
-  EXPECT_EQ(SubfolderPreview({SubfolderChoice::Source, SubfolderChoice::None,
-                              SubfolderChoice::Extension}), "\\200.200.200.200\\html");
+  EXPECT_EQ(SubfolderSample(SubfolderChoice::Source), "\\200.200.200.200");
+  EXPECT_EQ(SubfolderSample(SubfolderChoice::None), "");
 }
 
 TEST(FileModeEngine, OutOfOrderDuplicatesAndGaps) {
