@@ -210,10 +210,10 @@ QWidget* FileModeWindow::Impl::BuildFileList(QWidget* parent) {
   files->verticalHeader()->hide();
   files->verticalHeader()->setDefaultSectionSize(files->fontMetrics().height() + 6);
   files->horizontalHeader()->setStretchLastSection(true);
-  files->setColumnWidth(kName, 260);
-  files->setColumnWidth(kType, 150);
-  files->setColumnWidth(kSource, 140);
-  files->setColumnWidth(kDestination, 140);
+  files->setColumnWidth(kName, 220);
+  files->setColumnWidth(kType, 130);
+  files->setColumnWidth(kSource, 130);
+  files->setColumnWidth(kDestination, 130);
   connect(files, &QTableWidget::cellDoubleClicked, &window, &FileModeWindow::openSelectedFile);
   layout->addWidget(files, 1);
   auto* buttons = new QHBoxLayout;
