@@ -47,6 +47,7 @@
 #include "ui/filter_setup_window.hpp"
 #include "ui/interface_chooser.hpp"
 #include "ui/mode_switch.hpp"
+#include "ui/mode_tray.hpp"
 #include "ui/qt_text.hpp"
 
 namespace vormelt::ui {
@@ -129,7 +130,6 @@ struct FileModeWindow::Impl {
   void BuildWidgets();
   void BuildMenus();
   void BuildTray();
-  void RestoreFromTray();
   void Start(const CaptureTarget& target, fm::StreamClock clock);
   void PrepareFolder();
   void TakeWrittenFiles();
@@ -280,32 +280,10 @@ void FileModeWindow::Impl::BuildMenus() {
 }
 
 void FileModeWindow::Impl::BuildTray() {
-  if (!QSystemTrayIcon::isSystemTrayAvailable()) return;
-  tray = new QSystemTrayIcon(window.windowIcon(), &window);
-  tray->setToolTip(T(Text::FileWindowTitle));
-  auto* menu = new QMenu(&window);
-  QObject::connect(menu->addAction(T(Text::TrayRestore)), &QAction::triggered, &window,
-                   [this] { RestoreFromTray(); });
-  QObject::connect(menu->addAction(T(Text::TrayExit)), &QAction::triggered, &window, [this] {
+  tray = AddModeTray(window, Text::FileWindowTitle, [this] {
     exitRequested = true;
     window.close();
   });
-  tray->setContextMenu(menu);
-  QObject::connect(tray, &QSystemTrayIcon::activated, &window,
-                   [this](QSystemTrayIcon::ActivationReason reason) {
-                     if (reason == QSystemTrayIcon::Trigger ||
-                         reason == QSystemTrayIcon::DoubleClick) {
-                       RestoreFromTray();
-                     }
-                   });
-  tray->show();
-}
-
-void FileModeWindow::Impl::RestoreFromTray() {
-  window.show();
-  window.setWindowState((window.windowState() & ~Qt::WindowMinimized) | Qt::WindowActive);
-  window.raise();
-  window.activateWindow();
 }
 
 // An empty folder field means the user's downloads folder; either way it is made if missing.
