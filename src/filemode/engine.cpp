@@ -81,7 +81,6 @@ void FileModeEngine::Start(const FileModeOptions& options, StreamClock clock,
                         &packetsStored_, &packetsDropped_}) {
     counter->store(0);
   }
-  activeStreams_.store(0);
   busyStep_.store(0);
   {
     std::lock_guard lock(countsMutex_);
@@ -148,7 +147,6 @@ void FileModeEngine::Finish() {
   } else {
     table_.DiscardAll();
   }
-  activeStreams_.store(table_.CountFilling());
 }
 
 void FileModeEngine::RunPasses(std::stop_token stop) {
@@ -164,7 +162,6 @@ void FileModeEngine::RunPasses(std::stop_token stop) {
 
 void FileModeEngine::Pass(std::int64_t nowMs, bool everything) {
   busyStep_.fetch_add(1, std::memory_order_relaxed);
-  activeStreams_.store(table_.CountFilling(), std::memory_order_relaxed);
   const std::int64_t cutoff = nowMs - options_.ackTimeoutMs;
   std::uint32_t from = 0;
   while (auto stream = table_.TakeRipe(from, cutoff, everything)) {
@@ -272,7 +269,7 @@ FileModeCounters FileModeEngine::Counters() const {
   c.filesWritten = filesWritten_.load(std::memory_order_relaxed);
   c.bytesWritten = bytesWritten_.load(std::memory_order_relaxed);
   c.memoryInUse = table_.MemoryInUse();
-  c.activeStreams = activeStreams_.load(std::memory_order_relaxed);
+  c.activeStreams = table_.CountFilling();
   c.packetsStored = packetsStored_.load(std::memory_order_relaxed);
   c.packetsDropped = packetsDropped_.load(std::memory_order_relaxed);
   return c;

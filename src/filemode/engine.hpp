@@ -53,7 +53,7 @@ struct FileModeCounters {
   std::uint64_t filesWritten = 0;
   std::uint64_t bytesWritten = 0;
   std::int64_t memoryInUse = 0;
-  std::uint32_t activeStreams = 0;    // filling at the last pass
+  std::uint32_t activeStreams = 0;    // streams filling now
   std::uint64_t packetsStored = 0;
   std::uint64_t packetsDropped = 0;   // dirty-mode clashes and a full table
 };
@@ -123,7 +123,6 @@ class FileModeEngine final : public FrameSink {
   std::atomic<std::uint64_t> filesProcessing_{0};
   std::atomic<std::uint64_t> filesWritten_{0};
   std::atomic<std::uint64_t> bytesWritten_{0};
-  std::atomic<std::uint32_t> activeStreams_{0};
   std::atomic<std::uint64_t> packetsStored_{0};
   std::atomic<std::uint64_t> packetsDropped_{0};
   std::atomic<std::uint32_t> busyStep_{0};

@@ -207,6 +207,7 @@ QWidget* FileModeWindow::Impl::BuildFileList(QWidget* parent) {
   files->setSelectionBehavior(QAbstractItemView::SelectRows);
   files->setSelectionMode(QAbstractItemView::SingleSelection);
   files->setEditTriggers(QAbstractItemView::NoEditTriggers);
+  files->setTextElideMode(Qt::ElideMiddle);
   files->verticalHeader()->hide();
   files->verticalHeader()->setDefaultSectionSize(files->fontMetrics().height() + 6);
   files->horizontalHeader()->setStretchLastSection(true);
