@@ -48,6 +48,19 @@ std::vector<std::size_t> WalkOrder(const std::vector<Segment>& segments) {
   return order;
 }
 
+// True when the walk takes every segment in arrival order and their payloads lie back to back:
+// the stream's buffer is then already the data, and it is handed over instead of copied.
+bool InPlace(const Stream& stream, const std::vector<std::size_t>& order) {
+  if (order.size() != stream.segments.size()) return false;
+  std::size_t expected = 0;
+  for (std::size_t i = 0; i < order.size(); ++i) {
+    const Segment& s = stream.segments[i];
+    if (order[i] != i || s.offset != expected) return false;
+    expected += s.payloadLength;
+  }
+  return expected == stream.bytes.size();
+}
+
 }  // namespace
 
 void DropEarlierDuplicates(Stream& stream) {
@@ -61,9 +74,13 @@ void DropEarlierDuplicates(Stream& stream) {
   segments.swap(kept);
 }
 
-Assembled Assemble(const Stream& stream) {
+Assembled Assemble(Stream& stream) {
   Assembled result;
   const std::vector<std::size_t> order = WalkOrder(stream.segments);
+  if (InPlace(stream, order)) {
+    result.data = std::move(stream.bytes);
+    return result;
+  }
   std::size_t total = 0;
   for (const std::size_t i : order) total += stream.segments[i].payloadLength;
   result.data.reserve(total);

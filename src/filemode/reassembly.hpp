@@ -24,6 +24,7 @@ void DropEarlierDuplicates(Stream& stream);
 // sequence + payload length from segment to segment, preferring the next in arrival order and
 // otherwise the first in arrival order that fits; a gap ends the data. A stream whose numbers
 // wrap is cut there: past 4,294,967,295 the next number is taken one short.
-Assembled Assemble(const Stream& stream);
+// The stream's buffer may be handed over to the result; the stream is not used afterwards.
+Assembled Assemble(Stream& stream);
 
 }  // namespace vormelt::filemode

@@ -77,8 +77,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   while (auto stream = table.TakeRipe(from, 0, true)) {
     from = stream->slot + 1;
     if (flags & 4) DropEarlierDuplicates(*stream);
+    const std::size_t stored = stream->bytes.size();
     const Assembled assembled = Assemble(*stream);
-    Check(assembled.data.size() <= stream->bytes.size() * 2);
+    Check(assembled.data.size() <= stored * 2);
     if (const auto http = RecognizeHttp(assembled.data, flags & 8)) {
       Check(http->bodyOffset <= assembled.data.size());
       const std::string extension =
