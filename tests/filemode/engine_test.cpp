@@ -13,6 +13,7 @@
 #include "filemode/engine.hpp"
 #include "filemode/http_response.hpp"
 #include "filemode/mime_table.hpp"
+#include "filemode/stream_table.hpp"
 #include "support/pcap_file.hpp"
 #include "support/tcp_stream.hpp"
 
@@ -127,6 +128,54 @@ TEST(FileNaming, TokensDateAndExtensions) {
   EXPECT_EQ(MimeRows()[kMimeRowCount - 1].type, "x-conference/x-cooltalk");
   EXPECT_EQ(SubfolderSample(SubfolderChoice::Source), "\\200.200.200.200");
   EXPECT_EQ(SubfolderSample(SubfolderChoice::None), "");
+}
+
+// The table against a plain model of the slot arrays that searches every key in order: the
+// index must always pick the slot the search would, and passes must take the same streams.
+TEST(StreamTableOracle, IndexPicksTheSlotTheKeySearchWould) {
+  struct ModelSlot {
+    bool held = false;
+    std::uint32_t key = 0;
+    std::int64_t last = 0;
+    std::size_t segments = 0;
+  };
+  std::vector<ModelSlot> model(kSlotCapacity);
+  std::uint32_t nextFree = 0, count = 0;
+  StreamTable table;
+  table.Reset({});
+  std::uint32_t random = 7;
+  const auto next = [&] { return random = random * 1664525u + 1013904223u; };
+  for (std::int64_t now = 1; now < 20000; ++now) {
+    const std::uint32_t ack = 1 + next() % 300;
+    test::TcpHeader tcp;
+    tcp.acknowledgement = ack;
+    ASSERT_EQ(table.Append(test::TcpPacket({}, tcp, test::ToBytes("x")), now), AppendResult::Stored);
+    std::uint32_t slot = 0;
+    while (slot < count && !(model[slot].held && model[slot].key == ack)) ++slot;
+    if (slot == count) {
+      slot = nextFree;
+      model[slot] = {true, ack, 0, 0};
+      nextFree = 0;
+      while (model[nextFree].held) ++nextFree;
+      count = std::max(count, nextFree);
+    }
+    model[slot].last = now;
+    ++model[slot].segments;
+    if (next() % 50 != 0) continue;
+    const std::int64_t cutoff = now - static_cast<std::int64_t>(next() % 400);
+    std::uint32_t from = 0;
+    while (auto stream = table.TakeRipe(from, cutoff, false)) {
+      std::uint32_t expected = from;
+      while (expected < count && !(model[expected].held && model[expected].last < cutoff)) ++expected;
+      ASSERT_EQ(stream->slot, expected);
+      ASSERT_EQ(stream->segments.size(), model[expected].segments);
+      model[expected] = {};
+      table.Release(expected);
+      nextFree = expected;
+      from = expected + 1;
+    }
+    for (std::uint32_t i = from; i < count; ++i) ASSERT_FALSE(model[i].held && model[i].last < cutoff);
+  }
 }
 
 TEST(FileModeEngine, OutOfOrderDuplicatesAndGaps) {
