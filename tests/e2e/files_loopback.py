@@ -96,10 +96,10 @@ def main():
     dump = subprocess.Popen(["tcpdump", "-i", "lo", "-U", "-B", "16384", "-w", pcap, f"tcp port {port}"],
                             stderr=subprocess.DEVNULL)
     live = subprocess.Popen([CLI, "files", "--live", "127.0.0.1", "--out", live_out, "--template", "%FCS",
-                             "--ack-timeout-ms", "300", "--seconds", "8",
+                             "--ack-timeout-ms", "300", "--seconds", "10",
                              "--manifest", os.path.join(WORK, "live.jsonl")],
                             stdout=subprocess.PIPE, stderr=subprocess.PIPE)
-    time.sleep(1.5)
+    time.sleep(2.5)  # both listening before the first request, even on a busy machine
     for path in ("plain", "chunked", "gzip", "closed", "partial", "missing"):
         subprocess.run(["curl", "-s", "-o", os.devnull, f"http://127.0.0.1:{port}/{path}"], timeout=10)
         time.sleep(0.2)
