@@ -1,4 +1,4 @@
-// The decision to write follows the order users know: an HTTP file whose type the filter
+// The decision to write runs in a fixed order: an HTTP file whose type the filter
 // refuses is dropped, a stream that is not HTTP is dropped when only HTTP counts (else written
 // whole as "txt"), then the size test. Compressed bodies are written as served, with ".gz"
 // added to the extension: they open with the usual tools and nothing is inflated from the net.

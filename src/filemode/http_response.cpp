@@ -1,6 +1,6 @@
-// The header scan deliberately keeps the behaviour users' folders were built with: the status
-// line decides whether a stream is a file at all, only a CR LF header block is searched (a
-// bare-LF response keeps "txt" and no type), and the search starts at character 17.
+// The header scan is deliberately narrow and always the same: the status line alone decides
+// whether a stream is a file at all, only a CR LF header block is searched (a bare-LF response
+// keeps "txt" and no type), and the search starts at character 17.
 #include "filemode/http_response.hpp"
 
 #include <algorithm>

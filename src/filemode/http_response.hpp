@@ -13,7 +13,7 @@
 
 namespace vormelt::filemode {
 
-// Header values are copied up to this many bytes, the terminator of the older builds included.
+// Header values are copied up to this many bytes, a terminator included.
 inline constexpr std::size_t kHeaderValueLimit = 100;
 // Where the header scan begins: past "HTTP/1.1 200 OK" and its CR LF.
 inline constexpr std::size_t kHeaderScanStart = 17;

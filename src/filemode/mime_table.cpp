@@ -1,6 +1,6 @@
-// The 95 rows are kept exactly as users of the earlier releases know them, including the odd
-// ones (image/x-xbitmap gives bmp; text/htm is a row of its own beside text/html), so files
-// extracted today get the same names as before.
+// The 95 rows are fixed in content and order, the odd ones included on purpose (image/x-xbitmap
+// gives bmp; text/htm is a row of its own beside text/html): a type always maps to the same
+// extension, so the names of extracted files never change from one version to the next.
 #include "filemode/mime_table.hpp"
 
 #include <array>

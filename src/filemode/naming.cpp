@@ -1,4 +1,4 @@
-// Names are built the way earlier releases built them (token order, the "%DAT" character
+// Names are built token by token in a fixed order (upper case first, the "%DAT" character
 // swaps), and only then checked: a template or header that yields a name which could climb out
 // of the folder makes the file invalid, and an invalid file is skipped, never "repaired".
 #include "filemode/naming.hpp"

@@ -164,8 +164,9 @@ void StreamTable::OpenStream(std::uint32_t slot, std::uint32_t key,
   s.held = true;
   MarkUsed(slot, true);
   if (options_.dirty) {
-    // Strictly greater, as it always was: a slot equal to the count stays unscanned until a
-    // higher slot raises the count.
+    // Strictly greater, on purpose: a slot equal to the count stays unscanned until a higher
+    // slot raises the count (the end of a file takes it anyway). Dirty mode trades such
+    // corners for speed, and its results must stay the same from run to run.
     if (slot > count_) count_ = slot + 1;
     return;
   }
