@@ -15,6 +15,9 @@ int RunNames(std::span<const std::string> args, std::ostream& out, std::ostream&
 int RunPackets(std::span<const std::string> args, std::ostream& out, std::ostream& err);
 // vormelt-cli stats --read FILE | --live ADDRESS | --adapter NAME  [options]
 int RunStats(std::span<const std::string> args, std::ostream& out, std::ostream& err);
+// vormelt-cli files (--read FILE | --load-dump FILE --form F | --live ADDRESS | --adapter NAME)
+//                   --out DIR [options]
+int RunFiles(std::span<const std::string> args, std::ostream& out, std::ostream& err);
 // vormelt-cli codec --in ... --out ... [options]   (reads `in` to its end)
 int RunCodec(std::span<const std::string> args, std::istream& in, std::ostream& out,
              std::ostream& err);

@@ -1,4 +1,4 @@
-// Packet Mode and Statistical Mode without a window: each wraps its engine and one capture on
+// Packet, File and Statistical Mode without a window: each wraps its engine and one capture on
 // the chosen interface in a HeadlessMode for RunHeadless. They read the settings but never
 // write them: a headless run has no window state to keep, and the service may not own them.
 #include "app/headless_modes.hpp"
@@ -9,11 +9,15 @@
 #include <string>
 #include <vector>
 
+#include "app/file_mode.hpp"
 #include "app/headless.hpp"
 #include "app/modes.hpp"
 #include "capture/session.hpp"
 #include "common/json_file.hpp"
 #include "common/paths.hpp"
+#include "filemode/engine.hpp"
+#include "packetmode/filter_profile.hpp"
+#include "packetmode/filter_settings.hpp"
 #include "packetmode/packet_mode_engine.hpp"
 #include "statistics/engine.hpp"
 #include "statistics/lists.hpp"
@@ -22,6 +26,7 @@
 namespace vormelt {
 namespace {
 
+namespace fm = vormelt::filemode;
 namespace stats = vormelt::statistics;
 
 // The Listening status alone is not enough: a capture that failed to open never gets there,
@@ -203,6 +208,69 @@ class StatisticalHeadless final : public HeadlessMode {
   CaptureSession session_;  // last: its capture ends before the engine it feeds goes
 };
 
+// ---- File Mode ------------------------------------------------------------------------------
+
+// Files are written beneath the chosen folder as streams end; each one is told to the journal.
+// The counts that outlive a run (%FCI) stay in memory: the service may not write the settings.
+class FileHeadless final : public HeadlessMode {
+ public:
+  explicit FileHeadless(const ProgramSettings& settings)
+      : target_(CaptureTarget::FromSettings(settings.interface)),
+        options_(FileModeOptionsFrom(settings.fileMode)),
+        counts_(FileCountsFrom(settings.fileMode, 0)) {
+    // As the window does: the filter as the last OK of its filter window left it.
+    if (std::string problem = LoadCurrentProfileInto(FilterMode::File, filter_, settings.language);
+        !problem.empty()) {
+      std::erase(problem, '\r');
+      std::ranges::replace(problem, '\n', ' ');
+      told_.push_back(std::move(problem));
+    }
+  }
+
+  bool Start() override {
+    engine_.Start(options_, fm::StreamClock::Live, counts_);
+    return session_.Start(target_, engine_);
+  }
+  bool Listening() const override { return SessionListening(session_); }
+  bool Running() const override { return session_.listening.load(); }
+  std::uint64_t Progress() const override { return session_.LoopTurns(); }
+  bool WaitingForFrames() const override { return session_.WaitingForFrames(); }
+
+  std::string StatusLine(UiLanguage language) const override {
+    return FormatText(Text::ServiceFileStatus, language,
+                      StatusText(session_.Status(), language).c_str(),
+                      static_cast<unsigned long long>(engine_.Counters().filesWritten),
+                      options_.naming.folder.c_str());
+  }
+
+  void Stop() override { session_.Quit(); }
+
+  std::vector<std::string> TakeMessages(UiLanguage language) override {
+    std::vector<std::string> lines = std::move(told_);
+    told_.clear();
+    for (std::string& line : lines_.Take(session_.Messages(), language)) lines.push_back(std::move(line));
+    for (const CaptureMessage& message : engine_.Messages().Drain()) {
+      lines.push_back(OneLineMessage(message, language));
+    }
+    for (const fm::WrittenFile& file : engine_.DrainWritten()) {
+      lines.push_back(FormatText(Text::ServiceFileWritten, language, file.path.c_str(),
+                                 static_cast<unsigned long long>(file.size),
+                                 file.contentType.empty() ? "-" : file.contentType.c_str()));
+    }
+    return lines;
+  }
+
+ private:
+  CaptureTarget target_;
+  fm::FileModeOptions options_;
+  fm::FileCounts counts_;
+  std::vector<std::string> told_;
+  PendingLines lines_;
+  FilterSettings filter_;
+  fm::FileModeEngine engine_{&filter_};
+  CaptureSession session_;  // last: its capture ends before the engine it feeds goes
+};
+
 // ---- runners --------------------------------------------------------------------------------
 
 // A service cannot ask which interface to use; without one it has nothing to do, and would not
@@ -219,6 +287,17 @@ int RunPacketHeadless(const ModeStart& start) {
   return RunHeadless(mode, *start.host, *start.stopSignals, start.settings.language);
 }
 
+int RunFileHeadless(const ModeStart& start) {
+  if (!InterfaceChosen(start)) return kHeadlessConfigError;
+  // The window offers the Downloads folder; a service has none of its own to offer.
+  if (start.settings.fileMode.folder.empty()) {
+    start.host->Tell(FormatText(Text::ServiceNoFileFolder, start.settings.language));
+    return kHeadlessConfigError;
+  }
+  FileHeadless mode(start.settings);
+  return RunHeadless(mode, *start.host, *start.stopSignals, start.settings.language);
+}
+
 int RunStatisticalHeadless(const ModeStart& start) {
   if (!InterfaceChosen(start)) return kHeadlessConfigError;
   StatisticalHeadless mode(start.settings, StateDirectory() / kStatisticsListsFileName);
@@ -229,6 +308,7 @@ int RunStatisticalHeadless(const ModeStart& start) {
 
 void RegisterHeadlessModes() {
   RegisterModeHeadless(ProgramMode::Packet, RunPacketHeadless);
+  RegisterModeHeadless(ProgramMode::File, RunFileHeadless);
   RegisterModeHeadless(ProgramMode::Statistical, RunStatisticalHeadless);
 }
 

@@ -162,8 +162,8 @@ std::string ServiceUnitText(const std::filesystem::path& program,
 
 std::vector<std::filesystem::path> ServiceWritableFolders(const ProgramSettings& settings) {
   std::vector<std::filesystem::path> folders;
-  // >>> Packet Mode's log folder and File Mode's output folder join here (when set) once
-  // their settings exist in ProgramSettings.
+  // Packet Mode's log folder joins here once automatic logging has its settings.
+  if (!settings.fileMode.folder.empty()) folders.emplace_back(settings.fileMode.folder);
   return folders;
 }
 

@@ -101,6 +101,32 @@ struct GraphicalSettings {
   friend bool operator==(const GraphicalSettings&, const GraphicalSettings&) = default;
 };
 
+// File Mode's options, naming and counters. The sub-folder levels hold 0/-1 None, 1 source
+// address, 2 destination address, 3 extension.
+struct FileModeSettings {
+  WindowState window;
+  WindowState filterWindow;
+  bool overwrite = false;         // "Over-Write files of same name"
+  bool onlyHttp = true;           // "Only store HTTP based file streams as files"
+  bool acceptPartial = false;     // "Accept partial content"
+  bool dirtyMode = false;         // "Dirty Mode (may be faster)"
+  bool pshOnly = false;           // "Only watch PSH packets."
+  bool latestDuplicates = false;  // "Use latest of duplicate packets."
+  bool applyFilters = false;      // "Apply filters to packets and files."
+  bool shortExtensions = false;   // "Use short file extensions (when available)."
+  std::int32_t ackTimeoutMs = 1000;
+  std::string folder;             // empty: the user's Downloads folder is offered
+  std::string nameTemplate = "%SIP to %DIP - [%DAT]";
+  std::string dateTimeTemplate = "%Y.%MY.%D - %H24:%MN:%S.%MS";
+  bool createSubfolders = false;
+  std::vector<int> subfolderLevels = {0, 0, 0};
+  std::uint64_t countInstalled = 0;  // %FCI: kept across runs
+  std::uint64_t countCustom = 0;     // %FCC: set by the user
+  std::string lastCaptureFolder;     // last folder of "Open capture file..."
+
+  friend bool operator==(const FileModeSettings&, const FileModeSettings&) = default;
+};
+
 struct ProgramSettings {
   // Read at start-up.
   bool showModeChoiceAtStartup = true;  // "Show mode choice at startup."
@@ -116,6 +142,7 @@ struct ProgramSettings {
   CodecSettings codec;
   StatisticsSettings statistics;
   GraphicalSettings graphical;
+  FileModeSettings fileMode;
 
   friend bool operator==(const ProgramSettings&, const ProgramSettings&) = default;
 };

@@ -105,6 +105,26 @@ Json GraphicalToJson(const GraphicalSettings& s) {
               {"oscillate", s.oscillate},
               {"chirp", s.chirp},
               {"replaySpeed", s.replaySpeed}};
+Json FileModeToJson(const FileModeSettings& s) {
+  return Json{{"window", WindowToJson(s.window)},
+              {"filterWindow", WindowToJson(s.filterWindow)},
+              {"overwrite", s.overwrite},
+              {"onlyHttp", s.onlyHttp},
+              {"acceptPartial", s.acceptPartial},
+              {"dirtyMode", s.dirtyMode},
+              {"pshOnly", s.pshOnly},
+              {"latestDuplicates", s.latestDuplicates},
+              {"applyFilters", s.applyFilters},
+              {"shortExtensions", s.shortExtensions},
+              {"ackTimeoutMs", s.ackTimeoutMs},
+              {"folder", s.folder},
+              {"nameTemplate", s.nameTemplate},
+              {"dateTimeTemplate", s.dateTimeTemplate},
+              {"createSubfolders", s.createSubfolders},
+              {"subfolderLevels", s.subfolderLevels},
+              {"countInstalled", s.countInstalled},
+              {"countCustom", s.countCustom},
+              {"lastCaptureFolder", s.lastCaptureFolder}};
 }
 
 // ---- reading -------------------------------------------------------------------------------
@@ -133,6 +153,10 @@ class Reader {
     int n = static_cast<int>(out);
     Int(key, n, 0, max);
     out = static_cast<Enum>(n);
+  }
+
+  void UInt64(const char* key, std::uint64_t& out) const {
+    if (const Json* v = Find(key); v && v->is_number_unsigned()) out = v->get<std::uint64_t>();
   }
 
   void String(const char* key, std::string& out) const {
@@ -255,6 +279,28 @@ void ReadGraphical(const Reader& r, GraphicalSettings& s) {
   int speed = s.replaySpeed;
   r.Int("replaySpeed", speed, 1, kMaxReplaySpeed);
   if (speed == 1 || speed == 10 || speed == 100) s.replaySpeed = speed;
+void ReadFileMode(const Reader& r, FileModeSettings& s) {
+  r.Window("window", s.window);
+  r.Window("filterWindow", s.filterWindow);
+  r.Bool("overwrite", s.overwrite);
+  r.Bool("onlyHttp", s.onlyHttp);
+  r.Bool("acceptPartial", s.acceptPartial);
+  r.Bool("dirtyMode", s.dirtyMode);
+  r.Bool("pshOnly", s.pshOnly);
+  r.Bool("latestDuplicates", s.latestDuplicates);
+  r.Bool("applyFilters", s.applyFilters);
+  r.Bool("shortExtensions", s.shortExtensions);
+  r.Int("ackTimeoutMs", s.ackTimeoutMs);
+  r.String("folder", s.folder);
+  r.String("nameTemplate", s.nameTemplate);
+  r.String("dateTimeTemplate", s.dateTimeTemplate);
+  r.Bool("createSubfolders", s.createSubfolders);
+  std::vector<int> levels;
+  r.IntList("subfolderLevels", levels);
+  if (levels.size() == s.subfolderLevels.size()) s.subfolderLevels = levels;
+  r.UInt64("countInstalled", s.countInstalled);
+  r.UInt64("countCustom", s.countCustom);
+  r.String("lastCaptureFolder", s.lastCaptureFolder);
 }
 
 ProgramSettings SettingsFromObject(const Json& root) {
@@ -266,6 +312,7 @@ ProgramSettings SettingsFromObject(const Json& root) {
   ReadCodec(r.Group("codec"), settings.codec);
   ReadStatistics(r.Group("statistics"), settings.statistics);
   ReadGraphical(r.Group("graphical"), settings.graphical);
+  ReadFileMode(r.Group("fileMode"), settings.fileMode);
   return settings;
 }
 
@@ -280,7 +327,8 @@ std::string SettingsToJson(const ProgramSettings& s) {
                   {"packetMode", PacketModeToJson(s.packetMode)},
                   {"codec", CodecToJson(s.codec)},
                   {"statistics", StatisticsToJson(s.statistics)},
-                  {"graphical", GraphicalToJson(s.graphical)}};
+                  {"graphical", GraphicalToJson(s.graphical)},
+                  {"fileMode", FileModeToJson(s.fileMode)}};
   // Strings may hold bytes that are not UTF-8 (folder names); replace them instead of throwing.
   return root.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
 }

@@ -21,6 +21,7 @@ constexpr Entry kEntries[] = {
 #include "common/texts/ui.def"
 #include "common/texts/statistics.def"
 #include "common/texts/graphical.def"
+#include "common/texts/filemode.def"
 #undef VORMELT_TEXT
 };
 

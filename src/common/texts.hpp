@@ -30,6 +30,7 @@ enum class Text : std::uint16_t {
 #include "common/texts/ui.def"
 #include "common/texts/statistics.def"
 #include "common/texts/graphical.def"
+#include "common/texts/filemode.def"
 #undef VORMELT_TEXT
 #endif
   Count_

@@ -28,6 +28,14 @@ constexpr const char* kUsage =
     "        [--local ADDRESS,...] [--format tsv|csv|json]\n"
     "      Count bytes and packets per IP address, address pair or local port, then print\n"
     "      the table (raw integers; --local replaces the host's own addresses).\n"
+    "  files (--read FILE | --load-dump FILE --form F | --live ADDRESS | --adapter NAME)\n"
+    "        --out DIR [--seconds N] [--template T] [--ack-timeout-ms N] [--dirty]\n"
+    "        [--overwrite] [--all-streams] [--partial] [--psh-only] [--latest-duplicates]\n"
+    "        [--short-ext] [--subdirs sip|dip|ext,...] [--filter-profile FILE]\n"
+    "        [--manifest FILE]\n"
+    "      Rebuild HTTP response bodies as files in DIR; print one line per file (path,\n"
+    "      size, content type; TAB-separated) and a summary on stderr. --manifest writes\n"
+    "      JSON Lines with addresses, ports, times, MD5 and whether each body is complete.\n"
     "  codec --in text|hex|base64 --out text|hex|base64|md5 [--clean] [--ascii] [--null-to-space]\n"
     "      Convert standard input and write the result to standard output (no line break\n"
     "      added; MD5 is exactly 32 lower-case hex digits).\n"
@@ -67,6 +75,7 @@ int main(int argc, char** argv) {
   }
   if (command == "names") return vormelt::cli::RunNames(rest, std::cout, std::cerr);
   if (command == "packets") return vormelt::cli::RunPackets(rest, std::cout, std::cerr);
+  if (command == "files") return vormelt::cli::RunFiles(rest, std::cout, std::cerr);
   if (command == "stats") return vormelt::cli::RunStats(rest, std::cout, std::cerr);
   if (command == "codec") return vormelt::cli::RunCodec(rest, std::cin, std::cout, std::cerr);
   if (command == "service") return vormelt::cli::RunServiceCommand(rest, std::cout, std::cerr);

@@ -13,6 +13,7 @@
 #include <QStyleFactory>
 #include <QTranslator>
 
+#include "app/file_mode.hpp"
 #include "common/install_record.hpp"
 #include "common/paths.hpp"
 #include "common/settings_store.hpp"
@@ -23,6 +24,7 @@
 #include "ui/mode_switch.hpp"
 #include "ui/packet_mode_window.hpp"
 #include "ui/qt_text.hpp"
+#include "ui/file_mode_window.hpp"
 #include "ui/statistical_mode_window.hpp"
 
 // Resources of a static library are registered by hand; the macro must stand outside any
@@ -168,6 +170,11 @@ int RunGraphicalPacketsMode(const ModeStart& start) {
                                 QFile::decodeName(start.decision.captureFile.c_str()));
 }
 
+int RunFileMode(const ModeStart& start) {
+  return RunFileModeWindow(start.settings, start.decision.startMinimized,
+                           start.decision.autoListen);
+}
+
 int RunStandaloneEncoder(const ModeStart& start) {
   CodecWindow window(start.settings, /*standalone=*/true);
   window.exec();
@@ -237,6 +244,7 @@ StartupOutcome PrepareStartup(std::string_view commandLine, const StartupPaths& 
 
 void RegisterModeWindows() {
   RegisterModeWindow(ProgramMode::Packet, RunPacketMode);
+  RegisterModeWindow(ProgramMode::File, RunFileMode);
   RegisterModeWindow(ProgramMode::Statistical, RunStatisticalMode);
   RegisterModeWindow(ProgramMode::GraphicalPackets, RunGraphicalPacketsMode);
   RegisterModeWindow(ProgramMode::Decoder, RunStandaloneEncoder);

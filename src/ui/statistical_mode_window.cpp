@@ -34,6 +34,7 @@
 #include "ui/dialogs.hpp"
 #include "ui/interface_chooser.hpp"
 #include "ui/mode_switch.hpp"
+#include "ui/mode_tray.hpp"
 #include "ui/qt_text.hpp"
 #include "ui/statistics_list_model.hpp"
 #include "ui/statistics_settings_window.hpp"
@@ -76,36 +77,13 @@ struct StatisticalModeWindow::Impl {
   void BuildWidgets();
   void BuildMenus();
   void BuildTray();
-  void RestoreFromTray();
 };
 
 void StatisticalModeWindow::Impl::BuildTray() {
-  if (!QSystemTrayIcon::isSystemTrayAvailable()) return;
-  tray = new QSystemTrayIcon(window.windowIcon(), &window);
-  tray->setToolTip(T(Text::StatsWindowTitle));
-  auto* menu = new QMenu(&window);
-  QObject::connect(menu->addAction(T(Text::TrayRestore)), &QAction::triggered, &window,
-                   [this] { RestoreFromTray(); });
-  QObject::connect(menu->addAction(T(Text::TrayExit)), &QAction::triggered, &window, [this] {
+  tray = AddModeTray(window, Text::StatsWindowTitle, [this] {
     exitRequested = true;
     window.close();
   });
-  tray->setContextMenu(menu);
-  QObject::connect(tray, &QSystemTrayIcon::activated, &window,
-                   [this](QSystemTrayIcon::ActivationReason reason) {
-                     if (reason == QSystemTrayIcon::Trigger ||
-                         reason == QSystemTrayIcon::DoubleClick) {
-                       RestoreFromTray();
-                     }
-                   });
-  tray->show();
-}
-
-void StatisticalModeWindow::Impl::RestoreFromTray() {
-  window.show();
-  window.setWindowState((window.windowState() & ~Qt::WindowMinimized) | Qt::WindowActive);
-  window.raise();
-  window.activateWindow();
 }
 
 void StatisticalModeWindow::Impl::BuildWidgets() {

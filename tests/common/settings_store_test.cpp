@@ -46,6 +46,18 @@ ProgramSettings NonDefaultSettings() {
   p.lastFolder = "/home/user/captures";
   s.codec = {{true, 3, 4, 500, 300, false, false}, 2, 3, true, false, true, false, "DejaVu Sans Mono"};
   s.graphical = {true, true, false, 3, 300, true, true, true, 5, 10, 1000, 20, true, true, 100};
+  FileModeSettings& f = s.fileMode;
+  f.window = {true, 7, 8, 900, 640, false, false};
+  f.overwrite = f.acceptPartial = f.dirtyMode = f.pshOnly = f.latestDuplicates = true;
+  f.applyFilters = f.shortExtensions = f.createSubfolders = true;
+  f.onlyHttp = false;
+  f.ackTimeoutMs = -5;  // read as a signed value, kept as it is
+  f.folder = "/srv/bodies";
+  f.nameTemplate = "%FCI";
+  f.subfolderLevels = {-1, 2, 3};
+  f.countInstalled = 18'446'744'073'709'551'615u;  // beyond what a double holds exactly
+  f.countCustom = 7;
+  f.lastCaptureFolder = "/tmp";
   return s;
 }
 
@@ -72,7 +84,8 @@ TEST(SettingsStore, WrongTypesAndRangesCostOnlyTheirOwnKey) {
                 "modeChoiceWindow": {"valid": true, "x": "10", "y": 20, "width": 1099511627776}},
     "packetMode": {"dataLevel": 9, "columnOrder": [1, "x", 2], "columnWidths": [10, 20]},
     "codec": {"inputType": -1, "font": ["Mono"], "wordWrap": false},
-    "graphical": {"ipTimeout": 301, "blinkMode": -2, "replaySpeed": 50, "curvedLines": true}
+    "graphical": {"ipTimeout": 301, "blinkMode": -2, "replaySpeed": 50, "curvedLines": true},
+    "fileMode": {"subfolderLevels": [1, 2], "countInstalled": -1, "countCustom": 1.5}
   })", nullptr);
   ASSERT_TRUE(read);
   // What was good is kept; each bad key alone falls back to its default.

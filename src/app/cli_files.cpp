@@ -1,0 +1,287 @@
+// vormelt-cli files: rebuilds the HTTP response bodies of a capture file, a packet dump or a
+// live capture into a folder, printing one line per file (path, size, content type) as it is
+// written and a summary on stderr. --manifest adds a JSON Lines record per file with its MD5.
+// SIGINT/SIGTERM end a live capture; streams still filling then are dropped, as in the window.
+
+#include <charconv>
+#include <chrono>
+#include <cinttypes>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <ostream>
+#include <string>
+
+#include <nlohmann/json.hpp>
+
+#include "app/cli.hpp"
+#include "app/file_mode.hpp"
+#include "app/headless.hpp"
+#include "capture/session.hpp"
+#include "packetmode/filter_profile.hpp"
+#include "packetmode/filter_settings.hpp"
+#include "tools/md5.hpp"
+
+namespace vormelt::cli {
+namespace {
+
+namespace fm = vormelt::filemode;
+
+constexpr int kExitOk = 0, kExitFailed = 1, kExitUsage = 2;
+constexpr auto kPollInterval = std::chrono::milliseconds(50);
+constexpr std::size_t kReadChunk = 1 << 16;
+
+struct FilesOptions {
+  std::optional<CaptureTarget> target;
+  std::string dumpFile, dumpForm;
+  long seconds = 0;
+  fm::FileModeOptions engine;
+  std::string filterProfile;
+  std::string manifest;
+};
+
+int Usage(std::ostream& err, const std::string& problem) {
+  err << "vormelt-cli files: " << problem << " (see vormelt-cli --help)\n";
+  return kExitUsage;
+}
+
+bool ParseNumber(const std::string& text, long low, long high, long& value) {
+  const char* end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, value);
+  return error == std::errc() && stop == end && value >= low && value <= high;
+}
+
+bool ParseSubdirs(const std::string& text, fm::NamingOptions& naming) {
+  naming.createSubfolders = true;
+  std::size_t level = 0, begin = 0;
+  while (begin <= text.size()) {
+    const std::size_t comma = std::min(text.find(',', begin), text.size());
+    const std::string word = text.substr(begin, comma - begin);
+    if (level >= naming.levels.size()) return false;
+    if (word == "sip") {
+      naming.levels[level++] = fm::SubfolderChoice::Source;
+    } else if (word == "dip") {
+      naming.levels[level++] = fm::SubfolderChoice::Destination;
+    } else if (word == "ext") {
+      naming.levels[level++] = fm::SubfolderChoice::Extension;
+    } else {
+      return false;
+    }
+    begin = comma + 1;
+  }
+  return true;
+}
+
+// Options that are switches; returns false when `option` is none of them.
+bool ParseSwitch(const std::string& option, fm::FileModeOptions& o) {
+  if (option == "--dirty") return o.dirty = true;
+  if (option == "--overwrite") return o.naming.overwrite = true;
+  if (option == "--all-streams") return !(o.onlyHttp = false);
+  if (option == "--partial") return o.acceptPartial = true;
+  if (option == "--psh-only") return o.pshOnly = true;
+  if (option == "--latest-duplicates") return o.latestDuplicates = true;
+  if (option == "--short-ext") return o.shortExtensions = true;
+  return false;
+}
+
+int ParseValue(const std::string& option, const std::string& value, FilesOptions& options,
+               std::ostream& err) {
+  const auto setTarget = [&](CaptureTarget target) {
+    if (options.target || !options.dumpFile.empty()) {
+      return Usage(err, "give only one of --read, --load-dump, --live and --adapter");
+    }
+    options.target = std::move(target);
+    return kExitOk;
+  };
+  long number = 0;
+  if (option == "--read") return setTarget(CaptureTarget::File(value));
+  if (option == "--live") return setTarget(CaptureTarget::Address(value));
+  if (option == "--adapter") return setTarget(CaptureTarget::Adapter(value));
+  if (option == "--load-dump") {
+    if (options.target) return Usage(err, "give only one of --read, --load-dump, --live and --adapter");
+    options.dumpFile = value;
+  } else if (option == "--form") {
+    options.dumpForm = value;
+  } else if (option == "--out") {
+    options.engine.naming.folder = value;
+  } else if (option == "--seconds") {
+    if (!ParseNumber(value, 1, 31'536'000, options.seconds)) {
+      return Usage(err, "--seconds needs a number above 0");
+    }
+  } else if (option == "--template") {
+    options.engine.naming.nameTemplate = value;
+  } else if (option == "--ack-timeout-ms") {
+    if (!ParseNumber(value, 0, INT32_MAX, number)) return Usage(err, "--ack-timeout-ms needs a number");
+    options.engine.ackTimeoutMs = static_cast<std::int32_t>(number);
+  } else if (option == "--subdirs") {
+    if (!ParseSubdirs(value, options.engine.naming)) {
+      return Usage(err, "--subdirs takes up to three of sip, dip and ext, separated by commas");
+    }
+  } else if (option == "--filter-profile") {
+    options.filterProfile = value;
+  } else if (option == "--manifest") {
+    options.manifest = value;
+  } else {
+    return Usage(err, "unknown option '" + option + "'");
+  }
+  return kExitOk;
+}
+
+int ParseOptions(std::span<const std::string> args, FilesOptions& options, std::ostream& err) {
+  for (std::size_t i = 0; i < args.size(); ++i) {
+    if (ParseSwitch(args[i], options.engine)) continue;
+    if (args[i].rfind("--", 0) != 0) return Usage(err, "unexpected word '" + args[i] + "'");
+    if (i + 1 >= args.size()) return Usage(err, args[i] + " needs a value");
+    if (const int status = ParseValue(args[i], args[i + 1], options, err); status != kExitOk) {
+      return status;
+    }
+    ++i;
+  }
+  if (!options.target && options.dumpFile.empty()) {
+    return Usage(err, "give --read FILE, --load-dump FILE --form F, --live ADDRESS or --adapter NAME");
+  }
+  if (!options.dumpFile.empty() && options.dumpForm.empty()) return Usage(err, "--load-dump needs --form");
+  if (options.engine.naming.folder.empty()) return Usage(err, "give --out DIR");
+  const bool live = options.target && options.target->type != CaptureTarget::Type::File;
+  if (options.seconds && !live) return Usage(err, "--seconds applies to live captures only");
+  return kExitOk;
+}
+
+std::string Md5OfFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  tools::Md5 md5;
+  std::string buffer(kReadChunk, '\0');
+  while (in) {
+    in.read(buffer.data(), static_cast<std::streamsize>(buffer.size()));
+    const auto got = static_cast<std::size_t>(in.gcount());
+    md5.Update({reinterpret_cast<const std::uint8_t*>(buffer.data()), got});
+  }
+  return tools::DigestToHex(md5.Final());
+}
+
+std::string UtcText(std::int64_t ms) {
+  const LocalTime t = ToUtcTime(CaptureTime(std::chrono::milliseconds(ms)));
+  char text[32];
+  std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d.%03dZ", t.year, t.month, t.day,
+                t.hour, t.minute, t.second, t.millisecond);
+  return text;
+}
+
+std::string ManifestLine(const fm::WrittenFile& file) {
+  const nlohmann::json line{{"path", file.path},
+                            {"size", file.size},
+                            {"contentType", file.contentType},
+                            {"source", FormatIpv4(file.source)},
+                            {"destination", FormatIpv4(file.destination)},
+                            {"sourcePort", file.sourcePort},
+                            {"destinationPort", file.destinationPort},
+                            {"first", UtcText(file.firstMs)},
+                            {"last", UtcText(file.lastMs)},
+                            {"md5", Md5OfFile(file.path)},
+                            {"complete", file.complete}};
+  return line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
+// Prints what the engine has written and said since the last call.
+class Reporter {
+ public:
+  Reporter(std::ostream& out, std::ostream& err, std::ofstream* manifest)
+      : out_(out), err_(err), manifest_(manifest) {}
+
+  void Report(fm::FileModeEngine& engine, MessageQueue* capture) {
+    for (const fm::WrittenFile& file : engine.DrainWritten()) {
+      out_ << file.path << '\t' << file.size << '\t' << file.contentType << '\n';
+      if (manifest_) *manifest_ << ManifestLine(file) << '\n';
+    }
+    out_.flush();
+    for (const CaptureMessage& message : engine.Messages().Drain()) Say(message);
+    if (capture) {
+      for (const CaptureMessage& message : capture->Drain()) Say(message);
+    }
+  }
+  bool failed() const { return failed_; }
+
+ private:
+  void Say(const CaptureMessage& message) {
+    err_ << "vormelt-cli: " << OneLineMessage(message) << "\n";
+    failed_ = true;
+  }
+  std::ostream& out_;
+  std::ostream& err_;
+  std::ofstream* manifest_;
+  bool failed_ = false;
+};
+
+int Capture(const FilesOptions& options, fm::FileModeEngine& engine, Reporter& reporter) {
+  StopSignals signals;
+  CaptureSession session;
+  session.Start(*options.target, engine);
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(options.seconds);
+  while (session.listening.load()) {
+    if (signals.Wait(kPollInterval) ||
+        (options.seconds && std::chrono::steady_clock::now() >= deadline)) {
+      session.Stop();
+    }
+    reporter.Report(engine, &session.Messages());
+  }
+  session.Wait();
+  engine.Finish();
+  reporter.Report(engine, &session.Messages());
+  return reporter.failed() ? kExitFailed : kExitOk;
+}
+
+}  // namespace
+
+int RunFiles(std::span<const std::string> args, std::ostream& out, std::ostream& err) {
+  FilesOptions options;
+  if (const int status = ParseOptions(args, options, err); status != kExitOk) return status;
+
+  FilterSettings filter;
+  if (!options.filterProfile.empty()) {
+    const ProfileResult profile = LoadFilterProfile(options.filterProfile);
+    if (!profile.ok()) {
+      err << "vormelt-cli: "
+          << DescribeProfileProblem(profile, options.filterProfile, UiLanguage::English) << "\n";
+      return kExitFailed;
+    }
+    ApplyProfile(*profile.profile, filter);
+    options.engine.applyFilters = true;
+  }
+  std::error_code ignored;
+  std::filesystem::create_directories(options.engine.naming.folder, ignored);
+  std::ofstream manifest;
+  if (!options.manifest.empty()) {
+    manifest.open(options.manifest, std::ios::binary | std::ios::trunc);
+    if (!manifest) {
+      err << "vormelt-cli: cannot write the manifest " << options.manifest << "\n";
+      return kExitFailed;
+    }
+  }
+  Reporter reporter(out, err, manifest.is_open() ? &manifest : nullptr);
+
+  fm::FileModeEngine engine(&filter);
+  const bool live = options.target && options.target->type != CaptureTarget::Type::File;
+  engine.Start(options.engine, live ? fm::StreamClock::Live : fm::StreamClock::File, {});
+  int status = kExitOk;
+  if (options.target) {
+    status = Capture(options, engine, reporter);
+  } else {
+    std::string problem;
+    if (!FeedDumpFile(options.dumpFile, options.dumpForm, engine, problem)) {
+      err << "vormelt-cli: " << options.dumpFile << ": " << problem << "\n";
+      status = kExitFailed;
+    }
+    engine.Finish();
+    reporter.Report(engine, nullptr);
+    if (reporter.failed()) status = kExitFailed;
+  }
+  const fm::FileModeCounters c = engine.Counters();
+  err << c.filesWritten << " files written (" << c.bytesWritten << " bytes) from "
+      << c.filesProcessing << " streams, " << c.packetsStored << " segments stored";
+  if (c.packetsDropped) err << ", " << c.packetsDropped << " dropped (table full or clash)";
+  err << "\n";
+  return status;
+}
+
+}  // namespace vormelt::cli

@@ -1,0 +1,33 @@
+// File Mode's wiring above the engine: the options a run takes from the settings, the one place
+// a packet dump file is fed into a sink.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <string_view>
+
+#include "common/frame_sink.hpp"
+#include "common/settings.hpp"
+#include "filemode/engine.hpp"
+
+namespace vormelt {
+
+struct ModeStart;
+
+// The engine's options from the window's settings (folder, naming and every check box).
+filemode::FileModeOptions FileModeOptionsFrom(const FileModeSettings& settings);
+// The counts a Start carries on: %FCL of this process, %FCI and %FCC from the settings.
+filemode::FileCounts FileCountsFrom(const FileModeSettings& settings, std::uint64_t sinceLaunch);
+// Keeps %FCI and %FCC of a run in the settings.
+void StoreFileCounts(const filemode::FileCounts& counts, FileModeSettings& settings);
+
+// Feeds the packets of a text dump file (in `form`, as Packet Mode saves them) to `sink`, by
+// the dump's own times. False with `problem` set when it cannot; the window shows "unable to
+// open the file", the command line prints `problem`.
+bool FeedDumpFile(const std::filesystem::path& file, std::string_view form, FrameSink& sink,
+                  std::string& problem);
+// Whether FeedDumpFile can read dumps in this build (the window greys its menu entry if not).
+bool DumpFilesAvailable();
+
+}  // namespace vormelt

@@ -1,0 +1,293 @@
+// The decision to write runs in a fixed order: an HTTP file whose type the filter
+// refuses is dropped, a stream that is not HTTP is dropped when only HTTP counts (else written
+// whole as "txt"), then the size test. Compressed bodies are written as served, with ".gz"
+// added to the extension: they open with the usual tools and nothing is inflated from the net.
+#include "filemode/engine.hpp"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <chrono>
+#include <utility>
+
+#include "filemode/http_response.hpp"
+#include "filemode/mime_table.hpp"
+#include "filemode/reassembly.hpp"
+#include "packetmode/filter_settings.hpp"
+
+namespace vormelt::filemode {
+namespace {
+
+constexpr std::uint16_t kIpv4EtherType = 0x0800;
+constexpr std::size_t kEtherTypeOffset = 12;
+
+std::int64_t Milliseconds(CaptureTime time) {
+  return std::chrono::duration_cast<std::chrono::milliseconds>(time.time_since_epoch()).count();
+}
+
+LocalTime LocalTimeOf(std::int64_t ms) {
+  return ToLocalTime(CaptureTime(std::chrono::milliseconds(ms)));
+}
+
+// Writes all of `bytes`; returns how many reached the file.
+std::uint64_t WriteAll(int fd, std::span<const std::uint8_t> bytes) {
+  std::uint64_t done = 0;
+  while (done < bytes.size()) {
+    const ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
+    if (n <= 0) break;
+    done += static_cast<std::uint64_t>(n);
+  }
+  return done;
+}
+
+std::string Folded(std::string_view text) {
+  std::string out(text);
+  std::transform(out.begin(), out.end(), out.begin(),
+                 [](char c) { return static_cast<char>(std::tolower(static_cast<unsigned char>(c))); });
+  if (!out.empty() && out.front() == '.') out.erase(0, 1);
+  return out;
+}
+
+// A list entry names a file type by its extension or by its whole content type.
+bool ListNames(const std::vector<std::string>& list, std::string_view contentType,
+               std::string_view extension) {
+  return std::any_of(list.begin(), list.end(), [&](const std::string& entry) {
+    const std::string folded = Folded(entry);
+    return !folded.empty() && (folded == extension || folded == contentType);
+  });
+}
+
+CaptureMessage ErrorMessage(Text text) {
+  CaptureMessage message;
+  message.caption = Text::FileErrorCaption;
+  message.text = text;
+  return message;
+}
+
+}  // namespace
+
+FileModeEngine::FileModeEngine(const FilterSettings* filter) : filter_(filter) {}
+
+FileModeEngine::~FileModeEngine() { Finish(); }
+
+void FileModeEngine::Start(const FileModeOptions& options, StreamClock clock,
+                           const FileCounts& counts) {
+  Finish();
+  options_ = options;
+  clock_ = clock;
+  table_.Reset({options.dirty, options.pshOnly});
+  for (auto* counter : {&bytesReceived_, &filesProcessing_, &filesWritten_, &bytesWritten_,
+                        &packetsStored_, &packetsDropped_}) {
+    counter->store(0);
+  }
+  busyStep_.store(0);
+  {
+    std::lock_guard lock(countsMutex_);
+    counts_ = counts;
+    counts_.sinceStart = 0;
+  }
+  nextPassMs_ = 0;
+  fileNowMs_ = 0;
+  finished_.store(false);
+  if (clock == StreamClock::Live) {
+    passThread_ = std::jthread([this](std::stop_token stop) { RunPasses(stop); });
+  }
+}
+
+SinkVerdict FileModeEngine::Take(const FrameRecord& frame) {
+  if (frame.length() < kEthernetHeaderLength) return SinkVerdict::Skipped;
+  const auto ip = frame.bytes.subspan(kEthernetHeaderLength);
+  bytesReceived_.fetch_add(ip.size(), std::memory_order_relaxed);
+  if (ip.size() < kMinPacketLength || ip.size() >= kMaxPacketLength) return SinkVerdict::Skipped;
+  const auto etherType = static_cast<std::uint16_t>((frame.bytes[kEtherTypeOffset] << 8) |
+                                                    frame.bytes[kEtherTypeOffset + 1]);
+  if (etherType != kIpv4EtherType) return SinkVerdict::Skipped;
+  if (options_.applyFilters && filter_ &&
+      !filter_->PassesFilters(frame.bytes.data(), frame.length(), false, true)) {
+    return SinkVerdict::Skipped;
+  }
+  const std::int64_t nowMs = Milliseconds(frame.time);
+  if (clock_ == StreamClock::File) {
+    // The file's clock moves only forwards; a pass runs whenever it crosses the next 100 ms.
+    fileNowMs_ = std::max(fileNowMs_, nowMs);
+    if (fileNowMs_ >= nextPassMs_) {
+      Pass(fileNowMs_, false);
+      nextPassMs_ = fileNowMs_ + kPassIntervalMs;
+    }
+  }
+  const AppendResult result = table_.Append(ip, clock_ == StreamClock::File ? fileNowMs_ : nowMs);
+  switch (result) {
+    case AppendResult::Stored:
+      packetsStored_.fetch_add(1, std::memory_order_relaxed);
+      return SinkVerdict::Stored;
+    case AppendResult::Clash:
+    case AppendResult::TableFull:
+      packetsDropped_.fetch_add(1, std::memory_order_relaxed);
+      break;
+    case AppendResult::NoMemoryAppend:
+    case AppendResult::NoMemoryNew:
+      PushFatal(result);
+      break;
+    case AppendResult::NotTcpData:
+      break;
+  }
+  return SinkVerdict::Skipped;
+}
+
+void FileModeEngine::Finish() {
+  if (finished_.exchange(true)) return;
+  if (passThread_.joinable()) {
+    passThread_.request_stop();
+    wake_.notify_all();
+    passThread_.join();
+  }
+  if (clock_ == StreamClock::File) {
+    Pass(fileNowMs_, true);
+  } else {
+    table_.DiscardAll();
+  }
+}
+
+void FileModeEngine::RunPasses(std::stop_token stop) {
+  std::unique_lock lock(wakeMutex_);
+  while (!stop.stop_requested()) {
+    wake_.wait_for(lock, stop, std::chrono::milliseconds(kPassIntervalMs), [] { return false; });
+    if (stop.stop_requested()) break;
+    lock.unlock();
+    Pass(Milliseconds(CaptureNow()), false);
+    lock.lock();
+  }
+}
+
+void FileModeEngine::Pass(std::int64_t nowMs, bool everything) {
+  busyStep_.fetch_add(1, std::memory_order_relaxed);
+  const std::int64_t cutoff = nowMs - options_.ackTimeoutMs;
+  std::uint32_t from = 0;
+  while (auto stream = table_.TakeRipe(from, cutoff, everything)) {
+    from = stream->slot + 1;
+    Process(*stream, nowMs);
+    table_.Release(stream->slot);
+  }
+}
+
+void FileModeEngine::Process(Stream& stream, std::int64_t nowMs) {
+  filesProcessing_.fetch_add(1, std::memory_order_relaxed);
+  if (options_.latestDuplicates) DropEarlierDuplicates(stream);
+  Assembled assembled;
+  try {
+    assembled = Assemble(stream);
+  } catch (const std::bad_alloc&) {
+    CaptureMessage message = ErrorMessage(Text::FileAllocationError);
+    message.numberArgument = static_cast<long>(stream.bytes.size());
+    messages_.Push(std::move(message));
+    return;
+  }
+  const std::span<const std::uint8_t> data = assembled.data;
+  const auto http = RecognizeHttp(data, options_.acceptPartial);
+  if (!http) {
+    if (options_.onlyHttp) return;
+    if (options_.applyFilters && !PassesFileTests({}, kDefaultExtension, data.size())) return;
+    Write(stream, data, 0, false, kDefaultExtension, {}, assembled.gapFree, nowMs);
+    return;
+  }
+  std::string extension = SafeExtension(
+      ExtensionForType(http->contentType, http->extension, options_.shortExtensions));
+  if (http->compressed) extension += ".gz";
+  const std::uint64_t bodyLength = data.size() - std::min(data.size(), http->bodyOffset);
+  if (options_.applyFilters && !PassesFileTests(http->contentType, extension, bodyLength)) return;
+  bool complete = assembled.gapFree;
+  if (http->contentLength && !http->chunked) complete &= *http->contentLength == bodyLength;
+  Write(stream, data, http->bodyOffset, http->chunked, extension, http->contentType, complete,
+        nowMs);
+}
+
+bool FileModeEngine::PassesFileTests(std::string_view contentType, std::string_view extension,
+                                     std::uint64_t bodyLength) const {
+  if (!filter_) return true;
+  const FilterValues values = filter_->Values();
+  const std::string type = Folded(contentType);
+  const std::string ext = Folded(extension);
+  if (!values.extensionsAllowed.empty() && !ListNames(values.extensionsAllowed, type, ext)) {
+    return false;
+  }
+  if (ListNames(values.extensionsDenied, type, ext)) return false;
+  if (values.maxFileSize != 0 && bodyLength > values.maxFileSize) return false;
+  return bodyLength >= values.minFileSize;
+}
+
+void FileModeEngine::Write(const Stream& stream, std::span<const std::uint8_t> data,
+                           std::size_t bodyOffset, bool chunked, std::string_view extension,
+                           std::string contentType, bool complete, std::int64_t nowMs) {
+  NameFields fields{stream.source, stream.destination, LocalTimeOf(nowMs), Counts()};
+  const std::string name =
+      ExpandName(options_.naming.nameTemplate, options_.naming.dateTimeTemplate, fields);
+  OpenedFile file =
+      OpenOutputFile(options_.naming, name, extension, stream.source, stream.destination);
+  if (file.outcome == OpenOutcome::Failed) {
+    CaptureMessage message = ErrorMessage(Text::FileWriteError);
+    message.textArgument = file.path;
+    messages_.Push(std::move(message));
+  }
+  if (file.outcome != OpenOutcome::Opened) return;
+
+  std::uint64_t written = 0;
+  if (chunked) {
+    complete &= ForEachChunk(data, bodyOffset, [&](std::span<const std::uint8_t> chunk) {
+      written += WriteAll(file.fd, chunk);
+    });
+  } else {
+    written = WriteAll(file.fd, data.subspan(std::min(bodyOffset, data.size())));
+  }
+  ::close(file.fd);
+  {
+    std::lock_guard lock(countsMutex_);
+    ++counts_.sinceStart;
+    ++counts_.sinceLaunch;
+    ++counts_.installed;
+    ++counts_.custom;
+  }
+  filesWritten_.fetch_add(1, std::memory_order_relaxed);
+  bytesWritten_.fetch_add(written, std::memory_order_relaxed);
+  WrittenFile record{std::move(file.path), written, std::move(contentType), stream.source,
+                     stream.destination, stream.sourcePort, stream.destinationPort,
+                     stream.firstMs, stream.lastMs, complete};
+  std::lock_guard lock(writtenMutex_);
+  written_.push_back(std::move(record));
+}
+
+void FileModeEngine::PushFatal(AppendResult result) {
+  CaptureMessage message = ErrorMessage(Text::FileFatalAllocation);
+  message.numberArgument = result == AppendResult::NoMemoryAppend ? 0 : 2;
+  messages_.Push(std::move(message));
+}
+
+FileModeCounters FileModeEngine::Counters() const {
+  FileModeCounters c;
+  c.bytesReceived = bytesReceived_.load(std::memory_order_relaxed);
+  c.filesProcessing = filesProcessing_.load(std::memory_order_relaxed);
+  c.filesWritten = filesWritten_.load(std::memory_order_relaxed);
+  c.bytesWritten = bytesWritten_.load(std::memory_order_relaxed);
+  c.memoryInUse = table_.MemoryInUse();
+  c.activeStreams = table_.CountFilling();
+  c.packetsStored = packetsStored_.load(std::memory_order_relaxed);
+  c.packetsDropped = packetsDropped_.load(std::memory_order_relaxed);
+  return c;
+}
+
+FileCounts FileModeEngine::Counts() const {
+  std::lock_guard lock(countsMutex_);
+  return counts_;
+}
+
+std::string FileModeEngine::BusyText() const {
+  static constexpr const char* kSteps[] = {"----", "/---", "|---", "\\---"};
+  return kSteps[busyStep_.load(std::memory_order_relaxed) % 4];
+}
+
+std::vector<WrittenFile> FileModeEngine::DrainWritten() {
+  std::lock_guard lock(writtenMutex_);
+  return std::exchange(written_, {});
+}
+
+}  // namespace vormelt::filemode

@@ -1,0 +1,209 @@
+// Names are built token by token in a fixed order (upper case first, the "%DAT" character
+// swaps), and only then checked: a template or header that yields a name which could climb out
+// of the folder makes the file invalid, and an invalid file is skipped, never "repaired".
+#include "filemode/naming.hpp"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cinttypes>
+#include <cstdio>
+#include <utility>
+
+#include "packetmode/filter_settings.hpp"
+#include "packets/format.hpp"
+
+namespace vormelt::filemode {
+namespace {
+
+constexpr mode_t kFolderMode = 0755;
+constexpr mode_t kFileMode = 0644;
+
+// A descriptor closed when it goes out of scope.
+class Fd {
+ public:
+  explicit Fd(int fd = -1) : fd_(fd) {}
+  ~Fd() { Reset(); }
+  Fd(const Fd&) = delete;
+  Fd& operator=(const Fd&) = delete;
+  Fd(Fd&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+  Fd& operator=(Fd&& other) noexcept {
+    if (this != &other) {
+      Reset();
+      fd_ = std::exchange(other.fd_, -1);
+    }
+    return *this;
+  }
+  int get() const { return fd_; }
+  int release() { return std::exchange(fd_, -1); }
+  void Reset() {
+    if (fd_ >= 0) ::close(fd_);
+    fd_ = -1;
+  }
+
+ private:
+  int fd_;
+};
+
+void ReplaceAll(std::string& text, std::string_view token, std::string_view value) {
+  for (std::size_t at = text.find(token); at != std::string::npos;
+       at = text.find(token, at + value.size())) {
+    text.replace(at, token.size(), value);
+  }
+}
+
+std::string Count(std::uint64_t value) {
+  char text[24];
+  std::snprintf(text, sizeof text, "%" PRIu64, value);
+  return text;
+}
+
+std::string DateText(std::string_view dateTimeTemplate, const LocalTime& time) {
+  std::string text = format::ExpandDateTime(dateTimeTemplate, time);
+  std::replace(text.begin(), text.end(), ':', '.');
+  std::replace(text.begin(), text.end(), '\\', '/');
+  return text;
+}
+
+// Descends into (creating first) each sub-folder the levels ask for. Creation failures are
+// ignored, as a folder that already exists is the usual case; opening decides.
+Fd EnterSubfolders(Fd folder, const NamingOptions& options, std::string_view extension,
+                   std::uint32_t source, std::uint32_t destination, std::string& relative) {
+  if (!options.createSubfolders) return folder;
+  for (const SubfolderChoice level : options.levels) {
+    std::string component;
+    if (level == SubfolderChoice::Source) component = FormatIpv4(source);
+    if (level == SubfolderChoice::Destination) component = FormatIpv4(destination);
+    if (level == SubfolderChoice::Extension) component = std::string(extension);
+    if (component.empty()) continue;
+    if (!IsSafeComponent(component)) return Fd();
+    ::mkdirat(folder.get(), component.c_str(), kFolderMode);
+    folder = Fd(::openat(folder.get(), component.c_str(),
+                         O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (folder.get() < 0) return folder;
+    relative += component + "/";
+  }
+  return folder;
+}
+
+// One attempt at a name; returns the descriptor or -1 with errno set. O_NONBLOCK keeps a FIFO
+// planted under the name from blocking the writer; anything not a regular file is refused.
+int OpenExactly(int folder, const std::string& fileName, bool overwrite) {
+  const int flags = O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK |
+                    (overwrite ? O_TRUNC : O_EXCL);
+  Fd fd(::openat(folder, fileName.c_str(), flags, kFileMode));
+  if (fd.get() < 0) return -1;
+  struct stat status {};
+  if (::fstat(fd.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
+    errno = EINVAL;
+    return -1;
+  }
+  ::fcntl(fd.get(), F_SETFL, 0);
+  return fd.release();
+}
+
+}  // namespace
+
+SubfolderChoice ToSubfolderChoice(std::int32_t stored) {
+  if (stored >= 1 && stored <= 3) return static_cast<SubfolderChoice>(stored);
+  return SubfolderChoice::None;
+}
+
+std::string ExpandName(std::string_view nameTemplate, std::string_view dateTimeTemplate,
+                       const NameFields& fields) {
+  const std::string sip = FormatIpv4(fields.source);
+  const std::string dip = FormatIpv4(fields.destination);
+  const std::string dat = DateText(dateTimeTemplate, fields.completed);
+  const std::string fcs = Count(fields.counts.sinceStart);
+  const std::string fcl = Count(fields.counts.sinceLaunch);
+  const std::string fci = Count(fields.counts.installed);
+  const std::string fcc = Count(fields.counts.custom);
+  std::string name(nameTemplate);
+  for (const bool upper : {true, false}) {
+    ReplaceAll(name, upper ? "%SIP" : "%sip", sip);
+    ReplaceAll(name, upper ? "%DIP" : "%dip", dip);
+    ReplaceAll(name, upper ? "%DAT" : "%dat", dat);
+    ReplaceAll(name, upper ? "%FCS" : "%fcs", fcs);
+    ReplaceAll(name, upper ? "%FCL" : "%fcl", fcl);
+    ReplaceAll(name, upper ? "%FCI" : "%fci", fci);
+    ReplaceAll(name, upper ? "%FCC" : "%fcc", fcc);
+  }
+  return name;
+}
+
+bool IsSafeComponent(std::string_view name) {
+  if (name.empty() || name == "." || name == "..") return false;
+  return std::none_of(name.begin(), name.end(), [](char c) {
+    const auto byte = static_cast<unsigned char>(c);
+    return c == '/' || c == '\\' || byte < 0x20 || byte == 0x7f;
+  });
+}
+
+std::string SafeExtension(std::string_view extension) {
+  if (!IsSafeComponent(extension) || extension.front() == '.') {
+    return std::string(kDefaultExtension);
+  }
+  return std::string(extension);
+}
+
+std::string_view SubfolderSample(SubfolderChoice level) {
+  switch (level) {
+    case SubfolderChoice::Source: return "\\200.200.200.200";
+    case SubfolderChoice::Destination: return "\\192.168.0.100";
+    case SubfolderChoice::Extension: return "\\html";
+    case SubfolderChoice::None: break;
+  }
+  return {};
+}
+
+std::string TrimFolder(std::string_view folder) {
+  std::string text(folder.substr(0, std::min(folder.size(), kFolderTextLimit)));
+  while (!text.empty() && (text.back() == '/' || text.back() == '\\')) text.pop_back();
+  return text;
+}
+
+OpenedFile OpenOutputFile(const NamingOptions& options, std::string_view name,
+                          std::string_view extension, std::uint32_t source,
+                          std::uint32_t destination) {
+  OpenedFile result;
+  const std::string folderText = TrimFolder(options.folder);
+  result.path = folderText + "/" + std::string(name) + "." + std::string(extension);
+  if (!IsSafeComponent(name)) {
+    result.outcome = OpenOutcome::InvalidName;
+    return result;
+  }
+  Fd folder(::open(folderText.empty() ? "/" : folderText.c_str(),
+                   O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  std::string relative;
+  if (folder.get() >= 0) {
+    folder = EnterSubfolders(std::move(folder), options, extension, source, destination, relative);
+  }
+  const std::string base = folderText + "/" + relative + std::string(name);
+  result.path = base + "." + std::string(extension);
+  if (folder.get() < 0) return result;
+
+  const std::string stem(name);
+  for (long number = 1; number <= kLastNumberedSuffix; ++number) {
+    const std::string suffix = number == 1 ? "" : "_" + std::to_string(number);
+    const std::string fileName = stem + suffix + "." + std::string(extension);
+    const int fd = OpenExactly(folder.get(), fileName, options.overwrite);
+    if (fd >= 0) {
+      result.outcome = OpenOutcome::Opened;
+      result.fd = fd;
+      result.path = base + suffix + "." + std::string(extension);
+      return result;
+    }
+    if (errno == ENAMETOOLONG) {
+      result.outcome = OpenOutcome::InvalidName;
+      return result;
+    }
+    if (errno != EEXIST || options.overwrite) return result;
+  }
+  result.outcome = OpenOutcome::AllTaken;
+  return result;
+}
+
+}  // namespace vormelt::filemode

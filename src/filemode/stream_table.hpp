@@ -1,0 +1,113 @@
+// StreamTable: the fixed table of TCP streams File Mode fills, one slot per acknowledgement
+// number, and the capture-side steps that sort a packet into it. One mutex makes each step
+// whole: the capture thread never appends to a stream being taken, and a slot is handed out
+// again only once the stream taken from it is released. No files, no threads here.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <span>
+#include <unordered_map>
+#include <vector>
+
+namespace vormelt::filemode {
+
+inline constexpr std::uint32_t kSlotCapacity = 100'000;  // "100,000 simultaneous files"
+inline constexpr std::uint32_t kNoSlot = kSlotCapacity;
+inline constexpr int kDirtySlotShift = 17;                // dirty slots 0 .. 32,767
+inline constexpr std::uint32_t kMinPacketLength = 40;     // IP and TCP headers, no options
+inline constexpr std::uint32_t kMaxPacketLength = 65536;  // this long or longer is dropped
+inline constexpr std::uint32_t kIpHeaderLength = 20;      // the stored layout assumes no options
+// What the memory display counts per segment on top of the packet itself.
+inline constexpr std::int64_t kSegmentRecordBytes = 12;
+
+// One stored segment: its place in the slot's byte buffer and its sequence number.
+struct Segment {
+  std::uint32_t sequence = 0;
+  std::uint32_t offset = 0;       // payload start in Stream::bytes
+  std::uint32_t payloadLength = 0;
+  std::uint32_t packetLength = 0; // the stored IP length, for the memory display
+};
+
+// A stream as the reconstruction takes it out of its slot.
+struct Stream {
+  std::uint32_t slot = kNoSlot;
+  std::vector<std::uint8_t> bytes;  // payloads in arrival order
+  std::vector<Segment> segments;    // arrival order
+  std::uint32_t source = 0, destination = 0;  // of the first stored segment, big-endian
+  std::uint16_t sourcePort = 0, destinationPort = 0;
+  std::int64_t firstMs = 0, lastMs = 0;  // packet clock, milliseconds since the epoch
+
+  std::int64_t MemoryBytes() const;
+};
+
+struct TableOptions {
+  bool dirty = false;    // "Dirty Mode (may be faster)"
+  bool pshOnly = false;  // "Only watch PSH packets."
+};
+
+// Why a packet was not stored, for counting.
+enum class AppendResult : std::uint8_t {
+  Stored,
+  NotTcpData,       // not TCP, no payload, acknowledgement 0, or not PSH when only PSH counts
+  Clash,            // dirty mode: the slot of its key holds another stream
+  TableFull,
+  NoMemoryAppend,   // no room for a segment of a known stream
+  NoMemoryNew,      // no room to open a stream
+};
+
+class StreamTable {
+ public:
+  StreamTable();
+  ~StreamTable();
+
+  // Empties every slot (the Start button) and takes the options read at start.
+  void Reset(TableOptions options);
+
+  // Capture-side steps from the TCP test on: `ip` is the IP packet with its length already cut
+  // to the total length; `nowMs` the packet's time.
+  AppendResult Append(std::span<const std::uint8_t> ip, std::int64_t nowMs);
+
+  // Takes the first stream from slot `from` on that has been quiet since before `cutoffMs` (any
+  // filling stream when `everything`): its key is cleared so no later packet joins it, and the
+  // slot stays held until Release.
+  std::optional<Stream> TakeRipe(std::uint32_t from, std::int64_t cutoffMs, bool everything);
+  // Streams still filling.
+  std::uint32_t CountFilling() const;
+  // Gives the slot of a taken stream back.
+  void Release(std::uint32_t slot);
+  // Drops every stream still filling (Stop of a live capture).
+  void DiscardAll();
+
+  std::uint32_t SlotCount() const;
+  std::int64_t MemoryInUse() const { return memory_.load(std::memory_order_relaxed); }
+
+ private:
+  struct Slot;
+
+  std::uint32_t FindSlot(std::uint32_t key, bool& open);
+  std::uint32_t LowestFreeSlot() const;
+  void MarkUsed(std::uint32_t slot, bool used);
+  void OpenStream(std::uint32_t slot, std::uint32_t key, std::span<const std::uint8_t> header,
+                  std::span<const std::uint8_t> ip, std::int64_t nowMs);
+  void AddSegment(Slot& slot, std::span<const std::uint8_t> header,
+                  std::span<const std::uint8_t> ip, std::int64_t nowMs);
+
+  mutable std::mutex mutex_;
+  std::unique_ptr<Slot[]> slots_;
+  // Which slots hold a stream (filling or being taken), one bit each, for the lowest free slot.
+  std::vector<std::uint64_t> used_;
+  // Key -> slot of every filling stream: gives the slot the scan of the keys would find first,
+  // as a key is held by at most one filling stream.
+  std::unordered_map<std::uint32_t, std::uint32_t> index_;
+  TableOptions options_;
+  std::uint32_t nextFree_ = 0;
+  std::uint32_t count_ = 0;
+  std::uint32_t filling_ = 0;
+  std::atomic<std::int64_t> memory_{0};
+};
+
+}  // namespace vormelt::filemode

@@ -1,0 +1,551 @@
+// The File Mode window. The options write through to the settings as they are clicked and are
+// read by the engine at Start, as the engine reads them once per run. A 100 ms timer reads the
+// engine's counters and takes the files written since the last tick; no packet ever reaches
+// the window.
+#include "ui/file_mode_window.hpp"
+
+#include <QApplication>
+#include <QCheckBox>
+#include <QCloseEvent>
+#include <QDesktopServices>
+#include <QDir>
+#include <QFile>
+#include <QFileDialog>
+#include <QFileInfo>
+#include <QFormLayout>
+#include <QGridLayout>
+#include <QGroupBox>
+#include <QHBoxLayout>
+#include <QHeaderView>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMenu>
+#include <QMenuBar>
+#include <QPushButton>
+#include <QSpinBox>
+#include <QStandardPaths>
+#include <QStatusBar>
+#include <QSystemTrayIcon>
+#include <QTableWidget>
+#include <QTimer>
+#include <QUrl>
+#include <QVBoxLayout>
+#include <atomic>
+#include <thread>
+
+#include "app/file_mode.hpp"
+#include "capture/session.hpp"
+#include "common/settings.hpp"
+#include "common/settings_store.hpp"
+#include "filemode/engine.hpp"
+#include "packetmode/filter_profile.hpp"
+#include "packetmode/filter_settings.hpp"
+#include "packets/format.hpp"
+#include "ui/app_startup.hpp"
+#include "ui/dialogs.hpp"
+#include "ui/file_naming_dialog.hpp"
+#include "ui/filter_setup_window.hpp"
+#include "ui/interface_chooser.hpp"
+#include "ui/mode_switch.hpp"
+#include "ui/mode_tray.hpp"
+#include "ui/qt_text.hpp"
+
+namespace vormelt::ui {
+namespace {
+
+namespace fm = filemode;
+
+// The check boxes in the order shown, each with the setting it writes.
+struct OptionBox {
+  Text text;
+  bool FileModeSettings::*setting;
+};
+constexpr OptionBox kOptions[] = {
+    {Text::FileOptionOverwrite, &FileModeSettings::overwrite},
+    {Text::FileOptionOnlyHttp, &FileModeSettings::onlyHttp},
+    {Text::FileOptionAcceptPartial, &FileModeSettings::acceptPartial},
+    {Text::FileOptionDirty, &FileModeSettings::dirtyMode},
+    {Text::FileOptionPshOnly, &FileModeSettings::pshOnly},
+    {Text::FileOptionLatestDuplicates, &FileModeSettings::latestDuplicates},
+    {Text::FileOptionApplyFilters, &FileModeSettings::applyFilters},
+    {Text::FileOptionShortExtensions, &FileModeSettings::shortExtensions},
+};
+constexpr int kApplyFiltersBox = 6;
+
+enum Column { kName, kSize, kType, kSource, kDestination, kTime, kColumnCount };
+constexpr Text kColumns[kColumnCount] = {Text::FileColumnName,   Text::FileColumnSize,
+                                         Text::FileColumnType,   Text::FileColumnSource,
+                                         Text::FileColumnDestination, Text::FileColumnTime};
+
+QString Endpoint(std::uint32_t address, std::uint16_t port) {
+  return QString::fromStdString(FormatIpv4(address)) + QLatin1Char(':') + QString::number(port);
+}
+
+QString ClockText(std::int64_t ms) {
+  const LocalTime t = ToLocalTime(CaptureTime(std::chrono::milliseconds(ms)));
+  return QString::asprintf("%02d:%02d:%02d.%03d", t.hour, t.minute, t.second, t.millisecond);
+}
+
+QString Bytes(std::int64_t bytes) { return QString::fromStdString(format::ByteSize(bytes)); }
+
+}  // namespace
+
+struct FileModeWindow::Impl {
+  FileModeWindow& window;
+  ProgramSettings& settings;
+  FilterSettings filter;
+  fm::FileModeEngine engine{&filter};
+  CaptureSession session;
+  std::jthread dumpThread;
+  std::atomic<bool> dumpRunning{false};
+  std::string dumpProblem;  // written by the dump thread before it clears dumpRunning
+
+  std::vector<QCheckBox*> options;
+  QSpinBox* ackTimeout = nullptr;
+  QLineEdit* folder = nullptr;
+  QLabel* bytesReceived = nullptr;
+  QLabel* processing = nullptr;
+  QLabel* written = nullptr;
+  QLabel* bytesWritten = nullptr;
+  QLabel* memory = nullptr;
+  QLabel* busy = nullptr;
+  QLabel* status = nullptr;
+  QTableWidget* files = nullptr;
+  QTimer timer;
+  QSystemTrayIcon* tray = nullptr;
+
+  bool started = false;
+  bool fileSource = false;  // the last run read a capture or dump file
+  bool exitRequested = false;
+  bool closing = false;
+  std::int32_t pendingSwitch = kNoPendingSwitch;
+  std::uint64_t sinceLaunch = 0;  // %FCL: this process's files, carried from run to run
+  std::uint64_t countsStoredAt = 0;
+
+  Impl(FileModeWindow& w, ProgramSettings& s) : window(w), settings(s) {}
+
+  QWidget* BuildOptions(QWidget* parent);
+  QWidget* BuildActivity(QWidget* parent);
+  QWidget* BuildFileList(QWidget* parent);
+  void BuildWidgets();
+  void BuildMenus();
+  void BuildTray();
+  void Start(const CaptureTarget& target, fm::StreamClock clock);
+  void PrepareFolder();
+  void TakeWrittenFiles();
+  void KeepCounts();
+};
+
+QWidget* FileModeWindow::Impl::BuildOptions(QWidget* parent) {
+  auto* box = new QGroupBox(T(Text::FileOptionsGroup), parent);
+  auto* layout = new QGridLayout(box);
+  FileModeSettings& s = settings.fileMode;
+  for (std::size_t i = 0; i < std::size(kOptions); ++i) {
+    auto* check = new QCheckBox(T(kOptions[i].text), box);
+    check->setChecked(s.*kOptions[i].setting);
+    const auto setting = kOptions[i].setting;
+    connect(check, &QCheckBox::toggled, &window, [this, setting](bool on) {
+      settings.fileMode.*setting = on;
+    });
+    layout->addWidget(check, static_cast<int>(i % 4), static_cast<int>(i / 4));
+    options.push_back(check);
+  }
+  auto* timeoutRow = new QHBoxLayout;
+  ackTimeout = new QSpinBox(box);
+  ackTimeout->setRange(0, 3'600'000);
+  ackTimeout->setValue(s.ackTimeoutMs);
+  connect(ackTimeout, &QSpinBox::valueChanged, &window,
+          [this](int value) { settings.fileMode.ackTimeoutMs = value; });
+  timeoutRow->addWidget(new QLabel(T(Text::FileAckTimeout), box));
+  timeoutRow->addWidget(ackTimeout);
+  timeoutRow->addStretch();
+  layout->addLayout(timeoutRow, 4, 0, 1, 2);
+  layout->addWidget(new QLabel(T(Text::FileFolderLabel), box), 5, 0, 1, 2);
+  auto* folderRow = new QHBoxLayout;
+  folder = new QLineEdit(QString::fromStdString(s.folder), box);
+  connect(folder, &QLineEdit::textChanged, &window,
+          [this](const QString& text) { settings.fileMode.folder = text.toStdString(); });
+  auto* browse = new QPushButton(T(Text::FileBrowse), box);
+  connect(browse, &QPushButton::clicked, &window, &FileModeWindow::chooseFolder);
+  folderRow->addWidget(folder, 1);
+  folderRow->addWidget(browse);
+  layout->addLayout(folderRow, 6, 0, 1, 2);
+  return box;
+}
+
+QWidget* FileModeWindow::Impl::BuildActivity(QWidget* parent) {
+  auto* box = new QGroupBox(T(Text::FileActivityGroup), parent);
+  auto* form = new QFormLayout(box);
+  const auto addRow = [&](Text text) {
+    auto* value = new QLabel(QStringLiteral("0"), box);
+    value->setAlignment(Qt::AlignRight | Qt::AlignVCenter);
+    value->setMinimumWidth(90);
+    form->addRow(T(text), value);
+    return value;
+  };
+  bytesReceived = addRow(Text::FileCounterBytesReceived);
+  processing = addRow(Text::FileCounterProcessing);
+  written = addRow(Text::FileCounterWritten);
+  bytesWritten = addRow(Text::FileCounterBytesWritten);
+  memory = addRow(Text::FileCounterMemory);
+  busy = new QLabel(QStringLiteral("----"), box);
+  QFont mono(QStringLiteral("monospace"));
+  mono.setStyleHint(QFont::TypeWriter);
+  busy->setFont(mono);
+  busy->setAlignment(Qt::AlignRight | Qt::AlignVCenter);
+  form->addRow(busy);
+  return box;
+}
+
+QWidget* FileModeWindow::Impl::BuildFileList(QWidget* parent) {
+  auto* box = new QGroupBox(T(Text::FileListGroup), parent);
+  auto* layout = new QVBoxLayout(box);
+  files = new QTableWidget(0, kColumnCount, box);
+  QStringList headers;
+  for (const Text column : kColumns) headers << T(column);
+  files->setHorizontalHeaderLabels(headers);
+  files->setSelectionBehavior(QAbstractItemView::SelectRows);
+  files->setSelectionMode(QAbstractItemView::SingleSelection);
+  files->setEditTriggers(QAbstractItemView::NoEditTriggers);
+  files->setTextElideMode(Qt::ElideMiddle);
+  files->verticalHeader()->hide();
+  files->verticalHeader()->setDefaultSectionSize(files->fontMetrics().height() + 6);
+  files->horizontalHeader()->setStretchLastSection(true);
+  files->setColumnWidth(kName, 220);
+  files->setColumnWidth(kType, 130);
+  files->setColumnWidth(kSource, 130);
+  files->setColumnWidth(kDestination, 130);
+  connect(files, &QTableWidget::cellDoubleClicked, &window, &FileModeWindow::openSelectedFile);
+  layout->addWidget(files, 1);
+  auto* buttons = new QHBoxLayout;
+  auto* open = new QPushButton(T(Text::FileOpenFile), box);
+  auto* show = new QPushButton(T(Text::FileShowInFolder), box);
+  connect(open, &QPushButton::clicked, &window, &FileModeWindow::openSelectedFile);
+  connect(show, &QPushButton::clicked, &window, &FileModeWindow::showSelectedInFolder);
+  buttons->addWidget(open);
+  buttons->addWidget(show);
+  buttons->addStretch();
+  layout->addLayout(buttons);
+  return box;
+}
+
+void FileModeWindow::Impl::BuildWidgets() {
+  auto* central = new QWidget(&window);
+  auto* layout = new QVBoxLayout(central);
+  auto* buttons = new QHBoxLayout;
+  const auto addButton = [&](Text text, void (FileModeWindow::*command)()) {
+    auto* button = new QPushButton(T(text), central);
+    connect(button, &QPushButton::clicked, &window, command);
+    buttons->addWidget(button);
+  };
+  addButton(Text::PacketButtonStart, &FileModeWindow::startListening);
+  addButton(Text::PacketButtonStop, &FileModeWindow::stopListening);
+  addButton(Text::PacketButtonChooseInterface, &FileModeWindow::chooseInterface);
+  addButton(Text::PacketButtonOpenCaptureFile, &FileModeWindow::openCaptureFileDialog);
+  addButton(Text::PacketButtonFilterSetup, &FileModeWindow::openFilterSetup);
+  addButton(Text::FileButtonNaming, &FileModeWindow::openNamingDialog);
+  buttons->addStretch();
+  layout->addLayout(buttons);
+  auto* top = new QHBoxLayout;
+  top->addWidget(BuildOptions(central), 1);
+  top->addWidget(BuildActivity(central));
+  layout->addLayout(top);
+  layout->addWidget(BuildFileList(central), 1);
+  window.setCentralWidget(central);
+  status = new QLabel(T(Text::FileStatusIdle), &window);
+  window.statusBar()->addWidget(status, 1);
+}
+
+void FileModeWindow::Impl::BuildMenus() {
+  QMenuBar& bar = *window.menuBar();
+  QMenu& file = *bar.addMenu(T(Text::PacketMenuFile));
+  file.addAction(T(Text::PacketMenuOpenCaptureFile), &window, &FileModeWindow::openCaptureFileDialog);
+  file.addAction(T(Text::FileMenuProcessDump), &window, &FileModeWindow::processDumpFileDialog);
+  file.addSeparator();
+  file.addAction(T(Text::PacketMenuExit), &window, &QWidget::close);
+
+  QMenu& capture = *bar.addMenu(T(Text::PacketMenuCapture));
+  capture.addAction(T(Text::PacketMenuStart), &window, &FileModeWindow::startListening);
+  capture.addAction(T(Text::PacketMenuStop), &window, &FileModeWindow::stopListening);
+  capture.addAction(T(Text::PacketMenuChooseInterface), &window, &FileModeWindow::chooseInterface);
+
+  QMenu& settingsMenu = *bar.addMenu(T(Text::PacketMenuSettings));
+  settingsMenu.addAction(T(Text::PacketMenuFilterSetup), &window, &FileModeWindow::openFilterSetup);
+  settingsMenu.addAction(T(Text::FileMenuNaming), &window, &FileModeWindow::openNamingDialog);
+
+  QMenu& switching = *bar.addMenu(T(Text::PacketMenuSwitchModes));
+  for (const ProgramMode mode :
+       {ProgramMode::Packet, ProgramMode::GraphicalPackets, ProgramMode::Statistical}) {
+    switching.addAction(T(ModeName(mode)), &window, [this, mode] { window.switchModes(mode); });
+  }
+}
+
+void FileModeWindow::Impl::BuildTray() {
+  tray = AddModeTray(window, Text::FileWindowTitle, [this] {
+    exitRequested = true;
+    window.close();
+  });
+}
+
+// An empty folder field means the user's downloads folder; either way it is made if missing.
+void FileModeWindow::Impl::PrepareFolder() {
+  if (folder->text().trimmed().isEmpty()) {
+    folder->setText(QStandardPaths::writableLocation(QStandardPaths::DownloadLocation) +
+                    QStringLiteral("/VORMELT"));
+  }
+  QDir().mkpath(folder->text());
+}
+
+void FileModeWindow::Impl::Start(const CaptureTarget& target, fm::StreamClock clock) {
+  PrepareFolder();
+  KeepCounts();
+  engine.Start(FileModeOptionsFrom(settings.fileMode), clock,
+               FileCountsFrom(settings.fileMode, sinceLaunch));
+  countsStoredAt = 0;
+  started = true;
+  fileSource = clock == fm::StreamClock::File;
+  session.Start(target, engine);
+}
+
+void FileModeWindow::Impl::TakeWrittenFiles() {
+  for (const fm::WrittenFile& f : engine.DrainWritten()) {
+    const int row = files->rowCount();
+    files->insertRow(row);
+    const QString path = QFile::decodeName(f.path.c_str());
+    auto* name = new QTableWidgetItem(QFileInfo(path).fileName());
+    name->setData(Qt::UserRole, path);
+    name->setToolTip(path);
+    files->setItem(row, kName, name);
+    files->setItem(row, kSize, new QTableWidgetItem(Bytes(static_cast<std::int64_t>(f.size))));
+    files->setItem(row, kType, new QTableWidgetItem(QString::fromStdString(f.contentType)));
+    files->setItem(row, kSource, new QTableWidgetItem(Endpoint(f.source, f.sourcePort)));
+    files->setItem(row, kDestination,
+                   new QTableWidgetItem(Endpoint(f.destination, f.destinationPort)));
+    files->setItem(row, kTime, new QTableWidgetItem(ClockText(f.lastMs)));
+  }
+}
+
+// %FCL, %FCI and %FCC move on with every file written; the settings keep the last two.
+void FileModeWindow::Impl::KeepCounts() {
+  const fm::FileCounts counts = engine.Counts();
+  if (counts.sinceStart == countsStoredAt) return;
+  countsStoredAt = counts.sinceStart;
+  sinceLaunch = counts.sinceLaunch;
+  StoreFileCounts(counts, settings.fileMode);
+}
+
+FileModeWindow::FileModeWindow(ProgramSettings& settings, bool startMinimized, bool autoListen,
+                               QWidget* parent)
+    : QMainWindow(parent), impl_(std::make_unique<Impl>(*this, settings)) {
+  Impl& d = *impl_;
+  setWindowTitle(T(Text::FileWindowTitle));
+  setWindowIcon(ProgramIcon());
+  d.BuildWidgets();
+  d.BuildMenus();
+  d.BuildTray();
+  resize(900, 640);
+  // The filter starts as the last OK or Apply of the filter window left it.
+  LoadCurrentProfileInto(FilterMode::File, d.filter, Language());
+  connect(&d.timer, &QTimer::timeout, this, &FileModeWindow::refresh);
+  d.timer.start(kRefreshMilliseconds);
+  if (startMinimized) setWindowState(windowState() | Qt::WindowMinimized);
+  if (autoListen) QTimer::singleShot(0, this, &FileModeWindow::startListening);
+  refresh();
+}
+
+FileModeWindow::~FileModeWindow() { impl_->session.Quit(); }
+
+void FileModeWindow::startListening() {
+  Impl& d = *impl_;
+  if (isCapturing()) return;
+  if (!HasChosenInterface(d.settings.interface) && !InterfaceChooser::Choose(d.settings, this)) return;
+  d.settings.interface.kindInUse = d.settings.interface.chosenKind;
+  d.Start(CaptureTarget::FromSettings(d.settings.interface), fm::StreamClock::Live);
+  refresh();
+}
+
+void FileModeWindow::stopListening() {
+  if (impl_->session.listening.load()) impl_->session.Stop();
+  refresh();
+}
+
+void FileModeWindow::chooseInterface() {
+  Impl& d = *impl_;
+  if (!InterfaceChooser::Choose(d.settings, this)) return;
+  if (!isCapturing() || d.fileSource) {
+    ShowNotice(this, Text::NoticeCaption, T(Text::InterfaceChangeNotice), MessageIcon::Information);
+    return;
+  }
+  d.settings.interface.kindInUse = d.settings.interface.chosenKind;
+  d.session.Restart(CaptureTarget::FromSettings(d.settings.interface), d.engine);
+  refresh();
+}
+
+void FileModeWindow::chooseFolder() {
+  const QString chosen = QFileDialog::getExistingDirectory(this, T(Text::FileChooseFolderCaption),
+                                                           impl_->folder->text());
+  if (!chosen.isEmpty()) impl_->folder->setText(chosen);
+}
+
+void FileModeWindow::openCaptureFileDialog() {
+  const QString filter =
+      T(Text::PacketCaptureFileFilter) + QStringLiteral(";;") + T(Text::PacketAllFilesFilter);
+  const QString path = QFileDialog::getOpenFileName(
+      this, T(Text::PacketOpenCaptureCaption),
+      QString::fromStdString(impl_->settings.fileMode.lastCaptureFolder), filter);
+  if (path.isEmpty()) return;
+  impl_->settings.fileMode.lastCaptureFolder = QFileInfo(path).absolutePath().toStdString();
+  openCaptureFile(path);
+}
+
+bool FileModeWindow::openCaptureFile(const QString& path) {
+  Impl& d = *impl_;
+  if (isCapturing()) {
+    ShowNotice(this, Text::PacketStopListeningFirst, T(Text::FileStopListeningText), MessageIcon::Stop);
+    return false;
+  }
+  d.Start(CaptureTarget::File(QFile::encodeName(path).toStdString()), fm::StreamClock::File);
+  refresh();
+  return true;
+}
+
+void FileModeWindow::processDumpFileDialog() {
+  Impl& d = *impl_;
+  if (isCapturing()) {
+    ShowNotice(this, Text::PacketStopListeningFirst, T(Text::FileStopListeningText), MessageIcon::Stop);
+    return;
+  }
+  if (!DumpFilesAvailable()) {
+    ShowNotice(this, Text::NoticeCaption, T(Text::FileDumpNotAvailable), MessageIcon::Information);
+    return;
+  }
+  const QString path = QFileDialog::getOpenFileName(
+      this, T(Text::FileMenuProcessDump).remove(QLatin1Char('&')), {},
+      T(Text::FileDumpFilter) + QStringLiteral(";;") + T(Text::PacketAllFilesFilter));
+  if (path.isEmpty()) return;
+  d.PrepareFolder();
+  d.KeepCounts();
+  d.engine.Start(FileModeOptionsFrom(d.settings.fileMode), fm::StreamClock::File,
+                 FileCountsFrom(d.settings.fileMode, d.sinceLaunch));
+  d.started = true;
+  d.fileSource = true;
+  d.dumpRunning = true;
+  d.dumpThread = std::jthread([&d, file = QFile::encodeName(path).toStdString()] {
+    FeedDumpFile(file, "hex", d.engine, d.dumpProblem);
+    d.engine.Finish();
+    d.dumpRunning = false;
+  });
+  refresh();
+}
+
+void FileModeWindow::openFilterSetup() {
+  Impl& d = *impl_;
+  FilterSetupWindow setup(d.filter, FilterMode::File, d.settings.fileMode.applyFilters, this);
+  setup.exec();
+  if (setup.enableFilteringRequested()) d.options[kApplyFiltersBox]->setChecked(true);
+}
+
+void FileModeWindow::openNamingDialog() {
+  FileNamingDialog dialog(impl_->settings.fileMode, this);
+  dialog.exec();
+}
+
+void FileModeWindow::openSelectedFile() {
+  const auto* item = impl_->files->item(impl_->files->currentRow(), kName);
+  if (item) QDesktopServices::openUrl(QUrl::fromLocalFile(item->data(Qt::UserRole).toString()));
+}
+
+void FileModeWindow::showSelectedInFolder() {
+  const auto* item = impl_->files->item(impl_->files->currentRow(), kName);
+  if (!item) return;
+  const QFileInfo file(item->data(Qt::UserRole).toString());
+  QDesktopServices::openUrl(QUrl::fromLocalFile(file.absolutePath()));
+}
+
+void FileModeWindow::switchModes(ProgramMode target) {
+  Impl& d = *impl_;
+  if (SwitchModesFrom(this, d.settings, ProgramMode::File, target) !=
+      SwitchDecision::CloseThenRelaunch) {
+    return;
+  }
+  stopListening();
+  d.pendingSwitch = static_cast<std::int32_t>(target);
+  close();
+}
+
+void FileModeWindow::refresh() {
+  Impl& d = *impl_;
+  const fm::FileModeCounters c = d.engine.Counters();
+  d.bytesReceived->setText(Bytes(static_cast<std::int64_t>(c.bytesReceived)));
+  d.processing->setText(QString::number(c.activeStreams));
+  d.written->setText(QString::number(c.filesWritten));
+  d.bytesWritten->setText(Bytes(static_cast<std::int64_t>(c.bytesWritten)));
+  d.memory->setText(Bytes(c.memoryInUse));
+  d.busy->setText(QString::fromStdString(d.engine.BusyText()));
+  d.status->setText(statusText());
+  d.TakeWrittenFiles();
+  d.KeepCounts();
+  for (const CaptureMessage& message : d.session.Messages().Drain()) ShowCaptureMessage(this, message);
+  for (const CaptureMessage& message : d.engine.Messages().Drain()) ShowCaptureMessage(this, message);
+  if (!d.dumpRunning && !d.dumpProblem.empty()) {
+    d.dumpProblem.clear();
+    ShowNotice(this, Text::FileErrorCaption, T(Text::FileUnableToOpen), MessageIcon::Stop);
+  }
+}
+
+bool FileModeWindow::isCapturing() const {
+  return impl_->session.listening.load() || impl_->dumpRunning.load();
+}
+
+void FileModeWindow::waitForCapture() {
+  impl_->session.Wait();
+  if (impl_->dumpThread.joinable()) impl_->dumpThread.join();
+  refresh();
+}
+
+QString FileModeWindow::statusText() const {
+  const Impl& d = *impl_;
+  if (!d.started) return T(Text::FileStatusIdle);
+  if (isCapturing()) return T(d.fileSource ? Text::FileStatusProcessing : Text::FileStatusListening);
+  return T(d.fileSource ? Text::FileStatusDone : Text::FileStatusStopped);
+}
+
+fm::FileModeEngine& FileModeWindow::engine() const { return impl_->engine; }
+QTableWidget& FileModeWindow::fileList() const { return *impl_->files; }
+
+void FileModeWindow::closeEvent(QCloseEvent* event) {
+  Impl& d = *impl_;
+  if (d.closing) {
+    event->accept();
+    return;
+  }
+  // Rebuilding goes on in the notification area when the user asked for that.
+  if (d.settings.minimizeToTrayOnClose && d.tray && !d.exitRequested &&
+      d.pendingSwitch == kNoPendingSwitch) {
+    event->ignore();
+    hide();
+    return;
+  }
+  d.closing = true;
+  d.timer.stop();
+  d.session.Quit();
+  if (d.dumpThread.joinable()) d.dumpThread.join();
+  d.engine.Finish();
+  d.KeepCounts();
+  SaveSettingsOrWarn(this, d.settings, DefaultSettingsFile());
+  if (d.pendingSwitch != kNoPendingSwitch) {
+    Relaunch(static_cast<ProgramMode>(d.pendingSwitch));
+    d.pendingSwitch = kNoPendingSwitch;
+  }
+  if (d.tray) d.tray->hide();
+  event->accept();
+  QCoreApplication::quit();
+}
+
+int RunFileModeWindow(ProgramSettings& settings, bool startMinimized, bool autoListen) {
+  FileModeWindow window(settings, startMinimized, autoListen);
+  window.show();
+  return QApplication::exec();
+}
+
+}  // namespace vormelt::ui

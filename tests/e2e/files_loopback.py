@@ -1,0 +1,128 @@
+#!/usr/bin/env python3
+"""Serves real files over loopback while `vormelt-cli files --live 127.0.0.1` listens and tcpdump
+records, fetches each with curl, then checks the written bodies against the served ones, live
+and again from tcpdump's capture with --read. Exit 0 passed, 1 failed, 77 cannot run here.
+
+Usage: files_loopback.py VORMELT_CLI WORK_DIR"""
+import gzip, hashlib, http.server, json, os, random, signal, socketserver, subprocess, sys
+import threading, time
+
+CLI, WORK = sys.argv[1], sys.argv[2]
+rand = random.Random(11)
+PLAIN = bytes(rand.getrandbits(8) for _ in range(180_000))
+CHUNKED = b"".join(b"line %d of a chunked page\n" % i for i in range(3000))
+PAGE = b"<html><body>" + b"compressible text " * 4000 + b"</body></html>"
+GZIPPED = gzip.compress(PAGE)
+CLOSED = bytes(rand.getrandbits(8) for _ in range(70_000))
+
+
+class Handler(http.server.BaseHTTPRequestHandler):
+    protocol_version = "HTTP/1.1"
+
+    def log_message(self, *args):
+        pass
+
+    def send(self, status, headers, body):
+        self.send_response(status)
+        for name, value in headers:
+            self.send_header(name, value)
+        self.end_headers()
+        self.wfile.write(body)
+
+    def do_GET(self):
+        if self.path == "/plain":
+            self.send(200, [("Content-Type", "application/pdf"), ("Content-Length", str(len(PLAIN)))], PLAIN)
+        elif self.path == "/chunked":
+            self.send_response(200)
+            self.send_header("Content-Type", "text/plain")
+            self.send_header("Transfer-Encoding", "chunked")
+            self.end_headers()
+            for at in range(0, len(CHUNKED), 7000):
+                part = CHUNKED[at:at + 7000]
+                self.wfile.write(b"%x\r\n%s\r\n" % (len(part), part))
+            self.wfile.write(b"0\r\n\r\n")
+        elif self.path == "/gzip":
+            self.send(200, [("Content-Type", "text/html"), ("Content-Encoding", "gzip"),
+                            ("Content-Length", str(len(GZIPPED)))], GZIPPED)
+        elif self.path == "/closed":
+            # HTTP/1.0 without a length: the body ends when the connection closes.
+            self.wfile.write(b"HTTP/1.0 200 OK\r\nContent-Type: image/png\r\n\r\n" + CLOSED)
+            self.close_connection = True
+        elif self.path == "/partial":
+            self.send(206, [("Content-Range", "bytes 0-9/100"), ("Content-Length", "10")], PLAIN[:10])
+        else:
+            self.send(404, [("Content-Length", "9")], b"not found")
+
+
+def md5(data):
+    return hashlib.md5(data).hexdigest()
+
+
+EXPECTED = {md5(PLAIN): "pdf", md5(CHUNKED): "txt", md5(GZIPPED): "html.gz", md5(CLOSED): "png"}
+
+
+def written(out_dir):
+    found = {}
+    for name in os.listdir(out_dir):
+        with open(os.path.join(out_dir, name), "rb") as f:
+            found[md5(f.read())] = name
+    return found
+
+
+def check(label, out_dir):
+    found = written(out_dir)
+    ok = True
+    for digest, extension in EXPECTED.items():
+        name = found.get(digest)
+        if not name or not name.endswith("." + extension):
+            print(f"{label}: the .{extension} body is missing or misnamed; written: {sorted(found.values())}")
+            ok = False
+    if len(found) != len(EXPECTED):
+        print(f"{label}: {len(found)} files written, {len(EXPECTED)} expected (404 and 206 write nothing)")
+        ok = False
+    return ok
+
+
+def main():
+    if os.geteuid() != 0:
+        print("needs root to capture on loopback")
+        return 77
+    server = socketserver.ThreadingTCPServer(("127.0.0.1", 0), Handler)
+    server.daemon_threads = True
+    port = server.server_address[1]
+    threading.Thread(target=server.serve_forever, daemon=True).start()
+    pcap = os.path.join(WORK, "loopback.pcap")
+    live_out, read_out = os.path.join(WORK, "live"), os.path.join(WORK, "read")
+    dump = subprocess.Popen(["tcpdump", "-i", "lo", "-U", "-B", "16384", "-w", pcap, f"tcp port {port}"],
+                            stderr=subprocess.DEVNULL)
+    live = subprocess.Popen([CLI, "files", "--live", "127.0.0.1", "--out", live_out, "--template", "%FCS",
+                             "--ack-timeout-ms", "300", "--seconds", "10",
+                             "--manifest", os.path.join(WORK, "live.jsonl")],
+                            stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+    time.sleep(2.5)  # both listening before the first request, even on a busy machine
+    for path in ("plain", "chunked", "gzip", "closed", "partial", "missing"):
+        subprocess.run(["curl", "-s", "-o", os.devnull, f"http://127.0.0.1:{port}/{path}"], timeout=10)
+        time.sleep(0.2)
+    out, err = live.communicate(timeout=30)
+    time.sleep(0.5)
+    dump.send_signal(signal.SIGINT)
+    dump.wait(timeout=10)
+    server.shutdown()
+    if live.returncode != 0:
+        print("live run failed:", err.decode(errors="replace"))
+        return 1
+    ok = check("live", live_out)
+    with open(os.path.join(WORK, "live.jsonl")) as manifest:
+        records = [json.loads(line) for line in manifest]
+    if not all(r["complete"] and r["md5"] in EXPECTED and r["sourcePort"] == port for r in records):
+        print("live manifest:", records)
+        ok = False
+    read = subprocess.run([CLI, "files", "--read", pcap, "--out", read_out, "--template", "%FCS"],
+                          capture_output=True, timeout=60)
+    ok = check("read", read_out) and ok
+    print("passed" if ok else "failed")
+    return 0 if ok else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())
