@@ -105,6 +105,8 @@ Json GraphicalToJson(const GraphicalSettings& s) {
               {"oscillate", s.oscillate},
               {"chirp", s.chirp},
               {"replaySpeed", s.replaySpeed}};
+}
+
 Json FileModeToJson(const FileModeSettings& s) {
   return Json{{"window", WindowToJson(s.window)},
               {"filterWindow", WindowToJson(s.filterWindow)},
@@ -279,6 +281,8 @@ void ReadGraphical(const Reader& r, GraphicalSettings& s) {
   int speed = s.replaySpeed;
   r.Int("replaySpeed", speed, 1, kMaxReplaySpeed);
   if (speed == 1 || speed == 10 || speed == 100) s.replaySpeed = speed;
+}
+
 void ReadFileMode(const Reader& r, FileModeSettings& s) {
   r.Window("window", s.window);
   r.Window("filterWindow", s.filterWindow);
