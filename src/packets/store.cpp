@@ -18,11 +18,12 @@ namespace vormelt {
 namespace {
 
 // A packet's block in the arena:
-//   [prefix: frame length u32, filter texts id u32, time text length u16, 2 spare]
+//   [prefix: frame length u32, filter texts id u32, time text length u16, 2 spare,
+//            capture time i64 ns (capture files written from the store keep it)]
 //   [record: 0, frame, kind byte, zeroed reserve — frame length + kRecordOverhead bytes]
 //   [time text, not NUL-terminated]
 // The slot points at the prefix, so one atomic pointer carries everything about the packet.
-constexpr std::size_t kPrefixSize = 12;
+constexpr std::size_t kPrefixSize = 20;
 constexpr std::size_t kBlockAlignment = 4;
 constexpr std::size_t kArenaChunkSize = 4u << 20;
 constexpr std::size_t kPageSize = 4096;
@@ -32,6 +33,7 @@ struct BlockView {
   std::uint32_t frameLength;
   std::uint32_t filterTextsId;
   std::uint16_t timeLength;
+  std::int64_t timeNs;
   const std::uint8_t* frame;
   const char* time;
 };
@@ -41,6 +43,7 @@ BlockView ReadBlock(const std::uint8_t* block) {
   std::memcpy(&view.frameLength, block, 4);
   std::memcpy(&view.filterTextsId, block + 4, 4);
   std::memcpy(&view.timeLength, block + 8, 2);
+  std::memcpy(&view.timeNs, block + 12, 8);
   view.frame = block + kPrefixSize + 1;
   view.time = reinterpret_cast<const char*>(block + kPrefixSize + view.frameLength +
                                             kRecordOverhead);
@@ -193,6 +196,8 @@ InsertOutcome PacketStore::Insert(const FrameRecord& record) {
   std::memcpy(block + 4, &textsId, 4);
   std::memcpy(block + 8, &storedTimeLength, 2);
   block[10] = block[11] = 0;
+  const std::int64_t timeNs = record.time.time_since_epoch().count();
+  std::memcpy(block + 12, &timeNs, 8);
   LayOutRecord(block + kPrefixSize, frame, kind);
   std::memcpy(block + kPrefixSize + frameLength + kRecordOverhead, timeText.data(), timeLength);
   allocatedMemory_.fetch_add(frameLength + kRecordOverhead, std::memory_order_relaxed);
@@ -338,7 +343,8 @@ PacketRef PacketStore::Get(std::int32_t index) const {
   const BlockView view = ReadBlock(block);
   return PacketRef{view.frame, view.frameLength,
                    static_cast<InterfaceKind>(view.frame[view.frameLength]),
-                   std::string_view(view.time, view.timeLength)};
+                   std::string_view(view.time, view.timeLength),
+                   CaptureTime(std::chrono::nanoseconds(view.timeNs))};
 }
 
 const FilterColumnTexts* PacketStore::FilterTexts(std::int32_t index) const {
