@@ -345,7 +345,8 @@ DumpLoadResult LoadRecords(ByteReader& in, FrameSink& sink, const DumpLoadOption
     if (lineEnd == LineEnd::EndOfFile && line.empty()) {
       return finish(DumpLoadEnd::EndOfFile, recordStart);
     }
-    if (lineEnd == LineEnd::Ok && (line.empty() || line.front() == '-')) {
+    // The footer rule ends loading even when the file was cut short inside it.
+    if ((lineEnd == LineEnd::Ok && line.empty()) || (!line.empty() && line.front() == '-')) {
       return finish(DumpLoadEnd::Footer, recordStart);
     }
     Summary summary;
