@@ -286,13 +286,17 @@ bool ReadData(ByteReader& in, DataForm form, std::uint32_t size, std::uint8_t* o
 // Time texts in the default template ("2024.05.01 - 13:45:07.123", local time) give the
 // frame its capture time back; any other template gives it the time of loading.
 class TimeTextParser {
+  // Nanoseconds since 1970 in 64 bits reach 2262; a year outside this is no capture time.
+  static constexpr int kFirstYear = 1970, kLastYear = 2200;
+
  public:
   CaptureTime Parse(std::string_view text) {
     int y, mo, d, h, mi, s, ms;
     char tail;
     const std::string copy(text.substr(0, 64));
     if (std::sscanf(copy.c_str(), "%4d.%2d.%2d - %2d:%2d:%2d.%3d%c", &y, &mo, &d, &h, &mi, &s,
-                    &ms, &tail) != 7) {
+                    &ms, &tail) != 7 ||
+        y < kFirstYear || y > kLastYear) {
       return fallback_;
     }
     const std::int64_t key = ((((std::int64_t{y} * 13 + mo) * 32 + d) * 24 + h) * 60 + mi) * 61 + s;
