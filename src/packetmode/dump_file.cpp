@@ -42,14 +42,15 @@ bool WriteAll(std::FILE* file, std::string_view bytes) {
   return std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
 }
 
-// Calls `use` for each present packet at `indices` under the store's lock; returns how many.
+// Calls `use` for each packet at `indices` under the store's lock: listed ones, or with
+// `held` also those whose rows were deleted. Returns how many.
 template <typename Use>
-std::size_t ForEachPresent(const PacketStore& store, std::span<const std::int32_t> indices,
-                           Use&& use) {
+std::size_t ForEachPacket(const PacketStore& store, std::span<const std::int32_t> indices,
+                          bool held, Use&& use) {
   const auto lock = store.Lock();
   std::size_t used = 0;
   for (const std::int32_t index : indices) {
-    const PacketRef packet = store.Get(index);
+    const PacketRef packet = held ? store.GetHeld(index) : store.Get(index);
     if (!packet.frame) continue;
     if (!use(packet)) break;
     ++used;
@@ -58,7 +59,7 @@ std::size_t ForEachPresent(const PacketStore& store, std::span<const std::int32_
 }
 
 // The indices to save from `next` on, at most one batch: rows in list order, or every index
-// the store has given (deleted and cleared ones are skipped when rendered).
+// the store has given (cleared ones are skipped when rendered).
 bool NextBatch(const PacketStore& store, bool onlyListed, std::size_t& next,
                std::vector<std::int32_t>& batch) {
   batch.clear();
@@ -423,7 +424,7 @@ DumpSaveResult SaveDumpFile(const std::string& path, const PacketStore& store,
   std::size_t next = 0;
   while (NextBatch(store, options.onlyListed, next, batch)) {
     text.clear();
-    result.packets += ForEachPresent(store, batch, [&](const PacketRef& packet) {
+    result.packets += ForEachPacket(store, batch, !options.onlyListed, [&](const PacketRef& packet) {
       renderer.Append(packet, text);
       return true;
     });
@@ -451,7 +452,7 @@ CaptureExportResult WriteCaptureFile(const std::string& path, const PacketStore&
   std::size_t next = 0;
   bool ok = true;
   while (ok && NextBatch(store, onlyListed, next, batch)) {
-    result.packets += ForEachPresent(store, batch, [&](const PacketRef& packet) {
+    result.packets += ForEachPacket(store, batch, !onlyListed, [&](const PacketRef& packet) {
       FrameRecord frame{{packet.frame, packet.frameLength}, packet.frameLength, packet.time,
                         packet.kind, packet.timeText};
       return ok = writer.Write(frame);

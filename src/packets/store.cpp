@@ -54,6 +54,15 @@ std::size_t BlockSize(std::uint32_t frameLength, std::size_t timeLength) {
   return kPrefixSize + frameLength + kRecordOverhead + timeLength;
 }
 
+PacketRef RefOfBlock(const std::uint8_t* block) {
+  if (!block) return {};
+  const BlockView view = ReadBlock(block);
+  return PacketRef{view.frame, view.frameLength,
+                   static_cast<InterfaceKind>(view.frame[view.frameLength]),
+                   std::string_view(view.time, view.timeLength),
+                   CaptureTime(std::chrono::nanoseconds(view.timeNs))};
+}
+
 std::size_t BlockSize(const std::uint8_t* block) {
   const BlockView view = ReadBlock(block);
   return BlockSize(view.frameLength, view.timeLength);
@@ -288,6 +297,7 @@ void PacketStore::Clear() {
   std::lock_guard lock(mutex_);
   allocatedMemory_.store(0, std::memory_order_relaxed);
   KeepLastRecord();
+  deletedBlocks_.clear();
   const std::int32_t end = std::min(itemCount_.load() + 1, capacity_ - 1);
   for (std::int32_t index = 0; index < end; ++index) {
     if (Slot* slot = SlotAt(index)) slot->store(nullptr, std::memory_order_relaxed);
@@ -320,7 +330,13 @@ std::size_t PacketStore::DeleteMany(std::span<const std::int32_t> indices) {
   std::lock_guard lock(mutex_);
   for (const std::int32_t index : indices) {
     Slot* slot = SlotAt(index);
-    if (!slot || !slot->load(std::memory_order_relaxed)) continue;
+    const std::uint8_t* block = slot ? slot->load(std::memory_order_relaxed) : nullptr;
+    if (!block) continue;
+    try {
+      deletedBlocks_.emplace(index, block);
+    } catch (const std::bad_alloc&) {
+      // Only a later save of every held packet misses this one.
+    }
     slot->store(nullptr, std::memory_order_release);
     removed.push_back(index);
   }
@@ -338,14 +354,15 @@ bool PacketStore::IsPresent(std::int32_t index) const {
 
 PacketRef PacketStore::Get(std::int32_t index) const {
   const Slot* slot = SlotAt(index);
-  const std::uint8_t* block = slot ? slot->load(std::memory_order_acquire) : nullptr;
-  if (!block) return {};
-  const BlockView view = ReadBlock(block);
-  return PacketRef{view.frame, view.frameLength,
-                   static_cast<InterfaceKind>(view.frame[view.frameLength]),
-                   std::string_view(view.time, view.timeLength),
-                   CaptureTime(std::chrono::nanoseconds(view.timeNs))};
+  return RefOfBlock(slot ? slot->load(std::memory_order_acquire) : nullptr);
 }
+
+PacketRef PacketStore::GetHeld(std::int32_t index) const {
+  if (const PacketRef packet = Get(index); packet.frame) return packet;
+  const auto deleted = deletedBlocks_.find(index);
+  return RefOfBlock(deleted == deletedBlocks_.end() ? nullptr : deleted->second);
+}
+
 
 const FilterColumnTexts* PacketStore::FilterTexts(std::int32_t index) const {
   const Slot* slot = SlotAt(index);

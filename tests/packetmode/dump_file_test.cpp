@@ -89,7 +89,9 @@ TEST(DumpFile, EveryFormLoadsBackTheSameFramesKindsAndTimeTexts) {
         EXPECT_EQ(sink.frames[i].bytes, frames[i]) << "form " << int(form) << " frame " << i;
         // Kinds come back from the MAC columns; frames too short for an Ethernet header show
         // none and come back as Raw Sockets.
-        if (frames[i].size() >= kEthernetHeaderLength) EXPECT_EQ(sink.frames[i].kind, stored.kind);
+        if (frames[i].size() >= kEthernetHeaderLength) {
+          EXPECT_EQ(sink.frames[i].kind, stored.kind);
+        }
         EXPECT_EQ(sink.frames[i].timeText, stored.timeText);
       }
     }
@@ -130,6 +132,17 @@ TEST(DumpFile, AnAppendedFileLoadsUpToItsFirstFooter) {
   EXPECT_EQ(LoadDumpFile(dir.File("a.txt"), sink, {DataForm::Hex}).end, DumpLoadEnd::Footer);
   ASSERT_EQ(sink.frames.size(), 2u);
   EXPECT_EQ(sink.frames[1].bytes, Bytes(31, 2));
+
+  // A deleted row is saved unless only listed packets are.
+  ASSERT_TRUE(first.Delete(0));
+  options.append = false;
+  for (const bool onlyListed : {false, true}) {
+    options.onlyListed = onlyListed;
+    ASSERT_TRUE(SaveDumpFile(dir.File("b.txt"), first, options).ok);
+    CollectingSink again;
+    LoadDumpFile(dir.File("b.txt"), again, {DataForm::Hex});
+    EXPECT_EQ(again.frames.size(), onlyListed ? 1u : 2u);
+  }
 }
 
 // Every prefix of a file loads the records that are whole in it and nothing else; sizes up to
@@ -155,7 +168,9 @@ TEST(DumpFile, DamagedFilesKeepEveryRecordBeforeTheDamage) {
     const DumpLoadEnd end = load(std::string_view(text).substr(0, cut), count);
     EXPECT_TRUE(end != DumpLoadEnd::Footer || count == 3) << cut;  // cut inside the footer
     EXPECT_LE(count, 3u);
-    if (cut < secondStart) EXPECT_LE(count, 1u) << cut;
+    if (cut < secondStart) {
+      EXPECT_LE(count, 1u) << cut;
+    }
   }
 
   std::string tooBig = text;
