@@ -35,7 +35,7 @@ constexpr FormChoice kSaveForms[] = {{DataForm::Dec, Text::DumpFormDec},
 constexpr FormChoice kLoadForms[] = {{DataForm::Text, Text::DumpFormText},
                                      {DataForm::Dec, Text::DumpFormDec},
                                      {DataForm::Hex, Text::DumpFormHex},
-                                     {DataForm::HexText, Text::DumpSpecHexAndText}};
+                                     {DataForm::HexText, Text::DumpFormatHexAndText}};
 constexpr Text kLevels[] = {Text::LevelDatalink, Text::LevelNetwork, Text::LevelTransport,
                             Text::LevelPresentation};
 
@@ -142,14 +142,14 @@ bool SavingOptionsDialog::Edit(SavingSettings& saving, QWidget* parent) {
 
 DumpFormatDialog::DumpFormatDialog(const SavingSettings& saving, QWidget* parent)
     : QDialog(parent) {
-  setWindowTitle(T(Text::DumpSpecTitle));
+  setWindowTitle(T(Text::DumpFormatTitle));
   auto* layout = new QVBoxLayout(this);
 
   // Kept but never shown: a file is always taken to hold data saved at Datalink level.
   auto* hidden = new QWidget(this);
   auto* hiddenLayout = new QVBoxLayout(hidden);
-  hiddenLayout->addWidget(new QLabel(Catalogue(Text::DumpSpecContainsData)));
-  hiddenLayout->addWidget(new QLabel(Catalogue(Text::DumpSpecLevel)));
+  hiddenLayout->addWidget(new QLabel(Catalogue(Text::DumpFormatContainsData)));
+  hiddenLayout->addWidget(new QLabel(Catalogue(Text::DumpFormatLevel)));
   auto* datalink = new QRadioButton(Catalogue(Text::LevelDatalink));
   datalink->setChecked(true);
   hiddenLayout->addWidget(datalink);
@@ -157,16 +157,16 @@ DumpFormatDialog::DumpFormatDialog(const SavingSettings& saving, QWidget* parent
   hidden->setObjectName(QStringLiteral("hiddenQuestions"));
   hidden->hide();
 
-  layout->addWidget(new QLabel(Catalogue(Text::DumpSpecDataType)));
+  layout->addWidget(new QLabel(Catalogue(Text::DumpFormatDataType)));
   auto* formRow = new QHBoxLayout;
   forms_ = AddFormButtons(*formRow, kLoadForms, saving.loadForm, this);
   formRow->addStretch();
   layout->addLayout(formRow);
-  throughFilters_ = new QCheckBox(Catalogue(Text::DumpSpecRunFilters));
+  throughFilters_ = new QCheckBox(Catalogue(Text::DumpFormatRunFilters));
   throughFilters_->setObjectName(QStringLiteral("throughFilters"));
   throughFilters_->setChecked(saving.loadThroughFilters);
   layout->addWidget(throughFilters_);
-  layout->addWidget(Notice(Text::DumpSpecNotice));
+  layout->addWidget(Notice(Text::DumpFormatNotice));
   layout->addWidget(OkCancel(*this));
 }
 
