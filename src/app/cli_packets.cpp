@@ -1,7 +1,8 @@
-// vormelt-cli packets: capture live or read a capture file with the Packet Mode engine and print one
-// line per stored packet (or its text rendering, --render) while it arrives. Errors are one
-// line on `err`, then the count of packets listed and dropped by the kernel; rows go to `out`.
-// SIGINT/SIGTERM end a capture cleanly: the rows and the count are still printed.
+// vormelt-cli packets: capture live, read a capture file or load a packet dump file with the
+// Packet Mode engine and print one line per stored packet (or its text rendering, --render)
+// while it arrives; afterwards save the store as a dump file (--save) or capture file (--write).
+// Errors are one line on `err`, then the count of packets listed and dropped by the kernel;
+// rows go to `out`. SIGINT/SIGTERM end a capture cleanly: the rows and the count still print.
 
 #include <charconv>
 #include <chrono>
@@ -12,6 +13,7 @@
 #include "app/cli.hpp"
 #include "app/headless.hpp"
 #include "capture/session.hpp"
+#include "packetmode/dump_file.hpp"
 #include "packetmode/filter_profile.hpp"
 #include "packets/list_row.hpp"
 #include "packets/render.hpp"
@@ -33,13 +35,22 @@ struct PacketsOptions {
   std::optional<DataForm> render;  // set: print each packet's rendering instead of its row
   DataLevel level = DataLevel::Datalink;
   IpGap gap = IpGap::Narrow;
+  std::string loadDump;                // a dump file as the source
+  std::optional<DataForm> form;        // the dump file's form, loading and saving
+  std::string save;                    // dump file out
+  bool append = false;
+  std::string write;                   // capture file out
 };
 
 int Usage(std::ostream& err, const std::string& problem) {
   err << "vormelt-cli packets: " << problem << "\n"
-      << "usage: vormelt-cli packets (--read FILE | --live ADDRESS | --adapter NAME) [--count N]\n"
+      << "usage: vormelt-cli packets (--read FILE | --live ADDRESS | --adapter NAME |\n"
+      << "                            --load-dump FILE --form FORM) [--count N]\n"
       << "                           [--filter-profile FILE.HBFP [--match-case]]\n"
-      << "                           [--render none|text|dec|hex|hex+text [--level LEVEL] [--wide]]\n";
+      << "                           [--render none|text|dec|hex|hex+text [--level LEVEL] [--wide]]\n"
+      << "                           [--save FILE --form FORM [--level LEVEL] [--append]]\n"
+      << "                           [--write FILE.pcapng|FILE.pcap]\n"
+      << "       FORM: text, dec, hex or hex+text\n";
   return kExitUsage;
 }
 
@@ -62,7 +73,8 @@ int ParseOptions(std::span<const std::string> args, PacketsOptions& options, std
     int status = kExitOk;
     if (!hasValue && (option == "--read" || option == "--live" || option == "--adapter" ||
                       option == "--count" || option == "--filter-profile" ||
-                      option == "--render" || option == "--level")) {
+                      option == "--render" || option == "--level" || option == "--load-dump" ||
+                      option == "--form" || option == "--save" || option == "--write")) {
       return Usage(err, option + " needs a value");
     }
     if (option == "--read") {
@@ -86,12 +98,43 @@ int ParseOptions(std::span<const std::string> args, PacketsOptions& options, std
       options.level = *level;
     } else if (option == "--wide") {
       options.gap = IpGap::Wide;
+    } else if (option == "--load-dump") {
+      if (options.target || !options.loadDump.empty()) {
+        return Usage(err, "give only one of --read, --live, --adapter and --load-dump");
+      }
+      options.loadDump = args[++i];
+    } else if (option == "--form") {
+      options.form = ParseDataForm(args[++i]);
+      if (!options.form || *options.form == DataForm::None) {
+        return Usage(err, "--form takes text, dec, hex or hex+text");
+      }
+    } else if (option == "--save") {
+      options.save = args[++i];
+    } else if (option == "--append") {
+      options.append = true;
+    } else if (option == "--write") {
+      options.write = args[++i];
+      if (!CaptureFormatFromPath(options.write)) {
+        return Usage(err, "--write needs a file name ending in .pcapng or .pcap");
+      }
     } else {
       return Usage(err, "unknown option '" + option + "'");
     }
     if (status != kExitOk) return status;
   }
-  if (!options.target) return Usage(err, "give --read FILE, --live ADDRESS or --adapter NAME");
+  if (options.target && !options.loadDump.empty()) {
+    return Usage(err, "give only one of --read, --live, --adapter and --load-dump");
+  }
+  if (!options.target && options.loadDump.empty()) {
+    return Usage(err, "give --read FILE, --live ADDRESS, --adapter NAME or --load-dump FILE");
+  }
+  if ((!options.loadDump.empty() || !options.save.empty()) && !options.form) {
+    return Usage(err, "--load-dump and --save need --form text|dec|hex|hex+text");
+  }
+  if (options.form && options.loadDump.empty() && options.save.empty()) {
+    return Usage(err, "--form applies to --load-dump and --save only");
+  }
+  if (options.append && options.save.empty()) return Usage(err, "--append needs --save");
   if (options.matchCase && options.filterProfile.empty()) {
     return Usage(err, "--match-case needs --filter-profile");
   }
@@ -149,6 +192,77 @@ class RowPrinter {
   std::optional<PacketRenderer> renderer_;
 };
 
+// Captures live or from a capture file, printing rows as they come. Returns the exit status.
+int RunCapture(PacketModeEngine& engine, const CaptureTarget& target, RowPrinter& printer,
+               std::ostream& err) {
+  StopSignals signals;
+  CaptureSession& session = engine.Session();
+  if (target.type == CaptureTarget::Type::File) {
+    engine.StartFile(target.name);
+  } else {
+    engine.StartLive(target);
+  }
+  // Rows are printed as fast as they come; only a loop that found none waits, and then shows
+  // what it holds, so a quiet live capture's rows appear at once.
+  while (session.listening.load()) {
+    const bool busy = printer.PrintNewRows();
+    if (!busy) printer.Flush();
+    if (signals.Wait(busy ? std::chrono::milliseconds(0) : kPollInterval)) session.Stop();
+  }
+  session.Wait();
+  printer.PrintNewRows();
+  printer.Flush();
+
+  int status = kExitOk;
+  for (const CaptureMessage& message : session.Messages().Drain()) {
+    err << "vormelt-cli: " << OneLineMessage(message) << "\n";
+    status = kExitFailed;
+  }
+  // A capture that never opened has no count to report; its error line says it all.
+  if (session.Status().status != CaptureStatus::Idle) {
+    err << printer.Printed() << " packets, " << session.Dropped() << " dropped\n";
+  }
+  return status;
+}
+
+// Loads a dump file into the store (through the filter when a profile was given), prints its
+// rows, then says why loading ended when that was anything but the file's end.
+int LoadDump(PacketModeEngine& engine, const PacketsOptions& options, RowPrinter& printer,
+             std::ostream& err) {
+  DumpLoadOptions load;
+  load.form = *options.form;
+  const DumpLoadResult result =
+      *engine.LoadDump(options.loadDump, load, !options.filterProfile.empty());
+  printer.PrintNewRows();
+  printer.Flush();
+  const std::string problem = DescribeDumpLoad(result, options.loadDump);
+  if (!problem.empty()) err << "vormelt-cli: " << problem << "\n";
+  err << printer.Printed() << " packets loaded\n";
+  return problem.empty() ? kExitOk : kExitFailed;
+}
+
+// --save and --write, from everything the store holds.
+int WriteOutputs(const PacketStore& store, const PacketsOptions& options, std::ostream& err) {
+  int status = kExitOk;
+  if (!options.save.empty()) {
+    DumpSaveOptions save;
+    save.render = RenderOptions{*options.form, IpGap::Narrow, options.level};
+    save.append = options.append;
+    if (!SaveDumpFile(options.save, store, save).ok) {
+      err << "vormelt-cli: " << English(Text::DumpUnableToSave) << " (" << options.save << ")\n";
+      status = kExitFailed;
+    }
+  }
+  if (!options.write.empty()) {
+    const CaptureExportResult written = WriteCaptureFile(options.write, store, false);
+    if (!written.ok) {
+      err << "vormelt-cli: " << written.error << "\n";
+      status = kExitFailed;
+    }
+  }
+  return status;
+}
+
 }  // namespace
 
 int RunPackets(std::span<const std::string> args, std::ostream& out, std::ostream& err) {
@@ -174,32 +288,10 @@ int RunPackets(std::span<const std::string> args, std::ostream& out, std::ostrea
   std::optional<RenderOptions> render;
   if (options.render) render = RenderOptions{*options.render, options.gap, options.level};
   RowPrinter printer(engine.Store(), out, render);
-  StopSignals signals;
-  CaptureSession& session = engine.Session();
-  if (options.target->type == CaptureTarget::Type::File) {
-    engine.StartFile(options.target->name);
-  } else {
-    engine.StartLive(*options.target);
-  }
-  // Rows are printed as fast as they come; only a loop that found none waits, and then shows
-  // what it holds, so a quiet live capture's rows appear at once.
-  while (session.listening.load()) {
-    const bool busy = printer.PrintNewRows();
-    if (!busy) printer.Flush();
-    if (signals.Wait(busy ? std::chrono::milliseconds(0) : kPollInterval)) session.Stop();
-  }
-  session.Wait();
-  printer.PrintNewRows();
-  printer.Flush();
-
-  int status = kExitOk;
-  for (const CaptureMessage& message : session.Messages().Drain()) {
-    err << "vormelt-cli: " << OneLineMessage(message) << "\n";
-    status = kExitFailed;
-  }
-  // A capture that never opened has no count to report; its error line says it all.
-  if (session.Status().status != CaptureStatus::Idle) {
-    err << printer.Printed() << " packets, " << session.Dropped() << " dropped\n";
+  int status = options.loadDump.empty() ? RunCapture(engine, *options.target, printer, err)
+                                        : LoadDump(engine, options, printer, err);
+  if (status == kExitOk || !options.loadDump.empty()) {
+    status = std::max(status, WriteOutputs(engine.Store(), options, err));
   }
   return status;
 }

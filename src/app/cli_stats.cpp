@@ -1,6 +1,7 @@
 // vormelt-cli stats: counts a capture file or a live capture into the statistics tables, then
 // prints one table with the window's columns (raw integers). --local stands in for the host's
 // own addresses, for files captured on another machine. SIGINT/SIGTERM end a live count early.
+// A packet dump file (--load-dump FILE --form FORM) is counted by its own time texts.
 
 #include <charconv>
 #include <chrono>
@@ -12,6 +13,7 @@
 #include "app/cli.hpp"
 #include "app/headless.hpp"
 #include "capture/session.hpp"
+#include "packetmode/dump_file.hpp"
 #include "statistics/engine.hpp"
 #include "statistics/lists.hpp"
 
@@ -30,6 +32,8 @@ struct StatsOptions {
   stats::StatisticsLimits limits{stats::kTableCapacity, stats::VictimPolicy::LongestAgo};
   std::optional<std::vector<stats::Ipv4>> locals;  // set: replaces the host's addresses
   stats::SaveFormat format = stats::SaveFormat::Text;
+  std::string loadDump;  // a packet dump file as the source
+  std::optional<DataForm> form;
 };
 
 int Usage(std::ostream& err, const std::string& problem) {
@@ -75,6 +79,14 @@ int ParseOption(const std::string& option, const std::string& value, StatsOption
   if (option == "--read") return setTarget(CaptureTarget::File(value));
   if (option == "--live") return setTarget(CaptureTarget::Address(value));
   if (option == "--adapter") return setTarget(CaptureTarget::Adapter(value));
+  if (option == "--load-dump") {
+    options.loadDump = value;
+  } else if (option == "--form") {
+    options.form = ParseDataForm(value);
+    if (!options.form || *options.form == DataForm::None) {
+      return Usage(err, "--form takes text, dec, hex or hex+text");
+    }
+  } else
   if (option == "--seconds") {
     if (!ParseNumber(value, 1, 31'536'000, options.seconds)) {
       return Usage(err, "--seconds needs a number above 0");
@@ -116,11 +128,26 @@ int ParseOptions(std::span<const std::string> args, StatsOptions& options, std::
       return status;
     }
   }
-  if (!options.target) return Usage(err, "give --read FILE, --live ADDRESS or --adapter NAME");
-  if (options.seconds && options.target->type == CaptureTarget::Type::File) {
+  const bool dump = !options.loadDump.empty();
+  if (dump == options.target.has_value()) {
+    return Usage(err, "give one of --read FILE, --live ADDRESS, --adapter NAME, --load-dump FILE");
+  }
+  if (dump != options.form.has_value()) return Usage(err, "--load-dump and --form go together");
+  if (options.seconds && (dump || options.target->type == CaptureTarget::Type::File)) {
     return Usage(err, "--seconds applies to live captures only");
   }
   return kExitOk;
+}
+
+void PrintTable(stats::StatisticsEngine& engine, const StatsOptions& options, std::ostream& out,
+                std::ostream& err) {
+  std::string text;
+  engine.WithTables([&](const stats::StatisticsTables& tables) {
+    stats::WriteList(tables, options.list, options.format, UiLanguage::English, text);
+  });
+  out.write(text.data(), static_cast<std::streamsize>(text.size()));
+  out.flush();
+  err << engine.PacketSequence() << " packets counted\n";
 }
 
 }  // namespace
@@ -138,6 +165,21 @@ int RunStats(std::span<const std::string> args, std::ostream& out, std::ostream&
   }
   stats::StatisticsEngine engine(locals, options.limits);
 
+  int status = kExitOk;
+  if (!options.loadDump.empty()) {
+    DumpLoadOptions load;
+    load.form = *options.form;
+    const std::string problem =
+        DescribeDumpLoad(LoadDumpFile(options.loadDump, engine, load), options.loadDump);
+    engine.Finish();
+    if (!problem.empty()) {
+      err << "vormelt-cli: " << problem << "\n";
+      status = kExitFailed;
+    }
+    PrintTable(engine, options, out, err);
+    return status;
+  }
+
   StopSignals signals;
   CaptureSession session;
   session.Start(*options.target, engine);
@@ -150,20 +192,13 @@ int RunStats(std::span<const std::string> args, std::ostream& out, std::ostream&
   }
   session.Wait();
 
-  int status = kExitOk;
   for (const CaptureMessage& message : session.Messages().Drain()) {
     err << "vormelt-cli: " << OneLineMessage(message) << "\n";
     status = kExitFailed;
   }
   if (session.Status().status == CaptureStatus::Idle) return status;
 
-  std::string text;
-  engine.WithTables([&](const stats::StatisticsTables& tables) {
-    stats::WriteList(tables, options.list, options.format, UiLanguage::English, text);
-  });
-  out.write(text.data(), static_cast<std::streamsize>(text.size()));
-  out.flush();
-  err << engine.PacketSequence() << " packets counted\n";
+  PrintTable(engine, options, out, err);
   return status;
 }
 

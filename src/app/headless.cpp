@@ -13,6 +13,21 @@ std::string OneLineMessage(const CaptureMessage& message, UiLanguage language) {
   return line;
 }
 
+std::string DescribeDumpLoad(const DumpLoadResult& result, const std::string& path) {
+  if (const std::optional<Text> message = DumpLoadMessage(result.end)) {
+    std::string line(English(*message));
+    if (result.end == DumpLoadEnd::OpenFailed) line += " (" + path + ")";
+    return line;
+  }
+  switch (result.end) {
+    case DumpLoadEnd::Unreadable:
+      return path + ": loading stopped at an unreadable record at byte " +
+             std::to_string(result.offset);
+    case DumpLoadEnd::Cancelled: return path + ": loading cancelled";
+    default: return {};
+  }
+}
+
 StopSignals::StopSignals() {
   sigemptyset(&set_);
   sigaddset(&set_, SIGINT);

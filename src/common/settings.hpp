@@ -37,6 +37,20 @@ inline bool HasChosenInterface(const InterfaceSettings& s) {
   return s.chosenKind == InterfaceKind::RawSockets ? !s.address.empty() : !s.adapterDevice.empty();
 }
 
+// The "Saving options" of Packet Mode: what Save to text file and Save as capture file write.
+struct SavingSettings {
+  bool saveData = true;      // "Save packet data for each packet"
+  int dataForm = 1;          // 1 Text, 2 Dec, 3 Hex, 4 Hex + Text (the renderer's DataForm values)
+  int dataLevel = 0;         // DataLevel: 0 Datalink .. 3 Presentation
+  bool onlyListed = false;   // "Only save listed packets"
+  bool append = false;       // "Append to file (do not overwrite)"
+  std::string lastFolder;    // where the last dump or capture file was saved or loaded
+  int loadForm = 1;          // the form last declared when loading a dump file
+  bool loadThroughFilters = false;
+
+  friend bool operator==(const SavingSettings&, const SavingSettings&) = default;
+};
+
 struct PacketModeSettings {
   WindowState window;
   std::vector<int> columnOrder;   // visual order of the eleven list columns; empty = natural
@@ -53,6 +67,7 @@ struct PacketModeSettings {
   bool hexViewerOpen = false;
   WindowState filterWindow;
   std::string lastFolder;  // last folder used by Open capture file
+  SavingSettings saving;
 
   friend bool operator==(const PacketModeSettings&, const PacketModeSettings&) = default;
 };

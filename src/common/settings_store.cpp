@@ -20,6 +20,7 @@ using Json = nlohmann::ordered_json;
 constexpr std::size_t kMaxListEntries = 64;  // column lists; far more than any window has
 constexpr int kMaxDataLevel = 3;
 constexpr int kMaxDumpForm = 2;
+constexpr int kFirstDataForm = 1, kLastDataForm = 4;
 constexpr int kMaxCodecInputType = 2;
 constexpr int kMaxCodecOutputType = 3;
 constexpr int kMaxStatisticsItems = 8192;  // the statistics tables' fixed capacity
@@ -60,6 +61,13 @@ Json InterfaceToJson(const InterfaceSettings& s) {
               {"kindInUse", static_cast<int>(s.kindInUse)}};
 }
 
+Json SavingToJson(const SavingSettings& s) {
+  return Json{{"saveData", s.saveData},     {"dataForm", s.dataForm},
+              {"dataLevel", s.dataLevel},   {"onlyListed", s.onlyListed},
+              {"append", s.append},         {"lastFolder", s.lastFolder},
+              {"loadForm", s.loadForm},     {"loadThroughFilters", s.loadThroughFilters}};
+}
+
 Json PacketModeToJson(const PacketModeSettings& s) {
   return Json{{"window", WindowToJson(s.window)},
               {"columnOrder", s.columnOrder},
@@ -75,7 +83,8 @@ Json PacketModeToJson(const PacketModeSettings& s) {
               {"hexViewer", WindowToJson(s.hexViewer)},
               {"hexViewerOpen", s.hexViewerOpen},
               {"filterWindow", WindowToJson(s.filterWindow)},
-              {"lastFolder", s.lastFolder}};
+              {"lastFolder", s.lastFolder},
+              {"saving", SavingToJson(s.saving)}};
 }
 
 Json CodecToJson(const CodecSettings& s) {
@@ -229,6 +238,17 @@ void ReadInterface(const Reader& r, InterfaceSettings& s) {
   r.EnumValue("kindInUse", s.kindInUse, kLastKind);
 }
 
+void ReadSaving(const Reader& r, SavingSettings& s) {
+  r.Bool("saveData", s.saveData);
+  r.Int("dataForm", s.dataForm, kFirstDataForm, kLastDataForm);
+  r.Int("dataLevel", s.dataLevel, 0, kMaxDataLevel);
+  r.Bool("onlyListed", s.onlyListed);
+  r.Bool("append", s.append);
+  r.String("lastFolder", s.lastFolder);
+  r.Int("loadForm", s.loadForm, kFirstDataForm, kLastDataForm);
+  r.Bool("loadThroughFilters", s.loadThroughFilters);
+}
+
 void ReadPacketMode(const Reader& r, PacketModeSettings& s) {
   r.Window("window", s.window);
   r.IntList("columnOrder", s.columnOrder);
@@ -245,6 +265,7 @@ void ReadPacketMode(const Reader& r, PacketModeSettings& s) {
   r.Bool("hexViewerOpen", s.hexViewerOpen);
   r.Window("filterWindow", s.filterWindow);
   r.String("lastFolder", s.lastFolder);
+  ReadSaving(r.Group("saving"), s.saving);
 }
 
 void ReadCodec(const Reader& r, CodecSettings& s) {

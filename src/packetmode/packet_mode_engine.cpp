@@ -7,7 +7,7 @@
 namespace vormelt {
 
 PacketModeEngine::PacketModeEngine(std::int32_t capacity) : store_(capacity) {
-  store_.SetFilter(&filter_);
+  store_.SetFilter(&gate_);
 }
 
 PacketModeEngine::~PacketModeEngine() { session_.Quit(); }
@@ -47,6 +47,16 @@ void PacketModeEngine::Restart(const CaptureTarget& target) {
 }
 
 void PacketModeEngine::Clear() { store_.Clear(); }
+
+std::optional<DumpLoadResult> PacketModeEngine::LoadDump(const std::string& path,
+                                                        const DumpLoadOptions& options,
+                                                        bool throughFilters) {
+  if (Capturing()) return std::nullopt;
+  gate_.bypass.store(!throughFilters);
+  DumpLoadResult result = LoadDumpFile(path, store_, options);
+  gate_.bypass.store(false);
+  return result;
+}
 
 void PacketModeEngine::Quit() { session_.Quit(); }
 

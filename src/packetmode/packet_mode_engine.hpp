@@ -6,11 +6,13 @@
 
 #include <atomic>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "capture/session.hpp"
 #include "common/frame_sink.hpp"
 #include "common/texts.hpp"
+#include "packetmode/dump_file.hpp"
 #include "packetmode/filter_settings.hpp"
 #include "packets/store.hpp"
 
@@ -51,6 +53,11 @@ class PacketModeEngine final : private FrameSink {
   void Restart(const CaptureTarget& target);
   // Empties the store and its rows.
   void Clear();
+  // Adds the packets of a dump file to the store, after those it holds, on the calling thread.
+  // With `throughFilters` each one meets the filter (when filtering is enabled), as captured
+  // packets do; without, every readable packet is kept. Nullopt while a capture runs.
+  std::optional<DumpLoadResult> LoadDump(const std::string& path, const DumpLoadOptions& options,
+                                         bool throughFilters);
   // For closing: ends the capture and waits for its thread.
   void Quit();
 
@@ -62,8 +69,26 @@ class PacketModeEngine final : private FrameSink {
   SinkVerdict Take(const FrameRecord& frame) override;
   bool IsFull() const override { return store_.IsFull(); }
 
+  // What the store asks: the filter, unless a dump file is being loaded past it.
+  class FilterGate final : public PacketFilterSeam {
+   public:
+    explicit FilterGate(FilterSettings& filter) : filter_(filter) {}
+    bool Enabled() const override { return !bypass.load() && filter_.Enabled(); }
+    bool Passes(const std::uint8_t* frame, std::uint32_t length) override {
+      return filter_.Passes(frame, length);
+    }
+    std::shared_ptr<const FilterColumnTexts> ColumnTexts() override {
+      return filter_.ColumnTexts();
+    }
+    std::atomic<bool> bypass{false};
+
+   private:
+    FilterSettings& filter_;
+  };
+
   PacketStore store_;
   FilterSettings filter_;
+  FilterGate gate_{filter_};
   std::atomic<long> stopAfter_{0};
   std::atomic<long> storedSinceStart_{0};
   std::atomic<bool> readingFile_{false};

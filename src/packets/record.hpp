@@ -30,6 +30,7 @@ struct PacketRef {
   std::uint32_t frameLength = 0;  // includes the Ethernet header
   InterfaceKind kind = InterfaceKind::RawSockets;
   std::string_view timeText;
+  CaptureTime time{};  // when it was captured (a dump file's packets: as near as its text says)
 
   const std::uint8_t* network() const { return frame + kEthernetHeaderLength; }
   std::uint32_t networkLength() const {

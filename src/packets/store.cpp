@@ -23,11 +23,12 @@ namespace vormelt {
 namespace {
 
 // A packet's block in the arena:
-//   [prefix: frame length u32, filter texts id u32, time text length u16, 2 spare]
+//   [prefix: frame length u32, filter texts id u32, time text length u16, 2 spare,
+//            capture time i64 ns (capture files written from the store keep it)]
 //   [record: 0, frame, kind byte, zeroed reserve — frame length + kRecordOverhead bytes]
 //   [time text, not NUL-terminated]
 // The slot points at the prefix, so one atomic pointer carries everything about the packet.
-constexpr std::size_t kPrefixSize = 12;
+constexpr std::size_t kPrefixSize = 20;
 constexpr std::size_t kBlockAlignment = 4;
 constexpr std::size_t kArenaChunkSize = 2u << 20;
 constexpr std::size_t kPageSize = 4096;
@@ -37,6 +38,7 @@ struct BlockView {
   std::uint32_t frameLength;
   std::uint32_t filterTextsId;
   std::uint16_t timeLength;
+  std::int64_t timeNs;
   const std::uint8_t* frame;
   const char* time;
 };
@@ -46,6 +48,7 @@ BlockView ReadBlock(const std::uint8_t* block) {
   std::memcpy(&view.frameLength, block, 4);
   std::memcpy(&view.filterTextsId, block + 4, 4);
   std::memcpy(&view.timeLength, block + 8, 2);
+  std::memcpy(&view.timeNs, block + 12, 8);
   view.frame = block + kPrefixSize + 1;
   view.time = reinterpret_cast<const char*>(block + kPrefixSize + view.frameLength +
                                             kRecordOverhead);
@@ -54,6 +57,15 @@ BlockView ReadBlock(const std::uint8_t* block) {
 
 std::size_t BlockSize(std::uint32_t frameLength, std::size_t timeLength) {
   return kPrefixSize + frameLength + kRecordOverhead + timeLength;
+}
+
+PacketRef RefOfBlock(const std::uint8_t* block) {
+  if (!block) return {};
+  const BlockView view = ReadBlock(block);
+  return PacketRef{view.frame, view.frameLength,
+                   static_cast<InterfaceKind>(view.frame[view.frameLength]),
+                   std::string_view(view.time, view.timeLength),
+                   CaptureTime(std::chrono::nanoseconds(view.timeNs))};
 }
 
 std::size_t BlockSize(const std::uint8_t* block) {
@@ -276,6 +288,8 @@ InsertOutcome PacketStore::Insert(const FrameRecord& record) {
   std::memcpy(block + 4, &textsId, 4);
   std::memcpy(block + 8, &storedTimeLength, 2);
   block[10] = block[11] = 0;
+  const std::int64_t timeNs = record.time.time_since_epoch().count();
+  std::memcpy(block + 12, &timeNs, 8);
   LayOutRecord(block + kPrefixSize, frame, kind);
   std::memcpy(block + kPrefixSize + frameLength + kRecordOverhead, timeText.data(), timeLength);
   allocatedMemory_.fetch_add(frameLength + kRecordOverhead, std::memory_order_relaxed);
@@ -366,6 +380,7 @@ void PacketStore::Clear() {
   std::lock_guard lock(mutex_);
   allocatedMemory_.store(0, std::memory_order_relaxed);
   KeepLastRecord();
+  deletedBlocks_.clear();
   const std::int32_t end = std::min(itemCount_.load() + 1, capacity_ - 1);
   for (std::int32_t index = 0; index < end; ++index) {
     if (Slot* slot = SlotAt(index)) slot->store(nullptr, std::memory_order_relaxed);
@@ -398,7 +413,13 @@ std::size_t PacketStore::DeleteMany(std::span<const std::int32_t> indices) {
   std::lock_guard lock(mutex_);
   for (const std::int32_t index : indices) {
     Slot* slot = SlotAt(index);
-    if (!slot || !slot->load(std::memory_order_relaxed)) continue;
+    const std::uint8_t* block = slot ? slot->load(std::memory_order_relaxed) : nullptr;
+    if (!block) continue;
+    try {
+      deletedBlocks_.emplace(index, block);
+    } catch (const std::bad_alloc&) {
+      // Only a later save of every held packet misses this one.
+    }
     slot->store(nullptr, std::memory_order_release);
     removed.push_back(index);
   }
@@ -416,13 +437,15 @@ bool PacketStore::IsPresent(std::int32_t index) const {
 
 PacketRef PacketStore::Get(std::int32_t index) const {
   const Slot* slot = SlotAt(index);
-  const std::uint8_t* block = slot ? slot->load(std::memory_order_acquire) : nullptr;
-  if (!block) return {};
-  const BlockView view = ReadBlock(block);
-  return PacketRef{view.frame, view.frameLength,
-                   static_cast<InterfaceKind>(view.frame[view.frameLength]),
-                   std::string_view(view.time, view.timeLength)};
+  return RefOfBlock(slot ? slot->load(std::memory_order_acquire) : nullptr);
 }
+
+PacketRef PacketStore::GetHeld(std::int32_t index) const {
+  if (const PacketRef packet = Get(index); packet.frame) return packet;
+  const auto deleted = deletedBlocks_.find(index);
+  return RefOfBlock(deleted == deletedBlocks_.end() ? nullptr : deleted->second);
+}
+
 
 const FilterColumnTexts* PacketStore::FilterTexts(std::int32_t index) const {
   const Slot* slot = SlotAt(index);

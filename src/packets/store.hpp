@@ -13,6 +13,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "common/frame_sink.hpp"
@@ -71,6 +72,9 @@ class PacketStore final : public FrameSink {
   // valid until the next Clear; a thread other than the one that clears holds Lock() meanwhile.
   bool IsPresent(std::int32_t index) const;
   PacketRef Get(std::int32_t index) const;  // frame == nullptr when not present
+  // Get, or the record of a row deleted since the last Clear (records stay until then): what
+  // a save of every packet the store holds writes. The caller holds Lock().
+  PacketRef GetHeld(std::int32_t index) const;
   // The must/must-not-contain texts of the filter that kept this packet; null when no active
   // filter was asked.
   const FilterColumnTexts* FilterTexts(std::int32_t index) const;
@@ -131,6 +135,8 @@ class PacketStore final : public FrameSink {
   bool lastIndexFilled_ = false;  // the last index was stored since the last clear
   // Distinct filter column texts since the last clear; a block holds a 1-based id into it.
   std::vector<std::shared_ptr<const FilterColumnTexts>> filterTexts_;
+  // Blocks of deleted rows by index, until the next Clear.
+  std::unordered_map<std::int32_t, const std::uint8_t*> deletedBlocks_;
   // The last index's block, copied out of the arena by Clear so it survives it.
   std::unique_ptr<std::uint8_t[]> keptLastBlock_;
 };

@@ -41,6 +41,7 @@
 #include "packets/list_row.hpp"
 #include "packets/store.hpp"
 #include "ui/dialogs.hpp"
+#include "ui/dump_commands.hpp"
 #include "ui/filter_setup_window.hpp"
 #include "ui/interface_chooser.hpp"
 #include "ui/mode_switch.hpp"
@@ -113,6 +114,8 @@ struct PacketModeWindow::Impl {
   PacketModeEngine engine;
   PacketStore& store = engine.Store();
   CaptureSession& session = engine.Session();
+  // After the engine: its jobs end before the engine they use goes.
+  DumpFileCommands dumps{window, engine, settings};
 
   PacketListModel* model = nullptr;
   QTableView* list = nullptr;
@@ -126,6 +129,9 @@ struct PacketModeWindow::Impl {
   QAction* clearAction = nullptr;
   QAction* chooseAction = nullptr;
   QAction* openAction = nullptr;
+  QAction* loadDumpAction = nullptr;
+  QAction* saveDumpAction = nullptr;
+  QAction* saveCaptureAction = nullptr;
   QAction* filterAction = nullptr;
   QAction* hexAction = nullptr;
   QCheckBox* applyFilters = nullptr;
@@ -225,6 +231,18 @@ void PacketModeWindow::Impl::BuildMenus() {
   openAction = AddCommand(file, Text::PacketMenuOpenCaptureFile, Text::PacketButtonOpenCaptureFile,
                           QStyle::SP_DialogOpenButton, &PacketModeWindow::openCaptureFileDialog);
   openAction->setShortcut(QKeySequence::Open);
+  file.addSeparator();
+  loadDumpAction = file.addAction(T(Text::PacketMenuLoadDump));
+  QObject::connect(loadDumpAction, &QAction::triggered, &window, [this] { dumps.LoadDumpFileDialog(); });
+  saveDumpAction = file.addAction(T(Text::PacketMenuSaveDump));
+  saveDumpAction->setShortcut(QKeySequence::Save);
+  QObject::connect(saveDumpAction, &QAction::triggered, &window, [this] { dumps.SaveDumpFileDialog(); });
+  saveCaptureAction = file.addAction(T(Text::PacketMenuSaveCapture));
+  QObject::connect(saveCaptureAction, &QAction::triggered, &window,
+                   [this] { dumps.SaveCaptureFileDialog(); });
+  QObject::connect(file.addAction(T(Text::PacketMenuSavingOptions)), &QAction::triggered, &window,
+                   [this] { dumps.EditSavingOptions(); });
+  dumps.onBusyChanged = [this] { BeginRefreshing(); };
   file.addSeparator();
   QAction* exit = file.addAction(T(Text::PacketMenuExit));
   exit->setShortcut(QKeySequence::Quit);
@@ -586,7 +604,7 @@ void PacketModeWindow::refresh() {
   if (appended > 0 && d.settings.packetMode.newPacketSound) QApplication::beep();
   d.UpdateCounters();
   d.ShowPendingMessages();
-  if (capturing) return;
+  if (capturing || d.dumps.Busy()) return;
   d.refreshTimer.stop();
   d.fileProgress->hide();
   d.UpdateControls();
@@ -599,7 +617,10 @@ void PacketModeWindow::Impl::UpdateCounters() {
   memoryText->setText(allocated == 0 ? QString()
                                      : QString::fromStdString(format::ByteSize(allocated)));
   gauge->setValue(std::min(store.ItemCount(), kGaugeMaximum));
-  if (engine.ReadingFile() && session.BytesTotal() > 0) {
+  if (const double done = dumps.Progress(); done >= 0) {
+    fileProgress->show();
+    fileProgress->setValue(static_cast<int>(done * kFileProgressMaximum));
+  } else if (engine.ReadingFile() && session.BytesTotal() > 0) {
     const double done =
         static_cast<double>(session.BytesRead()) / static_cast<double>(session.BytesTotal());
     fileProgress->setValue(static_cast<int>(std::min(1.0, done) * kFileProgressMaximum));
@@ -619,9 +640,15 @@ QString PacketModeWindow::captionText() const {
 
 void PacketModeWindow::Impl::UpdateControls() {
   const bool capturing = window.isCapturing();
-  startAction->setEnabled(!capturing);
+  // A dump file being loaded or saved fills or reads the store: nothing else may change it.
+  const bool busy = dumps.Busy();
+  startAction->setEnabled(!capturing && !busy);
   stopAction->setEnabled(capturing);
-  openAction->setEnabled(!capturing);
+  openAction->setEnabled(!capturing && !busy);
+  clearAction->setEnabled(!busy);
+  loadDumpAction->setEnabled(!capturing && !busy);
+  saveDumpAction->setEnabled(!busy);
+  saveCaptureAction->setEnabled(!busy);
 }
 
 // Capture threads only queue their messages; they are shown here, one modal box at a time.
@@ -777,5 +804,7 @@ void PacketModeWindow::closeEvent(QCloseEvent* event) {
 const PacketStore& PacketModeWindow::store() const { return impl_->store; }
 PacketListModel& PacketModeWindow::listModel() const { return *impl_->model; }
 QTableView& PacketModeWindow::packetList() const { return *impl_->list; }
+
+DumpFileCommands& PacketModeWindow::dumpFiles() const { return impl_->dumps; }
 
 }  // namespace vormelt::ui

@@ -25,6 +25,7 @@ class CaptureSession;
 namespace vormelt::ui {
 
 class PacketListModel;
+class DumpFileCommands;
 
 class PacketModeWindow : public QMainWindow {
   Q_OBJECT
@@ -66,6 +67,8 @@ class PacketModeWindow : public QMainWindow {
   const PacketStore& store() const;
   PacketListModel& listModel() const;
   QTableView& packetList() const;
+  // Saving options, dump files and capture files out.
+  DumpFileCommands& dumpFiles() const;
 
  protected:
   void closeEvent(QCloseEvent* event) override;

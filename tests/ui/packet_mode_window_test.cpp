@@ -2,6 +2,8 @@
 // on arriving packets. What a row says is tested with the list rows in tests/packets;
 // tests/e2e captures on loopback.
 #include <QCheckBox>
+#include <QComboBox>
+#include <QRadioButton>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -15,6 +17,8 @@
 #include "support/frames.hpp"
 #include "support/pcap_file.hpp"
 #include "support/ui/widgets.hpp"
+#include "ui/dump_commands.hpp"
+#include "ui/dump_dialogs.hpp"
 #include "ui/packet_list_model.hpp"
 #include "ui/packet_mode_window.hpp"
 #endif
@@ -85,6 +89,39 @@ class PacketModeWindowTest : public QObject {
     QCOMPARE(window.listModel().rowCount(), 2);
     QCOMPARE(MustContainAt(window, 0), QString());
     QVERIFY(log.asked.empty());
+  }
+
+  // Unticking "Save packet data" greys out the forms and the level, and the choices land in
+  // the settings; a save and a load through the window's commands give the rows back.
+  void savingOptionsAndADumpFileRoundTrip() {
+    MessageLog log;
+    ProgramSettings settings;
+    ui::SavingOptionsDialog dialog(settings.packetMode.saving);
+    Child<QRadioButton>(dialog, "form4").click();
+    Child<QComboBox>(dialog, "level").setCurrentIndex(1);
+    auto& saveData = Child<QCheckBox>(dialog, "saveData");
+    saveData.click();
+    QVERIFY(!Child<QRadioButton>(dialog, "form2").isEnabled());
+    QVERIFY(!Child<QComboBox>(dialog, "level").isEnabled());
+    saveData.click();
+    dialog.ApplyTo(settings.packetMode.saving);
+    QCOMPARE(settings.packetMode.saving.dataForm, 4);
+    QCOMPARE(settings.packetMode.saving.dataLevel, 1);
+    settings.packetMode.saving.dataLevel = 0;  // only Datalink loads back
+
+    PacketModeWindow window(settings, false, false);
+    Load(window, {HttpFrame("GET /a"), HttpFrame("GET /b"), HttpFrame("GET /c")});
+    ui::DumpFileCommands& files = window.dumpFiles();
+    const QString dump = QString::fromStdString(files_.File("saved.txt"));
+    QVERIFY(files.SaveDumpFile(dump));
+    QTRY_VERIFY(!files.Busy());
+    settings.packetMode.saving.loadForm = 4;
+    QVERIFY(files.LoadDumpFile(dump));
+    QTRY_COMPARE(window.listModel().rowCount(), 6);
+    QTRY_VERIFY(!files.Busy());
+    QVERIFY(log.asked.empty());
+    QVERIFY(files.LoadDumpFile(QStringLiteral("/nonexistent/dump.txt")));
+    QTRY_COMPARE(log.asked.size(), std::size_t{1});
   }
 };
 
