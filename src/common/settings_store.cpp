@@ -24,6 +24,12 @@ constexpr int kMaxCodecInputType = 2;
 constexpr int kMaxCodecOutputType = 3;
 constexpr int kMaxStatisticsItems = 8192;  // the statistics tables' fixed capacity
 constexpr int kMaxVictimPolicy = 2;
+constexpr int kMaxLogForm = 5;
+constexpr int kMaxLogMethod = 3;
+// Durations up to about 68 years and files up to a terabyte: beyond anything useful, and far
+// from the 64-bit overflow that a duration in seconds times a thousand would reach.
+constexpr long long kMaxLogSeconds = 0x7FFFFFFF;
+constexpr long long kMaxLogKilobytes = 1LL << 30;
 
 // ---- writing -------------------------------------------------------------------------------
 
@@ -81,6 +87,25 @@ Json StatisticsToJson(const StatisticsSettings& s) {
   return Json{{"maxItems", s.maxItems}, {"victimPolicy", s.victimPolicy}};
 }
 
+Json LoggingToJson(const LoggingSettings& s) {
+  return Json{{"enabled", s.enabled},
+              {"intervalSeconds", s.intervalSeconds},
+              {"clearAfterLog", s.clearAfterLog},
+              {"form", s.form},
+              {"dataLevel", s.dataLevel},
+              {"wideIpGap", s.wideIpGap},
+              {"nameTemplate", s.nameTemplate},
+              {"folder", s.folder},
+              {"method", s.method},
+              {"maxFileKilobytes", s.maxFileKilobytes},
+              {"maxSpanSeconds", s.maxSpanSeconds},
+              {"singleFilePath", s.singleFilePath},
+              {"deleteOld", s.deleteOld},
+              {"maxAgeSeconds", s.maxAgeSeconds},
+              {"ageCheckSeconds", s.ageCheckSeconds},
+              {"window", WindowToJson(s.window)}};
+}
+
 // ---- reading -------------------------------------------------------------------------------
 
 // One JSON object read leniently: every accessor leaves its field alone unless the key exists
@@ -107,6 +132,12 @@ class Reader {
     int n = static_cast<int>(out);
     Int(key, n, 0, max);
     out = static_cast<Enum>(n);
+  }
+
+  void Int64(const char* key, std::int64_t& out, long long min, long long max) const {
+    const Json* v = Find(key);
+    if (!v) return;
+    if (auto n = AsInteger(*v); n && *n >= min && *n <= max) out = *n;
   }
 
   void String(const char* key, std::string& out) const {
@@ -211,6 +242,25 @@ void ReadStatistics(const Reader& r, StatisticsSettings& s) {
   r.Int("victimPolicy", s.victimPolicy, 0, kMaxVictimPolicy);
 }
 
+void ReadLogging(const Reader& r, LoggingSettings& s) {
+  r.Bool("enabled", s.enabled);
+  r.Int("intervalSeconds", s.intervalSeconds, 1, kMaxLogSeconds);
+  r.Bool("clearAfterLog", s.clearAfterLog);
+  r.Int("form", s.form, 0, kMaxLogForm);
+  r.Int("dataLevel", s.dataLevel, 0, kMaxDataLevel);
+  r.Bool("wideIpGap", s.wideIpGap);
+  r.String("nameTemplate", s.nameTemplate);
+  r.String("folder", s.folder);
+  r.Int("method", s.method, 0, kMaxLogMethod);
+  r.Int64("maxFileKilobytes", s.maxFileKilobytes, 1, kMaxLogKilobytes);
+  r.Int64("maxSpanSeconds", s.maxSpanSeconds, 1, kMaxLogSeconds);
+  r.String("singleFilePath", s.singleFilePath);
+  r.Bool("deleteOld", s.deleteOld);
+  r.Int64("maxAgeSeconds", s.maxAgeSeconds, 0, kMaxLogSeconds);
+  r.Int64("ageCheckSeconds", s.ageCheckSeconds, 1, kMaxLogSeconds);
+  r.Window("window", s.window);
+}
+
 ProgramSettings SettingsFromObject(const Json& root) {
   ProgramSettings settings;
   const Reader r(&root);
@@ -219,6 +269,7 @@ ProgramSettings SettingsFromObject(const Json& root) {
   ReadPacketMode(r.Group("packetMode"), settings.packetMode);
   ReadCodec(r.Group("codec"), settings.codec);
   ReadStatistics(r.Group("statistics"), settings.statistics);
+  ReadLogging(r.Group("logging"), settings.logging);
   return settings;
 }
 
@@ -232,7 +283,8 @@ std::string SettingsToJson(const ProgramSettings& s) {
                   {"interface", InterfaceToJson(s.interface)},
                   {"packetMode", PacketModeToJson(s.packetMode)},
                   {"codec", CodecToJson(s.codec)},
-                  {"statistics", StatisticsToJson(s.statistics)}};
+                  {"statistics", StatisticsToJson(s.statistics)},
+                  {"logging", LoggingToJson(s.logging)}};
   // Strings may hold bytes that are not UTF-8 (folder names); replace them instead of throwing.
   return root.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
 }

@@ -12,6 +12,7 @@
 #include "common/frame_sink.hpp"
 #include "common/texts.hpp"
 #include "packetmode/filter_settings.hpp"
+#include "packetmode/packet_logger.hpp"
 #include "packets/store.hpp"
 
 namespace vormelt {
@@ -51,6 +52,14 @@ class PacketModeEngine final : private FrameSink {
   void Restart(const CaptureTarget& target);
   // Empties the store and its rows.
   void Clear();
+
+  // Automatic logging of what the store takes, on the logger's own thread. StartLogging
+  // replaces a running logger's settings; false when the settings name no form it can make.
+  // StopLogging writes what is still unlogged, then ends the thread.
+  bool StartLogging(LogConfig config) { return logger_.Start(std::move(config)); }
+  void StopLogging() { logger_.Stop(); }
+  PacketLogger& Logger() { return logger_; }
+  LogStatus LoggingStatus() const { return logger_.Status(); }
   // For closing: ends the capture and waits for its thread.
   void Quit();
 
@@ -67,6 +76,8 @@ class PacketModeEngine final : private FrameSink {
   std::atomic<long> stopAfter_{0};
   std::atomic<long> storedSinceStart_{0};
   std::atomic<bool> readingFile_{false};
+  // After the store it reads, before the session: ends after capture, before the store goes.
+  PacketLogger logger_{store_};
   // Last member: its thread is ended (in ~PacketModeEngine) before the rest goes.
   CaptureSession session_;
 };

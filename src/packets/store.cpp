@@ -292,6 +292,7 @@ void PacketStore::Clear() {
   lastIndexFilled_ = false;
   arena_->Reset();
   lastClearTime_.store(MillisecondsSinceStart(), std::memory_order_relaxed);
+  clearCount_.fetch_add(1, std::memory_order_release);
   generation_.fetch_add(1, std::memory_order_release);
 }
 
@@ -368,6 +369,9 @@ std::optional<std::size_t> PacketStore::RowOfIndex(std::int32_t index) const {
 
 std::uint64_t PacketStore::Generation() const {
   return generation_.load(std::memory_order_acquire);
+}
+std::uint64_t PacketStore::ClearCount() const {
+  return clearCount_.load(std::memory_order_acquire);
 }
 std::int32_t PacketStore::ItemCount() const { return itemCount_.load(std::memory_order_acquire); }
 std::uint64_t PacketStore::AllocatedMemory() const {

@@ -82,6 +82,8 @@ class PacketStore final : public FrameSink {
   std::optional<std::size_t> RowOfIndex(std::int32_t index) const;  // nullopt when not listed
   // Changes on Clear and Delete (anything but an append).
   std::uint64_t Generation() const;
+  // Changes on Clear only: a reader that walks indices (the logger) starts again from 0.
+  std::uint64_t ClearCount() const;
 
   // Packets inserted since the last clear; the next index to give.
   std::int32_t ItemCount() const;
@@ -120,6 +122,7 @@ class PacketStore final : public FrameSink {
   std::atomic<std::uint64_t> allocatedMemory_{0};
   std::atomic<std::int64_t> lastClearTime_{0};
   std::atomic<std::uint64_t> generation_{0};
+  std::atomic<std::uint64_t> clearCount_{0};
   std::atomic<PacketFilterSeam*> filter_{nullptr};
   std::string dateTimeTemplate_;
   // The last time text made, and the millisecond it was made for.
