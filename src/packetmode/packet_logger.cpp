@@ -203,7 +203,7 @@ void PacketLogger::Pass(CaptureTime now) {
       }
       more = next_ < end;
       if (!more && config_.settings.clearAfterLog && end > 0) {
-        store_.Clear();
+        store_.Clear(lock);
         seenClears_ = store_.ClearCount();
         next_ = 0;
       }

@@ -281,6 +281,14 @@ void PacketStore::KeepLastRecord() {
 
 void PacketStore::Clear() {
   std::lock_guard lock(mutex_);
+  ClearLocked();
+}
+
+void PacketStore::Clear(const std::unique_lock<std::mutex>& held) {
+  if (held.mutex() == &mutex_ && held.owns_lock()) ClearLocked();
+}
+
+void PacketStore::ClearLocked() {
   allocatedMemory_.store(0, std::memory_order_relaxed);
   KeepLastRecord();
   const std::int32_t end = std::min(itemCount_.load() + 1, capacity_ - 1);

@@ -61,6 +61,9 @@ class PacketStore final : public FrameSink {
   // Window thread. Frees every record except the one at the last index, which keeps its
   // record and time text (long-standing behaviour the lookup rule depends on); empties the rows.
   void Clear();
+  // The same for a caller that holds Lock() (`held`): one that must clear exactly what it has
+  // read, with no insert slipping in between (the logger's clear-after-log).
+  void Clear(const std::unique_lock<std::mutex>& held);
   // Removes one packet's row; its index stays given and lookups of it fail from now on. The
   // record's memory is returned at the next Clear. False when the index is not present.
   bool Delete(std::int32_t index);
@@ -106,6 +109,7 @@ class PacketStore final : public FrameSink {
   Slot* EnsureSlot(std::int32_t index);
   std::uint32_t FilterTextsId(std::shared_ptr<const FilterColumnTexts> texts);
   void KeepLastRecord();
+  void ClearLocked();
   void RemoveRows(std::span<const std::int32_t> sortedIndices);
   std::string_view TimeText(CaptureTime time);
 
