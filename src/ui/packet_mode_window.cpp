@@ -15,6 +15,8 @@
 #include <QHeaderView>
 #include <QIcon>
 #include <QLabel>
+#include <QLineEdit>
+#include <QPushButton>
 #include <QMenu>
 #include <QMenuBar>
 #include <QProgressBar>
@@ -42,6 +44,9 @@
 #include "packets/store.hpp"
 #include "ui/dialogs.hpp"
 #include "ui/filter_setup_window.hpp"
+#include "ui/find_controller.hpp"
+#include "ui/logging_window.hpp"
+#include "ui/tcp_commands.hpp"
 #include "ui/interface_chooser.hpp"
 #include "ui/mode_switch.hpp"
 #include "ui/packet_context_menu.hpp"
@@ -130,6 +135,12 @@ struct PacketModeWindow::Impl {
   QAction* hexAction = nullptr;
   QCheckBox* applyFilters = nullptr;
   QCheckBox* matchCase = nullptr;
+  QLineEdit* findText = nullptr;
+  QPushButton* findButton = nullptr;
+  QPushButton* cancelFindButton = nullptr;
+  QProgressBar* findProgress = nullptr;
+  FindController* finder = nullptr;
+  bool logFailureShown = false;
 
   QLabel* statusText = nullptr;
   QLabel* memoryText = nullptr;
@@ -160,6 +171,9 @@ struct PacketModeWindow::Impl {
   void BuildCentralArea();
   void BuildStatusBar();
   void BuildTray();
+  void BuildFind(QToolBar& bar);
+  void SelectStoreIndex(std::int32_t index);
+  void StartLogging();
   void ApplyFilterProfile();
   void RestoreGeometry();
   void RestoreColumns();
@@ -203,6 +217,7 @@ PacketModeWindow::PacketModeWindow(ProgramSettings& settings, bool startMinimize
   connect(&impl_->refreshTimer, &QTimer::timeout, this, &PacketModeWindow::refresh);
   refresh();
   impl_->ApplyFilterProfile();
+  impl_->StartLogging();
 }
 
 PacketModeWindow::~PacketModeWindow() {
@@ -266,6 +281,10 @@ void PacketModeWindow::Impl::BuildMenus() {
             &settings.minimizeToTrayOnClose);
   AddOption(options, Text::PacketMenuNewPacketSound, settings.packetMode.newPacketSound,
             &settings.packetMode.newPacketSound);
+  options.addSeparator();
+  QAction* logging = options.addAction(T(Text::PacketMenuLogging));
+  logging->setObjectName(QStringLiteral("loggingAction"));
+  QObject::connect(logging, &QAction::triggered, &window, &PacketModeWindow::openLoggingWindow);
 }
 
 void PacketModeWindow::Impl::BuildToolBar() {
@@ -304,6 +323,66 @@ void PacketModeWindow::Impl::BuildToolBar() {
   layout->addWidget(applyFilters);
   layout->addWidget(matchCase);
   filters.addWidget(boxes);
+  filters.addSeparator();
+  BuildFind(filters);
+}
+
+// The Find box and its buttons share the filter row: "Match case" governs both.
+void PacketModeWindow::Impl::BuildFind(QToolBar& bar) {
+  auto* box = new QWidget;
+  auto* layout = new QHBoxLayout(box);
+  layout->setContentsMargins(6, 0, 6, 0);
+  findText = new QLineEdit;
+  findText->setObjectName(QStringLiteral("findText"));
+  findText->setMinimumWidth(160);
+  findButton = new QPushButton(T(Text::FindNextButton));
+  findButton->setObjectName(QStringLiteral("findNext"));
+  cancelFindButton = new QPushButton(T(Text::FindCancelButton));
+  cancelFindButton->setEnabled(false);
+  findProgress = new QProgressBar;
+  findProgress->setObjectName(QStringLiteral("findProgress"));
+  findProgress->setMaximumWidth(kGaugeWidth);
+  findProgress->setTextVisible(false);
+  layout->addWidget(new QLabel(T(Text::FindThisText)));
+  layout->addWidget(findText, 1);
+  layout->addWidget(findButton);
+  layout->addWidget(cancelFindButton);
+  layout->addWidget(findProgress);
+  bar.addWidget(box);
+  FindController::Hooks hooks;
+  hooks.showList = [this](bool shown) { list->setVisible(shown); };
+  hooks.selectIndex = [this](std::int32_t index) { SelectStoreIndex(index); };
+  hooks.selectBytes = [this](std::int32_t offset, std::int32_t length) {
+    details->selectFrameBytes(offset, length);
+  };
+  hooks.matchCase = [this] { return settings.packetMode.matchCase; };
+  finder = new FindController(store, window, *findText, *findProgress, std::move(hooks));
+  QObject::connect(findButton, &QPushButton::clicked, finder, &FindController::findNext);
+  QObject::connect(findText, &QLineEdit::returnPressed, finder, &FindController::findNext);
+  QObject::connect(cancelFindButton, &QPushButton::clicked, finder, &FindController::cancel);
+  QObject::connect(finder, &FindController::stateChanged, &window,
+                   [this] { cancelFindButton->setEnabled(finder->searching()); });
+}
+
+void PacketModeWindow::Impl::SelectStoreIndex(std::int32_t index) {
+  model->syncWithStore();
+  const int row = model->rowOfStoreIndex(index);
+  if (row < 0) return;
+  followNewRows = false;
+  list->selectRow(row);
+  list->scrollTo(model->index(row, 0));
+  list->setFocus();
+}
+
+void PacketModeWindow::Impl::StartLogging() {
+  engine.StopLogging();
+  logFailureShown = false;
+  if (!settings.logging.enabled || LoggingProblem(settings.logging)) return;
+  LogConfig config;
+  config.settings = settings.logging;
+  config.dateTimeTemplate = settings.packetMode.dateTimeTemplate;
+  config.interfaceText = CaptureTarget::FromSettings(settings.interface).name;
+  engine.StartLogging(std::move(config));
 }
 
 void PacketModeWindow::Impl::BuildList() {
@@ -565,6 +644,20 @@ void PacketModeWindow::setMatchCase(bool matchCase) {
 
 bool PacketModeWindow::isCapturing() const { return impl_->engine.Capturing(); }
 
+void PacketModeWindow::openLoggingWindow() {
+  Impl& d = *impl_;
+  LoggingWindow dialog(d.settings.logging, this);
+  if (dialog.exec() != QDialog::Accepted) return;
+  d.settings.logging = dialog.settings();
+  SaveSettingsOrWarn(this, d.settings, DefaultSettingsFile());
+  d.StartLogging();
+}
+
+void PacketModeWindow::findNext(const QString& text) {
+  impl_->findText->setText(text);
+  impl_->finder->findNext();
+}
+
 void PacketModeWindow::waitForCapture() {
   impl_->session.Wait();
   refresh();
@@ -627,6 +720,13 @@ void PacketModeWindow::Impl::UpdateControls() {
 // Capture threads only queue their messages; they are shown here, one modal box at a time.
 // The timer keeps ticking inside a box's loop, so a second tick must not show the next one.
 void PacketModeWindow::Impl::ShowPendingMessages() {
+  if (!logFailureShown && !showingMessages && engine.LoggingStatus().writeFailed) {
+    logFailureShown = true;  // once per logging run: the disk will not heal by itself
+    showingMessages = true;
+    ShowNotice(&window, Text::LogInvalidCaption,
+               TF(Text::LogWriteFailed, engine.LoggingStatus().currentFile.c_str()), MessageIcon::Warning);
+    showingMessages = false;
+  }
   if (showingMessages || session.Messages().Empty()) return;
   showingMessages = true;
   for (const CaptureMessage& message : session.Messages().Drain()) {
@@ -654,9 +754,17 @@ void PacketModeWindow::Impl::ShowSelectedPacket() {
 void PacketModeWindow::Impl::ShowRowMenu(const QPoint& globalPos) {
   const std::int32_t index = SelectedStoreIndex();
   if (index < 0) return;
-  const PacketMenuChoice choice =
+  const PacketMenuResult chosen =
       ShowPacketContextMenu(&window, globalPos, store, static_cast<std::uint32_t>(index));
-  if (choice == PacketMenuChoice::DeletePacket) DeletePacket(index);
+  if (chosen.choice == PacketMenuChoice::DeletePacket) DeletePacket(index);
+  if (chosen.choice != PacketMenuChoice::Tcp) return;
+  TcpCommandHooks hooks;
+  hooks.selectIndex = [this](std::int32_t found) { SelectStoreIndex(found); };
+  hooks.rowsRemoved = [this] {
+    model->syncWithStore();
+    ShowSelectedPacket();
+  };
+  RunTcpCommand(&window, engine.Store(), index, chosen.tcp, hooks);
 }
 
 void PacketModeWindow::Impl::DeleteSelectedPacket() {
@@ -762,7 +870,9 @@ void PacketModeWindow::closeEvent(QCloseEvent* event) {
   d.SaveWindowState();
   d.details->saveState();
   SaveSettingsOrWarn(this, d.settings, DefaultSettingsFile());
+  d.finder->cancel();
   d.engine.Quit();
+  d.engine.StopLogging();  // after capture ended: the last packets are logged too
   if (d.pendingSwitch != kNoPendingSwitch) {
     Relaunch(static_cast<ProgramMode>(d.pendingSwitch));
     d.pendingSwitch = kNoPendingSwitch;
