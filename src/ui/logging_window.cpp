@@ -141,12 +141,13 @@ LoggingWindow::LoggingWindow(const LoggingSettings& settings, QWidget* parent)
   maxKilobytes_->setRange(1, kMaxKilobytesField);
   maxSpan_ = new DurationBox;
   singleFile_ = new QLineEdit;
-  methodGrid->addWidget(Wrapped(Text::LogMaxFileSize), 5, 0);
+  methodGrid->addWidget(new QLabel(T(Text::LogMaxFileSize)), 5, 0);
   methodGrid->addWidget(maxKilobytes_, 5, 1);
-  methodGrid->addWidget(Wrapped(Text::LogMaxSpan), 6, 0);
+  methodGrid->addWidget(new QLabel(T(Text::LogMaxSpan)), 6, 0);
   methodGrid->addWidget(maxSpan_, 6, 1);
-  methodGrid->addWidget(Wrapped(Text::LogSingleFilePath), 7, 0);
+  methodGrid->addWidget(new QLabel(T(Text::LogSingleFilePath)), 7, 0);
   methodGrid->addWidget(singleFile_, 7, 1);
+  methodGrid->setColumnStretch(1, 1);
   page->addWidget(methodBox);
 
   auto* ageGrid = new QGridLayout;

@@ -66,6 +66,7 @@ constexpr int kRefreshIntervalMs = 10;
 constexpr int kGaugeMaximum = 1'000'000;
 constexpr int kFileProgressMaximum = 1000;
 constexpr int kGaugeWidth = 160;
+constexpr int kFindBoxWidth = 320;
 constexpr QSize kPreferredSize{1280, 800};
 // Share of the height the list gets over the detail pane when nothing was saved.
 constexpr int kListStretch = 3;
@@ -323,18 +324,22 @@ void PacketModeWindow::Impl::BuildToolBar() {
   layout->addWidget(applyFilters);
   layout->addWidget(matchCase);
   filters.addWidget(boxes);
-  filters.addSeparator();
-  BuildFind(filters);
+  // Find gets a row of its own too: German labels leave no room for it beside the filters.
+  window.addToolBarBreak();
+  QToolBar& find = *window.addToolBar(QString());
+  find.setObjectName(QStringLiteral("find"));
+  find.setMovable(false);
+  BuildFind(find);
 }
 
-// The Find box and its buttons share the filter row: "Match case" governs both.
+// The Find box and its buttons; "Match case" in the row above governs Find as well.
 void PacketModeWindow::Impl::BuildFind(QToolBar& bar) {
   auto* box = new QWidget;
   auto* layout = new QHBoxLayout(box);
   layout->setContentsMargins(6, 0, 6, 0);
   findText = new QLineEdit;
   findText->setObjectName(QStringLiteral("findText"));
-  findText->setMinimumWidth(160);
+  findText->setMinimumWidth(kFindBoxWidth);
   findButton = new QPushButton(T(Text::FindNextButton));
   findButton->setObjectName(QStringLiteral("findNext"));
   cancelFindButton = new QPushButton(T(Text::FindCancelButton));
