@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <utility>
 
 #include "packetmode/log_index.hpp"
 #include "packets/format.hpp"
@@ -107,6 +108,9 @@ void PacketLogger::Configure(LogConfig config) {
   std::lock_guard pass(passMutex_);
   EndFile();
   config_ = std::move(config);
+  clearWanted_.store(false);
+  carriedBytes_ = 0;
+  carriedCount_ = 0;
   form_ = config_.makeForm ? config_.makeForm(config_.settings) : MakeDefaultForm(config_.settings);
   auto lock = store_.Lock();
   next_ = store_.ItemCount();
@@ -178,8 +182,8 @@ void PacketLogger::Pass(CaptureTime now) {
   const std::uint64_t maxBytes =
       static_cast<std::uint64_t>(std::max<std::int64_t>(config_.settings.maxFileKilobytes, 1)) * 1024;
   for (;;) {
-    std::size_t batch = 0;
-    std::int64_t count = 0;
+    std::size_t batch = std::exchange(carriedBytes_, 0);
+    std::int64_t count = std::exchange(carriedCount_, 0);
     bool cut = false;
     bool more = false;
     {
@@ -203,9 +207,13 @@ void PacketLogger::Pass(CaptureTime now) {
       }
       more = next_ < end;
       if (!more && config_.settings.clearAfterLog && end > 0) {
-        store_.Clear(lock);
-        seenClears_ = store_.ClearCount();
-        next_ = 0;
+        if (config_.clearOnOwnerThread) {
+          clearWanted_.store(true);
+        } else {
+          store_.Clear(lock);
+          seenClears_ = store_.ClearCount();
+          next_ = 0;
+        }
       }
       nextShown_.store(next_);
     }
@@ -221,6 +229,28 @@ void PacketLogger::Pass(CaptureTime now) {
     if (cut) EndFile();
     if (!more) break;
   }
+}
+
+void PacketLogger::ClearOnOwnerThread() {
+  if (!clearWanted_.load()) return;
+  std::unique_lock pass(passMutex_, std::try_to_lock);
+  if (!pass.owns_lock() || !form_) return;
+  auto lock = store_.Lock();
+  if (store_.ClearCount() != seenClears_) {
+    seenClears_ = store_.ClearCount();
+    next_ = 0;
+  }
+  for (const std::int32_t end = store_.ItemCount(); next_ < end;) {
+    const PacketRef packet = store_.Get(next_++);
+    if (!packet.frame) continue;
+    carriedBytes_ += form_->Add(packet);
+    ++carriedCount_;
+  }
+  store_.Clear(lock);
+  seenClears_ = store_.ClearCount();
+  next_ = 0;
+  nextShown_.store(0);
+  clearWanted_.store(false);
 }
 
 bool PacketLogger::EnsureFile(CaptureTime now) {

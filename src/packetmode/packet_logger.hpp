@@ -47,6 +47,10 @@ struct LogConfig {
   std::string dateTimeTemplate = "%Y.%MY.%D - %H24:%MN:%S.%MS";  // for "%DAT"
   std::string interfaceText;                                     // for "%LI"
   LogFormFactory makeForm;  // null: text forms
+  // Clear-after-log with readers that hold packets without the store lock (a window): the
+  // logger only asks for the clear, and the readers' thread performs it with
+  // ClearOnOwnerThread. Headless runs leave it off and the logging thread clears.
+  bool clearOnOwnerThread = false;
 };
 
 struct LogStatus {
@@ -75,6 +79,10 @@ class PacketLogger {
   void Pass(CaptureTime now);
   // One age check on the caller's thread.
   void Prune(CaptureTime now);
+  // With clearOnOwnerThread: when a pass asked for it, takes what is still unlogged into the
+  // form (no file I/O) and empties the store, all under the store lock, so nothing is lost.
+  // Returns at once, doing nothing, while a pass runs; the next call does it.
+  void ClearOnOwnerThread();
 
   LogStatus Status() const;
 
@@ -97,6 +105,10 @@ class PacketLogger {
   std::string lastName_;   // the last file name made from the template, and its number
   int lastNumber_ = 0;
   std::uint64_t seenClears_ = 0;
+  // Taken into the form by ClearOnOwnerThread; written by the next pass.
+  std::size_t carriedBytes_ = 0;
+  std::int64_t carriedCount_ = 0;
+  std::atomic<bool> clearWanted_{false};
   std::atomic<bool> running_{false};
   std::atomic<std::int64_t> packetsLogged_{0};
   std::atomic<std::int64_t> filesBegun_{0};

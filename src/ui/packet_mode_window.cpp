@@ -387,6 +387,8 @@ void PacketModeWindow::Impl::StartLogging() {
   config.settings = settings.logging;
   config.dateTimeTemplate = settings.packetMode.dateTimeTemplate;
   config.interfaceText = CaptureTarget::FromSettings(settings.interface).name;
+  // The list and the pane read packets without the store lock: the store is cleared here.
+  config.clearOnOwnerThread = true;
   engine.StartLogging(std::move(config));
 }
 
@@ -679,6 +681,7 @@ void PacketModeWindow::refresh() {
   // store, so the catch-up below is the last one needed.
   const bool capturing = isCapturing();
   d.session.newData.store(false);
+  d.engine.Logger().ClearOnOwnerThread();
   const int appended = d.model->syncWithStore();
   if (appended > 0 && d.followNewRows) d.list->scrollToBottom();
   if (appended > 0 && d.settings.packetMode.newPacketSound) QApplication::beep();

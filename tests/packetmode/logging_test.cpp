@@ -156,38 +156,45 @@ TEST(PacketLogger, NameTemplateTokensAndProblems) {
   EXPECT_EQ(LoggingProblem(s), Text::LogNeedNameTemplate);
 }
 
-// The receive thread inserts while the logging pass runs and clears the store behind it; a
-// reader polls the status. Nothing may be lost or logged twice.
+// The receive thread inserts while the logging pass runs and the store is cleared behind it,
+// by the logging thread or by a reader's thread; a reader polls the status. Nothing may be
+// lost or logged twice.
 TEST(PacketLoggerRace, PassesAndClearsRaceInsertsWithoutLosingAPacket) {
-  test::TempDir dir;
-  PacketStore store;
-  PacketLogger logger(store);
-  LogConfig config = SizeConfig(dir.path(), 64);
-  config.settings.clearAfterLog = true;
-  config.settings.form = 0;  // heading only: one summary line per packet
-  ASSERT_TRUE(logger.Start(config));
-  constexpr int kPackets = 20'000;
-  std::atomic<bool> done{false};
-  std::thread receive([&] {
-    for (int i = 0; i < kPackets; ++i) {
-      store.Insert(test::Record(Packet(i, i % 50), InterfaceKind::RawSockets));
+  for (const bool ownerClears : {false, true}) {
+    test::TempDir dir;
+    PacketStore store;
+    PacketLogger logger(store);
+    LogConfig config = SizeConfig(dir.path(), 64);
+    config.settings.clearAfterLog = true;
+    config.settings.form = 0;  // heading only: one summary line per packet
+    config.clearOnOwnerThread = ownerClears;
+    ASSERT_TRUE(logger.Start(config));
+    constexpr int kPackets = 20'000;
+    std::atomic<bool> done{false};
+    std::thread receive([&] {
+      for (int i = 0; i < kPackets; ++i) {
+        store.Insert(test::Record(Packet(i, i % 50), InterfaceKind::RawSockets));
+      }
+      done.store(true);
+    });
+    std::thread passes([&] {
+      while (!done.load()) logger.Pass(CaptureNow());
+    });
+    while (!done.load()) {
+      (void)logger.Status();
+      logger.ClearOnOwnerThread();
     }
-    done.store(true);
-  });
-  std::thread passes([&] {
-    while (!done.load()) logger.Pass(CaptureNow());
-  });
-  while (!done.load()) (void)logger.Status();
-  receive.join();
-  passes.join();
-  logger.Stop();
-  EXPECT_EQ(logger.Status().packetsLogged, kPackets);
-  std::size_t lines = 0;
-  for (const std::string& file : IndexedFiles(dir.path())) {
-    const std::string text = ReadAll(file);
-    for (std::size_t at = 0; (at = text.find("\r\n", at)) != std::string::npos; at += 2) ++lines;
+    receive.join();
+    passes.join();
+    logger.Stop();
+    EXPECT_EQ(logger.Status().packetsLogged, kPackets) << ownerClears;
+    std::size_t lines = 0;
+    for (const std::string& file : IndexedFiles(dir.path())) {
+      const std::string text = ReadAll(file);
+      for (std::size_t at = 0; (at = text.find("\r\n", at)) != std::string::npos; at += 2) ++lines;
+    }
+    EXPECT_EQ(lines, static_cast<std::size_t>(kPackets)) << ownerClears;
   }
-  EXPECT_EQ(lines, static_cast<std::size_t>(kPackets));
 }
 
 }  // namespace
