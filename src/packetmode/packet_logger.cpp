@@ -258,7 +258,9 @@ bool PacketLogger::EnsureFile(CaptureTime now) {
   const LoggingSettings& s = config_.settings;
   if (static_cast<LogMethod>(s.method) != LogMethod::SingleFile) return BeginNewFile(now);
   std::error_code ignored;
-  const bool existed = std::filesystem::exists(s.singleFilePath, ignored);
+  const std::filesystem::path single(s.singleFilePath);
+  if (single.has_parent_path()) std::filesystem::create_directories(single.parent_path(), ignored);
+  const bool existed = std::filesystem::exists(single, ignored);
   if (form_->Open(s.singleFilePath, false) != LogOpen::Opened) return false;
   fileOpen_ = true;
   fileBegun_ = now;
