@@ -86,6 +86,29 @@ class PacketModeWindowTest : public QObject {
     QCOMPARE(MustContainAt(window, 0), QString());
     QVERIFY(log.asked.empty());
   }
+
+  // Find stops at each listed match with the event loop running, and at the end asks whether
+  // to search again: Yes starts over from the first packet, No ends the search.
+  void findStopsAtEachMatchWithoutBlockingAndAsksToSearchAgain() {
+    MessageLog log;
+    log.answers = {MessageAnswer::Yes, MessageAnswer::No};
+    ProgramSettings settings;
+    PacketModeWindow window(settings, false, false);
+    Load(window, {HttpFrame("GET /a"), HttpFrame("POST /b"), HttpFrame("xget")});
+    const auto selectedRow = [&window] {
+      const QModelIndexList rows = window.packetList().selectionModel()->selectedRows();
+      return rows.isEmpty() ? -1 : rows.front().row();
+    };
+    for (const int expected : {0, 2, 0, 2}) {
+      window.findNext(QStringLiteral("get"));
+      QTRY_COMPARE(selectedRow(), expected);
+      QVERIFY(window.packetList().isVisible() || !window.isVisible());
+    }
+    window.findNext(QStringLiteral("get"));
+    QTRY_COMPARE(log.asked.size(), std::size_t{2});
+    QCOMPARE(log.asked[1].caption, QStringLiteral("Search again?"));
+    QCOMPARE(selectedRow(), 2);
+  }
 };
 
 QTEST_MAIN(PacketModeWindowTest)
