@@ -45,6 +45,8 @@ ProgramSettings NonDefaultSettings() {
   p.filterWindow = {true, 9, 10, 11, 12, false, false};
   p.lastFolder = "/home/user/captures";
   s.codec = {{true, 3, 4, 500, 300, false, false}, 2, 3, true, false, true, false, "DejaVu Sans Mono"};
+  s.logging = {true, 7, true, 2, 3, true, "%LI-%PID.log", "/var/log/v", 3, 99, 400000,
+               "/var/log/all.txt", true, 86401, 61, {true, 1, 1, 640, 480, false, false}};
   return s;
 }
 
