@@ -7,10 +7,12 @@
 #include <charconv>
 #include <chrono>
 #include <cstdint>
+#include <filesystem>
 #include <ostream>
 #include <string>
 
 #include "app/cli.hpp"
+#include "app/cli_packets_log.hpp"
 #include "app/headless.hpp"
 #include "capture/session.hpp"
 #include "packetmode/dump_file.hpp"
@@ -40,6 +42,7 @@ struct PacketsOptions {
   std::string save;                    // dump file out
   bool append = false;
   std::string write;                   // capture file out
+  LogFindOptions logFind;
 };
 
 int Usage(std::ostream& err, const std::string& problem) {
@@ -50,6 +53,10 @@ int Usage(std::ostream& err, const std::string& problem) {
       << "                           [--render none|text|dec|hex|hex+text [--level LEVEL] [--wide]]\n"
       << "                           [--save FILE --form FORM [--level LEVEL] [--append]]\n"
       << "                           [--write FILE.pcapng|FILE.pcap]\n"
+      << "                           [--log-folder DIR --log-method single|size|time|size+time\n"
+      << "                            [--log-max-kb N] [--log-span-s N] [--log-interval-s N]\n"
+      << "                            [--log-form heading|text|dec|hex|hex+text] [--log-prune-age-s N]]\n"
+      << "                           [--find TEXT [--match-case]]\n"
       << "       FORM: text, dec, hex or hex+text\n";
   return kExitUsage;
 }
@@ -70,6 +77,10 @@ int ParseOptions(std::span<const std::string> args, PacketsOptions& options, std
       options.target = std::move(target);
       return kExitOk;
     };
+    if (const auto taken = ParseLogFindOption(args, i, options.logFind, err)) {
+      if (*taken != kExitOk) return *taken;
+      continue;
+    }
     int status = kExitOk;
     if (!hasValue && (option == "--read" || option == "--live" || option == "--adapter" ||
                       option == "--count" || option == "--filter-profile" ||
@@ -135,8 +146,11 @@ int ParseOptions(std::span<const std::string> args, PacketsOptions& options, std
     return Usage(err, "--form applies to --load-dump and --save only");
   }
   if (options.append && options.save.empty()) return Usage(err, "--append needs --save");
-  if (options.matchCase && options.filterProfile.empty()) {
-    return Usage(err, "--match-case needs --filter-profile");
+  if (options.matchCase && options.filterProfile.empty() && !options.logFind.find) {
+    return Usage(err, "--match-case needs --filter-profile or --find");
+  }
+  if (const int status = CheckLogFindOptions(options.logFind, err); status != kExitOk) {
+    return status;
   }
   return kExitOk;
 }
@@ -144,8 +158,9 @@ int ParseOptions(std::span<const std::string> args, PacketsOptions& options, std
 // Prints the rows stored since the last call: the eleven list columns, TAB-separated.
 class RowPrinter {
  public:
-  RowPrinter(const PacketStore& store, std::ostream& out, std::optional<RenderOptions> render)
-      : store_(store), out_(out) {
+  RowPrinter(const PacketStore& store, std::ostream& out, std::optional<RenderOptions> render,
+             std::string findNeedle, bool matchCase)
+      : store_(store), out_(out), findNeedle_(std::move(findNeedle)), matchCase_(matchCase) {
     if (render) renderer_.emplace(*render);
   }
   ~RowPrinter() { Flush(); }
@@ -156,7 +171,10 @@ class RowPrinter {
     const bool any = printed_ < rows;
     for (; printed_ < rows; ++printed_) {
       const std::int32_t index = store_.IndexAtRow(printed_);
-      AppendRow(store_.Get(index), store_.FilterTexts(index));
+      const PacketRef packet = store_.Get(index);
+      if (!PassesFind(findNeedle_, packet, matchCase_)) continue;
+      ++listed_;
+      AppendRow(packet, store_.FilterTexts(index));
       if (line_.size() >= kFlushBytes) Flush();
     }
     return any;
@@ -168,7 +186,7 @@ class RowPrinter {
     line_.clear();
   }
 
-  std::size_t Printed() const { return printed_; }
+  std::size_t Printed() const { return listed_; }
 
  private:
   void AppendRow(const PacketRef& packet, const FilterColumnTexts* filterTexts) {
@@ -186,7 +204,10 @@ class RowPrinter {
 
   const PacketStore& store_;
   std::ostream& out_;
-  std::size_t printed_ = 0;
+  std::size_t printed_ = 0;  // rows looked at
+  std::size_t listed_ = 0;   // rows printed (those Find kept)
+  std::string findNeedle_;
+  bool matchCase_ = false;
   std::string line_;
   ListRowBuffers buffers_{};
   std::optional<PacketRenderer> renderer_;
@@ -287,9 +308,32 @@ int RunPackets(std::span<const std::string> args, std::ostream& out, std::ostrea
   engine.SetStopAfter(options.count);
   std::optional<RenderOptions> render;
   if (options.render) render = RenderOptions{*options.render, options.gap, options.level};
-  RowPrinter printer(engine.Store(), out, render);
+  RowPrinter printer(engine.Store(), out, render, FindNeedle(options.logFind, options.matchCase),
+                     options.matchCase);
+  if (options.logFind.logging) {
+    LogConfig config;
+    config.settings = *options.logFind.logging;
+    // "%LI" names the interface; a file stands in for one by its own name.
+    const bool fromFile = !options.loadDump.empty() || options.target->type == CaptureTarget::Type::File;
+    const std::string& source = options.loadDump.empty() ? options.target->name : options.loadDump;
+    config.interfaceText = fromFile ? std::filesystem::path(source).filename().string() : source;
+    if (!engine.StartLogging(std::move(config))) {
+      err << "vormelt-cli: the logging form cannot be made\n";
+      return kExitFailed;
+    }
+  }
   int status = options.loadDump.empty() ? RunCapture(engine, *options.target, printer, err)
                                         : LoadDump(engine, options, printer, err);
+  if (options.logFind.logging) {
+    engine.StopLogging();
+    const LogStatus logged = engine.LoggingStatus();
+    err << logged.packetsLogged << " packets logged in " << logged.filesBegun << " files\n";
+    if (logged.writeFailed) {
+      err << "vormelt-cli: " << FormatText(Text::LogWriteFailed, UiLanguage::English,
+                                           logged.currentFile.c_str()) << "\n";
+      status = kExitFailed;
+    }
+  }
   if (status == kExitOk || !options.loadDump.empty()) {
     status = std::max(status, WriteOutputs(engine.Store(), options, err));
   }

@@ -142,6 +142,29 @@ struct FileModeSettings {
   friend bool operator==(const FileModeSettings&, const FileModeSettings&) = default;
 };
 
+// Automatic logging of the Packet Mode store. Durations are seconds; `form` is 0 heading only,
+// 1 Text, 2 Dec, 3 Hex, 4 Hex + Text (5 is kept for a capture-file form).
+struct LoggingSettings {
+  bool enabled = false;
+  std::int32_t intervalSeconds = 10;
+  bool clearAfterLog = false;
+  std::int32_t form = 4;
+  std::int32_t dataLevel = 0;  // DataLevel of the logged bytes
+  bool wideIpGap = false;
+  std::string nameTemplate = "%DAT.txt";
+  std::string folder;
+  std::int32_t method = 1;  // 0 single file, 1 by size, 2 by time span, 3 by size and/or span
+  std::int64_t maxFileKilobytes = 1024;
+  std::int64_t maxSpanSeconds = 3600;
+  std::string singleFilePath;
+  bool deleteOld = false;
+  std::int64_t maxAgeSeconds = 7 * 86400;
+  std::int64_t ageCheckSeconds = 3600;
+  WindowState window;
+
+  friend bool operator==(const LoggingSettings&, const LoggingSettings&) = default;
+};
+
 struct ProgramSettings {
   // Read at start-up.
   bool showModeChoiceAtStartup = true;  // "Show mode choice at startup."
@@ -158,6 +181,7 @@ struct ProgramSettings {
   StatisticsSettings statistics;
   GraphicalSettings graphical;
   FileModeSettings fileMode;
+  LoggingSettings logging;
 
   friend bool operator==(const ProgramSettings&, const ProgramSettings&) = default;
 };

@@ -33,6 +33,12 @@ constexpr int kMaxPixelSpeed = 10;
 constexpr int kMaxExtraDelayMs = 1000;
 constexpr int kMaxCircularity = 20;
 constexpr int kMaxReplaySpeed = 100;
+constexpr int kMaxLogForm = 5;
+constexpr int kMaxLogMethod = 3;
+// Durations up to about 68 years and files up to a terabyte: beyond anything useful, and far
+// from the 64-bit overflow that a duration in seconds times a thousand would reach.
+constexpr long long kMaxLogSeconds = 0x7FFFFFFF;
+constexpr long long kMaxLogKilobytes = 1LL << 30;
 
 // ---- writing -------------------------------------------------------------------------------
 
@@ -138,6 +144,25 @@ Json FileModeToJson(const FileModeSettings& s) {
               {"lastCaptureFolder", s.lastCaptureFolder}};
 }
 
+Json LoggingToJson(const LoggingSettings& s) {
+  return Json{{"enabled", s.enabled},
+              {"intervalSeconds", s.intervalSeconds},
+              {"clearAfterLog", s.clearAfterLog},
+              {"form", s.form},
+              {"dataLevel", s.dataLevel},
+              {"wideIpGap", s.wideIpGap},
+              {"nameTemplate", s.nameTemplate},
+              {"folder", s.folder},
+              {"method", s.method},
+              {"maxFileKilobytes", s.maxFileKilobytes},
+              {"maxSpanSeconds", s.maxSpanSeconds},
+              {"singleFilePath", s.singleFilePath},
+              {"deleteOld", s.deleteOld},
+              {"maxAgeSeconds", s.maxAgeSeconds},
+              {"ageCheckSeconds", s.ageCheckSeconds},
+              {"window", WindowToJson(s.window)}};
+}
+
 // ---- reading -------------------------------------------------------------------------------
 
 // One JSON object read leniently: every accessor leaves its field alone unless the key exists
@@ -168,6 +193,12 @@ class Reader {
 
   void UInt64(const char* key, std::uint64_t& out) const {
     if (const Json* v = Find(key); v && v->is_number_unsigned()) out = v->get<std::uint64_t>();
+  }
+
+  void Int64(const char* key, std::int64_t& out, long long min, long long max) const {
+    const Json* v = Find(key);
+    if (!v) return;
+    if (auto n = AsInteger(*v); n && *n >= min && *n <= max) out = *n;
   }
 
   void String(const char* key, std::string& out) const {
@@ -328,6 +359,25 @@ void ReadFileMode(const Reader& r, FileModeSettings& s) {
   r.String("lastCaptureFolder", s.lastCaptureFolder);
 }
 
+void ReadLogging(const Reader& r, LoggingSettings& s) {
+  r.Bool("enabled", s.enabled);
+  r.Int("intervalSeconds", s.intervalSeconds, 1, kMaxLogSeconds);
+  r.Bool("clearAfterLog", s.clearAfterLog);
+  r.Int("form", s.form, 0, kMaxLogForm);
+  r.Int("dataLevel", s.dataLevel, 0, kMaxDataLevel);
+  r.Bool("wideIpGap", s.wideIpGap);
+  r.String("nameTemplate", s.nameTemplate);
+  r.String("folder", s.folder);
+  r.Int("method", s.method, 0, kMaxLogMethod);
+  r.Int64("maxFileKilobytes", s.maxFileKilobytes, 1, kMaxLogKilobytes);
+  r.Int64("maxSpanSeconds", s.maxSpanSeconds, 1, kMaxLogSeconds);
+  r.String("singleFilePath", s.singleFilePath);
+  r.Bool("deleteOld", s.deleteOld);
+  r.Int64("maxAgeSeconds", s.maxAgeSeconds, 0, kMaxLogSeconds);
+  r.Int64("ageCheckSeconds", s.ageCheckSeconds, 1, kMaxLogSeconds);
+  r.Window("window", s.window);
+}
+
 ProgramSettings SettingsFromObject(const Json& root) {
   ProgramSettings settings;
   const Reader r(&root);
@@ -338,6 +388,7 @@ ProgramSettings SettingsFromObject(const Json& root) {
   ReadStatistics(r.Group("statistics"), settings.statistics);
   ReadGraphical(r.Group("graphical"), settings.graphical);
   ReadFileMode(r.Group("fileMode"), settings.fileMode);
+  ReadLogging(r.Group("logging"), settings.logging);
   return settings;
 }
 
@@ -353,7 +404,8 @@ std::string SettingsToJson(const ProgramSettings& s) {
                   {"codec", CodecToJson(s.codec)},
                   {"statistics", StatisticsToJson(s.statistics)},
                   {"graphical", GraphicalToJson(s.graphical)},
-                  {"fileMode", FileModeToJson(s.fileMode)}};
+                  {"fileMode", FileModeToJson(s.fileMode)},
+                  {"logging", LoggingToJson(s.logging)}};
   // Strings may hold bytes that are not UTF-8 (folder names); replace them instead of throwing.
   return root.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
 }

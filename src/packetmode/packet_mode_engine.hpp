@@ -14,6 +14,7 @@
 #include "common/texts.hpp"
 #include "packetmode/dump_file.hpp"
 #include "packetmode/filter_settings.hpp"
+#include "packetmode/packet_logger.hpp"
 #include "packets/store.hpp"
 
 namespace vormelt {
@@ -58,6 +59,14 @@ class PacketModeEngine final : private FrameSink {
   // packets do; without, every readable packet is kept. Nullopt while a capture runs.
   std::optional<DumpLoadResult> LoadDump(const std::string& path, const DumpLoadOptions& options,
                                          bool throughFilters);
+
+  // Automatic logging of what the store takes, on the logger's own thread. StartLogging
+  // replaces a running logger's settings; false when the settings name no form it can make.
+  // StopLogging writes what is still unlogged, then ends the thread.
+  bool StartLogging(LogConfig config) { return logger_.Start(std::move(config)); }
+  void StopLogging() { logger_.Stop(); }
+  PacketLogger& Logger() { return logger_; }
+  LogStatus LoggingStatus() const { return logger_.Status(); }
   // For closing: ends the capture and waits for its thread.
   void Quit();
 
@@ -92,6 +101,8 @@ class PacketModeEngine final : private FrameSink {
   std::atomic<long> stopAfter_{0};
   std::atomic<long> storedSinceStart_{0};
   std::atomic<bool> readingFile_{false};
+  // After the store it reads, before the session: ends after capture, before the store goes.
+  PacketLogger logger_{store_};
   // Last member: its thread is ended (in ~PacketModeEngine) before the rest goes.
   CaptureSession session_;
 };

@@ -378,6 +378,14 @@ void PacketStore::KeepLastRecord() {
 
 void PacketStore::Clear() {
   std::lock_guard lock(mutex_);
+  ClearLocked();
+}
+
+void PacketStore::Clear(const std::unique_lock<std::mutex>& held) {
+  if (held.mutex() == &mutex_ && held.owns_lock()) ClearLocked();
+}
+
+void PacketStore::ClearLocked() {
   allocatedMemory_.store(0, std::memory_order_relaxed);
   KeepLastRecord();
   deletedBlocks_.clear();
@@ -390,6 +398,7 @@ void PacketStore::Clear() {
   lastIndexFilled_ = false;
   arena_->Reset();
   lastClearTime_.store(MillisecondsSinceStart(), std::memory_order_relaxed);
+  clearCount_.fetch_add(1, std::memory_order_release);
   generation_.fetch_add(1, std::memory_order_release);
 }
 
@@ -474,6 +483,9 @@ std::optional<std::size_t> PacketStore::RowOfIndex(std::int32_t index) const {
 
 std::uint64_t PacketStore::Generation() const {
   return generation_.load(std::memory_order_acquire);
+}
+std::uint64_t PacketStore::ClearCount() const {
+  return clearCount_.load(std::memory_order_acquire);
 }
 std::int32_t PacketStore::ItemCount() const { return itemCount_.load(std::memory_order_acquire); }
 std::uint64_t PacketStore::AllocatedMemory() const {

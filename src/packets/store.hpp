@@ -62,6 +62,9 @@ class PacketStore final : public FrameSink {
   // Window thread. Frees every record except the one at the last index, which keeps its
   // record and time text (long-standing behaviour the lookup rule depends on); empties the rows.
   void Clear();
+  // The same for a caller that holds Lock() (`held`): one that must clear exactly what it has
+  // read, with no insert slipping in between (the logger's clear-after-log).
+  void Clear(const std::unique_lock<std::mutex>& held);
   // Removes one packet's row; its index stays given and lookups of it fail from now on. The
   // record's memory is returned at the next Clear. False when the index is not present.
   bool Delete(std::int32_t index);
@@ -86,6 +89,8 @@ class PacketStore final : public FrameSink {
   std::optional<std::size_t> RowOfIndex(std::int32_t index) const;  // nullopt when not listed
   // Changes on Clear and Delete (anything but an append).
   std::uint64_t Generation() const;
+  // Changes on Clear only: a reader that walks indices (the logger) starts again from 0.
+  std::uint64_t ClearCount() const;
 
   // Packets inserted since the last clear; the next index to give.
   std::int32_t ItemCount() const;
@@ -108,6 +113,7 @@ class PacketStore final : public FrameSink {
   Slot* EnsureSlot(std::int32_t index);
   std::uint32_t FilterTextsId(std::shared_ptr<const FilterColumnTexts> texts);
   void KeepLastRecord();
+  void ClearLocked();
   void RemoveRows(std::span<const std::int32_t> sortedIndices);
   std::string_view TimeText(CaptureTime time);
 
@@ -124,6 +130,7 @@ class PacketStore final : public FrameSink {
   std::atomic<std::uint64_t> allocatedMemory_{0};
   std::atomic<std::int64_t> lastClearTime_{0};
   std::atomic<std::uint64_t> generation_{0};
+  std::atomic<std::uint64_t> clearCount_{0};
   std::atomic<PacketFilterSeam*> filter_{nullptr};
   std::string dateTimeTemplate_;
   // The last time text made, and the millisecond it was made for.

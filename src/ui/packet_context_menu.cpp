@@ -5,6 +5,8 @@
 #include <QAction>
 #include <QMenu>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "packets/list_row.hpp"
 #include "packets/store.hpp"
@@ -29,7 +31,7 @@ PacketMenuState MenuStateFor(const PacketStore& store, std::uint32_t storeIndex)
   return RowActionsFor(store.Get(static_cast<std::int32_t>(storeIndex)));
 }
 
-PacketMenuChoice ShowPacketContextMenu(QWidget* parent, const QPoint& globalPos,
+PacketMenuResult ShowPacketContextMenu(QWidget* parent, const QPoint& globalPos,
                                        const PacketStore& store, std::uint32_t storeIndex) {
   const PacketMenuState state = MenuStateFor(store, storeIndex);
   QMenu menu(parent);
@@ -37,20 +39,35 @@ PacketMenuChoice ShowPacketContextMenu(QWidget* parent, const QPoint& globalPos,
   QAction* resolveSource = menu.addAction(T(Text::MenuReverseResolveSource));
   QAction* resolveDestination = menu.addAction(T(Text::MenuReverseResolveDestination));
   QMenu* tcpOptions = menu.addMenu(T(Text::MenuTcpSpecificOptions));
+  tcpOptions->setObjectName(QStringLiteral("tcpOptionsMenu"));
+  constexpr std::pair<Text, TcpCommand> kTcpItems[] = {
+      {Text::TcpMenuNext, TcpCommand::Next},
+      {Text::TcpMenuPrevious, TcpCommand::Previous},
+      {Text::TcpMenuFirst, TcpCommand::First},
+      {Text::TcpMenuLast, TcpCommand::Last},
+      {Text::TcpMenuDeleteSame, TcpCommand::DeleteSame},
+      {Text::TcpMenuDeleteDifferent, TcpCommand::DeleteDifferent},
+  };
+  std::vector<std::pair<QAction*, TcpCommand>> tcpActions;
+  for (const auto& [text, command] : kTcpItems) {
+    if (command == TcpCommand::DeleteSame) tcpOptions->addSeparator();
+    tcpActions.emplace_back(tcpOptions->addAction(T(text)), command);
+  }
   QAction* deletePacket = menu.addAction(T(Text::MenuDeletePacket));
   resolveSource->setEnabled(state.reverseResolve);
   resolveDestination->setEnabled(state.reverseResolve);
-  // The acknowledgement navigation commands are not in this submenu yet; an empty submenu that
-  // opens to nothing would only puzzle, so it stays greyed until it has something to offer.
-  tcpOptions->setEnabled(state.tcpOptions && !tcpOptions->isEmpty());
+  tcpOptions->setEnabled(state.tcpOptions);
 
   const QAction* chosen = menu.exec(globalPos);
-  if (chosen == deletePacket) return PacketMenuChoice::DeletePacket;
+  if (chosen == deletePacket) return {PacketMenuChoice::DeletePacket};
+  for (const auto& [action, command] : tcpActions) {
+    if (chosen == action) return {PacketMenuChoice::Tcp, command};
+  }
   if (chosen == resolveSource || chosen == resolveDestination) {
     // The address is read now: the row may be deleted or the list cleared while the look-up runs.
     ReverseResolveAndShow(parent, AddressOf(store, storeIndex, chosen == resolveSource));
   }
-  return PacketMenuChoice::None;
+  return {};
 }
 
 }  // namespace vormelt::ui

@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "packets/row_actions.hpp"
+#include "ui/tcp_commands.hpp"
 
 class QWidget;
 
@@ -19,11 +20,16 @@ namespace vormelt::ui {
 using PacketMenuState = RowActions;
 PacketMenuState MenuStateFor(const PacketStore& store, std::uint32_t storeIndex);
 
-enum class PacketMenuChoice { None, DeletePacket };
+enum class PacketMenuChoice { None, DeletePacket, Tcp };
+
+struct PacketMenuResult {
+  PacketMenuChoice choice = PacketMenuChoice::None;
+  TcpCommand tcp = TcpCommand::Next;  // when choice is Tcp
+};
 
 // Shows the menu at `globalPos` for the record; handles the resolve items itself (results in a
 // message box when the look-up ends) and returns what the caller must do.
-PacketMenuChoice ShowPacketContextMenu(QWidget* parent, const QPoint& globalPos,
+PacketMenuResult ShowPacketContextMenu(QWidget* parent, const QPoint& globalPos,
                                        const PacketStore& store, std::uint32_t storeIndex);
 
 }  // namespace vormelt::ui

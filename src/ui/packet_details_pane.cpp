@@ -34,6 +34,7 @@
 #include "packets/store.hpp"
 #include "ui/dialogs.hpp"
 #include "ui/hex_viewer_window.hpp"
+#include "packetmode/packet_find.hpp"
 #include "ui/qt_text.hpp"
 
 namespace vormelt::ui {
@@ -551,6 +552,15 @@ void PacketDetailsPane::Impl::SelectField(DetailField field) {
   if (const auto inViewer = HexViewerFieldSelection(packet, Level(), field, shownProtocol)) {
     hexViewerWindow->selectHexRange(inViewer->start, inViewer->end);
   }
+}
+
+void PacketDetailsPane::selectFrameBytes(std::int32_t frameOffset, std::int32_t length) {
+  Impl& d = *impl_;
+  if (!d.shownIndex) return;
+  const PacketRef packet = d.store.Get(static_cast<std::int32_t>(*d.shownIndex));
+  if (!packet.frame) return;
+  const auto selection = FindSelection(packet, d.Level(), d.Form(), FindHit{-1, frameOffset, length});
+  if (selection) SelectCrLfRange(d.ShownDump(), d.dumpText, selection->start, selection->end);
 }
 
 void PacketDetailsPane::Impl::OnFieldEvent(QObject* watched, QEvent* event) {

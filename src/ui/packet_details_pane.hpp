@@ -28,6 +28,9 @@ class PacketDetailsPane : public QWidget {
 
   // Decodes the record at this store index and fills the pane (and the Hex viewer when open).
   void showPacket(std::uint32_t storeIndex);
+  // Selects in the shown dump the characters of `length` frame bytes from `frameOffset` (a
+  // Find match); nothing happens when they lie outside the dump's level.
+  void selectFrameBytes(std::int32_t frameOffset, std::int32_t length);
   // Empties every field and the dumps (after Clear or when the selection goes away).
   void clearDetails();
   // Opens (or raises) the Hex viewer for the shown packet.

@@ -15,6 +15,8 @@
 #include <QHeaderView>
 #include <QIcon>
 #include <QLabel>
+#include <QLineEdit>
+#include <QPushButton>
 #include <QMenu>
 #include <QMenuBar>
 #include <QProgressBar>
@@ -43,6 +45,9 @@
 #include "ui/dialogs.hpp"
 #include "ui/dump_commands.hpp"
 #include "ui/filter_setup_window.hpp"
+#include "ui/find_controller.hpp"
+#include "ui/logging_window.hpp"
+#include "ui/tcp_commands.hpp"
 #include "ui/interface_chooser.hpp"
 #include "ui/mode_switch.hpp"
 #include "ui/packet_context_menu.hpp"
@@ -62,6 +67,7 @@ constexpr int kRefreshIntervalMs = 10;
 constexpr int kGaugeMaximum = 1'000'000;
 constexpr int kFileProgressMaximum = 1000;
 constexpr int kGaugeWidth = 160;
+constexpr int kFindBoxWidth = 320;
 constexpr QSize kPreferredSize{1280, 800};
 // Share of the height the list gets over the detail pane when nothing was saved.
 constexpr int kListStretch = 3;
@@ -136,6 +142,12 @@ struct PacketModeWindow::Impl {
   QAction* hexAction = nullptr;
   QCheckBox* applyFilters = nullptr;
   QCheckBox* matchCase = nullptr;
+  QLineEdit* findText = nullptr;
+  QPushButton* findButton = nullptr;
+  QPushButton* cancelFindButton = nullptr;
+  QProgressBar* findProgress = nullptr;
+  FindController* finder = nullptr;
+  bool logFailureShown = false;
 
   QLabel* statusText = nullptr;
   QLabel* memoryText = nullptr;
@@ -166,6 +178,9 @@ struct PacketModeWindow::Impl {
   void BuildCentralArea();
   void BuildStatusBar();
   void BuildTray();
+  void BuildFind(QToolBar& bar);
+  void SelectStoreIndex(std::int32_t index);
+  void StartLogging();
   void ApplyFilterProfile();
   void RestoreGeometry();
   void RestoreColumns();
@@ -209,6 +224,7 @@ PacketModeWindow::PacketModeWindow(ProgramSettings& settings, bool startMinimize
   connect(&impl_->refreshTimer, &QTimer::timeout, this, &PacketModeWindow::refresh);
   refresh();
   impl_->ApplyFilterProfile();
+  impl_->StartLogging();
 }
 
 PacketModeWindow::~PacketModeWindow() {
@@ -284,6 +300,10 @@ void PacketModeWindow::Impl::BuildMenus() {
             &settings.minimizeToTrayOnClose);
   AddOption(options, Text::PacketMenuNewPacketSound, settings.packetMode.newPacketSound,
             &settings.packetMode.newPacketSound);
+  options.addSeparator();
+  QAction* logging = options.addAction(T(Text::PacketMenuLogging));
+  logging->setObjectName(QStringLiteral("loggingAction"));
+  QObject::connect(logging, &QAction::triggered, &window, &PacketModeWindow::openLoggingWindow);
 }
 
 void PacketModeWindow::Impl::BuildToolBar() {
@@ -322,6 +342,72 @@ void PacketModeWindow::Impl::BuildToolBar() {
   layout->addWidget(applyFilters);
   layout->addWidget(matchCase);
   filters.addWidget(boxes);
+  // Find gets a row of its own too: German labels leave no room for it beside the filters.
+  window.addToolBarBreak();
+  QToolBar& find = *window.addToolBar(QString());
+  find.setObjectName(QStringLiteral("find"));
+  find.setMovable(false);
+  BuildFind(find);
+}
+
+// The Find box and its buttons; "Match case" in the row above governs Find as well.
+void PacketModeWindow::Impl::BuildFind(QToolBar& bar) {
+  auto* box = new QWidget;
+  auto* layout = new QHBoxLayout(box);
+  layout->setContentsMargins(6, 0, 6, 0);
+  findText = new QLineEdit;
+  findText->setObjectName(QStringLiteral("findText"));
+  findText->setMinimumWidth(kFindBoxWidth);
+  findButton = new QPushButton(T(Text::FindNextButton));
+  findButton->setObjectName(QStringLiteral("findNext"));
+  cancelFindButton = new QPushButton(T(Text::FindCancelButton));
+  cancelFindButton->setEnabled(false);
+  findProgress = new QProgressBar;
+  findProgress->setObjectName(QStringLiteral("findProgress"));
+  findProgress->setMaximumWidth(kGaugeWidth);
+  findProgress->setTextVisible(false);
+  layout->addWidget(new QLabel(T(Text::FindThisText)));
+  layout->addWidget(findText, 1);
+  layout->addWidget(findButton);
+  layout->addWidget(cancelFindButton);
+  layout->addWidget(findProgress);
+  bar.addWidget(box);
+  FindController::Hooks hooks;
+  hooks.showList = [this](bool shown) { list->setVisible(shown); };
+  hooks.selectIndex = [this](std::int32_t index) { SelectStoreIndex(index); };
+  hooks.selectBytes = [this](std::int32_t offset, std::int32_t length) {
+    details->selectFrameBytes(offset, length);
+  };
+  hooks.matchCase = [this] { return settings.packetMode.matchCase; };
+  finder = new FindController(store, window, *findText, *findProgress, std::move(hooks));
+  QObject::connect(findButton, &QPushButton::clicked, finder, &FindController::findNext);
+  QObject::connect(findText, &QLineEdit::returnPressed, finder, &FindController::findNext);
+  QObject::connect(cancelFindButton, &QPushButton::clicked, finder, &FindController::cancel);
+  QObject::connect(finder, &FindController::stateChanged, &window,
+                   [this] { cancelFindButton->setEnabled(finder->searching()); });
+}
+
+void PacketModeWindow::Impl::SelectStoreIndex(std::int32_t index) {
+  model->syncWithStore();
+  const int row = model->rowOfStoreIndex(index);
+  if (row < 0) return;
+  followNewRows = false;
+  list->selectRow(row);
+  list->scrollTo(model->index(row, 0));
+  list->setFocus();
+}
+
+void PacketModeWindow::Impl::StartLogging() {
+  engine.StopLogging();
+  logFailureShown = false;
+  if (!settings.logging.enabled || LoggingProblem(settings.logging)) return;
+  LogConfig config;
+  config.settings = settings.logging;
+  config.dateTimeTemplate = settings.packetMode.dateTimeTemplate;
+  config.interfaceText = CaptureTarget::FromSettings(settings.interface).name;
+  // The list and the pane read packets without the store lock: the store is cleared here.
+  config.clearOnOwnerThread = true;
+  engine.StartLogging(std::move(config));
 }
 
 void PacketModeWindow::Impl::BuildList() {
@@ -583,6 +669,20 @@ void PacketModeWindow::setMatchCase(bool matchCase) {
 
 bool PacketModeWindow::isCapturing() const { return impl_->engine.Capturing(); }
 
+void PacketModeWindow::openLoggingWindow() {
+  Impl& d = *impl_;
+  LoggingWindow dialog(d.settings.logging, this);
+  if (dialog.exec() != QDialog::Accepted) return;
+  d.settings.logging = dialog.settings();
+  SaveSettingsOrWarn(this, d.settings, DefaultSettingsFile());
+  d.StartLogging();
+}
+
+void PacketModeWindow::findNext(const QString& text) {
+  impl_->findText->setText(text);
+  impl_->finder->findNext();
+}
+
 void PacketModeWindow::waitForCapture() {
   impl_->session.Wait();
   refresh();
@@ -599,6 +699,7 @@ void PacketModeWindow::refresh() {
   // store, so the catch-up below is the last one needed.
   const bool capturing = isCapturing();
   d.session.newData.store(false);
+  d.engine.Logger().ClearOnOwnerThread();
   const int appended = d.model->syncWithStore();
   if (appended > 0 && d.followNewRows) d.list->scrollToBottom();
   if (appended > 0 && d.settings.packetMode.newPacketSound) QApplication::beep();
@@ -654,6 +755,13 @@ void PacketModeWindow::Impl::UpdateControls() {
 // Capture threads only queue their messages; they are shown here, one modal box at a time.
 // The timer keeps ticking inside a box's loop, so a second tick must not show the next one.
 void PacketModeWindow::Impl::ShowPendingMessages() {
+  if (!logFailureShown && !showingMessages && engine.LoggingStatus().writeFailed) {
+    logFailureShown = true;  // once per logging run: the disk will not heal by itself
+    showingMessages = true;
+    ShowNotice(&window, Text::LogInvalidCaption,
+               TF(Text::LogWriteFailed, engine.LoggingStatus().currentFile.c_str()), MessageIcon::Warning);
+    showingMessages = false;
+  }
   if (showingMessages || session.Messages().Empty()) return;
   showingMessages = true;
   for (const CaptureMessage& message : session.Messages().Drain()) {
@@ -681,9 +789,17 @@ void PacketModeWindow::Impl::ShowSelectedPacket() {
 void PacketModeWindow::Impl::ShowRowMenu(const QPoint& globalPos) {
   const std::int32_t index = SelectedStoreIndex();
   if (index < 0) return;
-  const PacketMenuChoice choice =
+  const PacketMenuResult chosen =
       ShowPacketContextMenu(&window, globalPos, store, static_cast<std::uint32_t>(index));
-  if (choice == PacketMenuChoice::DeletePacket) DeletePacket(index);
+  if (chosen.choice == PacketMenuChoice::DeletePacket) DeletePacket(index);
+  if (chosen.choice != PacketMenuChoice::Tcp) return;
+  TcpCommandHooks hooks;
+  hooks.selectIndex = [this](std::int32_t found) { SelectStoreIndex(found); };
+  hooks.rowsRemoved = [this] {
+    model->syncWithStore();
+    ShowSelectedPacket();
+  };
+  RunTcpCommand(&window, engine.Store(), index, chosen.tcp, hooks);
 }
 
 void PacketModeWindow::Impl::DeleteSelectedPacket() {
@@ -789,7 +905,9 @@ void PacketModeWindow::closeEvent(QCloseEvent* event) {
   d.SaveWindowState();
   d.details->saveState();
   SaveSettingsOrWarn(this, d.settings, DefaultSettingsFile());
+  d.finder->cancel();
   d.engine.Quit();
+  d.engine.StopLogging();  // after capture ended: the last packets are logged too
   if (d.pendingSwitch != kNoPendingSwitch) {
     Relaunch(static_cast<ProgramMode>(d.pendingSwitch));
     d.pendingSwitch = kNoPendingSwitch;

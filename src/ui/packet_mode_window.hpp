@@ -53,6 +53,10 @@ class PacketModeWindow : public QMainWindow {
   void openHexViewer();
   void setFilteringEnabled(bool enabled);
   void setMatchCase(bool matchCase);
+  // The automatic logging configuration window; OK restarts logging with what it holds.
+  void openLoggingWindow();
+  // "Find / Next" with `text` in the Find box (the button uses what the box holds).
+  void findNext(const QString& text);
 
   // Whether a capture (live or file) is running now.
   bool isCapturing() const;

@@ -58,6 +58,8 @@ ProgramSettings NonDefaultSettings() {
   f.countInstalled = 18'446'744'073'709'551'615u;  // beyond what a double holds exactly
   f.countCustom = 7;
   f.lastCaptureFolder = "/tmp";
+  s.logging = {true, 7, true, 2, 3, true, "%LI-%PID.log", "/var/log/v", 3, 99, 400000,
+               "/var/log/all.txt", true, 86401, 61, {true, 1, 1, 640, 480, false, false}};
   return s;
 }
 

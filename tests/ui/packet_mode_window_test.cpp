@@ -4,6 +4,8 @@
 #include <QCheckBox>
 #include <QComboBox>
 #include <QRadioButton>
+#include <QItemSelectionModel>
+#include <QTableView>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -122,6 +124,29 @@ class PacketModeWindowTest : public QObject {
     QVERIFY(log.asked.empty());
     QVERIFY(files.LoadDumpFile(QStringLiteral("/nonexistent/dump.txt")));
     QTRY_COMPARE(log.asked.size(), std::size_t{1});
+  }
+
+  // Find stops at each listed match with the event loop running, and at the end asks whether
+  // to search again: Yes starts over from the first packet, No ends the search.
+  void findStopsAtEachMatchWithoutBlockingAndAsksToSearchAgain() {
+    MessageLog log;
+    log.answers = {MessageAnswer::Yes, MessageAnswer::No};
+    ProgramSettings settings;
+    PacketModeWindow window(settings, false, false);
+    Load(window, {HttpFrame("GET /a"), HttpFrame("POST /b"), HttpFrame("xget")});
+    const auto selectedRow = [&window] {
+      const QModelIndexList rows = window.packetList().selectionModel()->selectedRows();
+      return rows.isEmpty() ? -1 : rows.front().row();
+    };
+    for (const int expected : {0, 2, 0, 2}) {
+      window.findNext(QStringLiteral("get"));
+      QTRY_COMPARE(selectedRow(), expected);
+      QVERIFY(!window.packetList().isHidden());  // shown again while waiting for the next press
+    }
+    window.findNext(QStringLiteral("get"));
+    QTRY_COMPARE(log.asked.size(), std::size_t{2});
+    QCOMPARE(log.asked[1].caption, QStringLiteral("Search again?"));
+    QCOMPARE(selectedRow(), 2);
   }
 };
 

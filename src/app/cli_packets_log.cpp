@@ -1,0 +1,129 @@
+// Logging and Find options of `vormelt-cli packets`. Bad values exit 2 with one line naming
+// the option; a settings problem the logging window would refuse is refused here the same way.
+#include "app/cli_packets_log.hpp"
+
+#include <cctype>
+#include <charconv>
+#include <ostream>
+
+#include "packetmode/packet_find.hpp"
+#include "packetmode/packet_logger.hpp"
+
+namespace vormelt::cli {
+namespace {
+
+constexpr int kExitUsage = 2;
+constexpr std::int64_t kMaxSeconds = 0x7FFFFFFF;
+constexpr std::int64_t kMaxKilobytes = 1LL << 30;
+constexpr std::string_view kSingleLogName = "VORMELT_LOG.txt";
+
+int Bad(std::ostream& err, const std::string& problem) {
+  err << "vormelt-cli packets: " << problem << "\n";
+  return kExitUsage;
+}
+
+bool ParseNumber(const std::string& text, std::int64_t min, std::int64_t max, std::int64_t& out) {
+  const char* end = text.data() + text.size();
+  std::int64_t value = 0;
+  const auto [stop, error] = std::from_chars(text.data(), end, value);
+  if (error != std::errc() || stop != end || value < min || value > max) return false;
+  out = value;
+  return true;
+}
+
+std::optional<std::int32_t> MethodOf(const std::string& word) {
+  if (word == "single") return 0;
+  if (word == "size") return 1;
+  if (word == "time") return 2;
+  if (word == "size+time") return 3;
+  return std::nullopt;
+}
+
+std::optional<std::int32_t> FormOf(const std::string& word) {
+  if (word == "heading") return 0;
+  if (word == "text") return 1;
+  if (word == "dec") return 2;
+  if (word == "hex") return 3;
+  if (word == "hex+text") return 4;
+  return std::nullopt;
+}
+
+bool NeedsValue(const std::string& option) {
+  return option == "--log-folder" || option == "--log-method" || option == "--log-max-kb" ||
+         option == "--log-span-s" || option == "--log-form" || option == "--log-interval-s" ||
+         option == "--log-prune-age-s" || option == "--find";
+}
+
+}  // namespace
+
+std::optional<int> ParseLogFindOption(std::span<const std::string> args, std::size_t& i,
+                                      LogFindOptions& options, std::ostream& err) {
+  const std::string& option = args[i];
+  if (!NeedsValue(option)) return std::nullopt;
+  if (i + 1 >= args.size()) return Bad(err, option + " needs a value");
+  const std::string& value = args[++i];
+  if (option == "--find") {
+    if (value.empty()) return Bad(err, "--find needs a text that is not empty");
+    options.find = value.substr(0, kMaxFindText);
+    return 0;
+  }
+  options.loggingOptionSeen = true;
+  if (!options.logging) options.logging.emplace();
+  LoggingSettings& s = *options.logging;
+  s.enabled = true;
+  std::int64_t number = 0;
+  if (option == "--log-folder") {
+    s.folder = value;
+  } else if (option == "--log-method") {
+    const auto method = MethodOf(value);
+    if (!method) return Bad(err, "--log-method takes single, size, time or size+time");
+    s.method = *method;
+    options.methodGiven = true;
+  } else if (option == "--log-form") {
+    const auto form = FormOf(value);
+    if (!form) return Bad(err, "--log-form takes heading, text, dec, hex or hex+text");
+    s.form = *form;
+  } else if (option == "--log-max-kb") {
+    if (!ParseNumber(value, 1, kMaxKilobytes, number)) return Bad(err, "--log-max-kb needs a number above 0");
+    s.maxFileKilobytes = number;
+  } else if (option == "--log-span-s") {
+    if (!ParseNumber(value, 1, kMaxSeconds, number)) return Bad(err, "--log-span-s needs a number above 0");
+    s.maxSpanSeconds = number;
+  } else if (option == "--log-interval-s") {
+    if (!ParseNumber(value, 1, kMaxSeconds, number)) return Bad(err, "--log-interval-s needs a number above 0");
+    s.intervalSeconds = static_cast<std::int32_t>(number);
+  } else if (option == "--log-prune-age-s") {
+    if (!ParseNumber(value, 0, kMaxSeconds, number)) return Bad(err, "--log-prune-age-s needs a number of seconds");
+    s.deleteOld = true;
+    s.maxAgeSeconds = number;
+    s.ageCheckSeconds = std::max<std::int64_t>(1, std::min<std::int64_t>(number, 60));
+  }
+  return 0;
+}
+
+int CheckLogFindOptions(LogFindOptions& options, std::ostream& err) {
+  if (!options.loggingOptionSeen) return 0;
+  LoggingSettings& s = *options.logging;
+  if (s.folder.empty()) return Bad(err, "the --log-* options need --log-folder DIR");
+  if (!options.methodGiven) return Bad(err, "--log-folder needs --log-method single|size|time|size+time");
+  // The single-file method appends to one fixed file in the folder.
+  if (s.method == 0) s.singleFilePath = s.folder + "/" + std::string(kSingleLogName);
+  if (const auto problem = LoggingProblem(s)) {
+    return Bad(err, Tr(*problem, UiLanguage::English));
+  }
+  return 0;
+}
+
+std::string FindNeedle(const LogFindOptions& options, bool matchCase) {
+  std::string needle = options.find.value_or("");
+  if (!matchCase) {
+    for (char& c : needle) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  }
+  return needle;
+}
+
+bool PassesFind(std::string_view needle, PacketRef packet, bool matchCase) {
+  return needle.empty() || FindInPacket(packet, needle, matchCase).has_value();
+}
+
+}  // namespace vormelt::cli

@@ -1,0 +1,36 @@
+// The automatic logging and Find options of `vormelt-cli packets`: their parsing and their
+// effect, kept apart from the capture loop that drives them.
+#pragma once
+
+#include <cstdint>
+#include <iosfwd>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "common/settings.hpp"
+#include "packets/record.hpp"
+
+namespace vormelt::cli {
+
+struct LogFindOptions {
+  std::optional<LoggingSettings> logging;  // set by --log-folder
+  bool methodGiven = false;
+  bool loggingOptionSeen = false;          // any --log-* option
+  std::optional<std::string> find;         // --find TEXT
+};
+
+// Takes args[i] (and its value) when it is one of these options. nullopt: not one of them;
+// else 0 (taken, `i` moved past its value) or the usage status after printing the problem.
+std::optional<int> ParseLogFindOption(std::span<const std::string> args, std::size_t& i,
+                                      LogFindOptions& options, std::ostream& err);
+// The checks that need every option seen: 0 or the usage status.
+int CheckLogFindOptions(LogFindOptions& options, std::ostream& err);
+
+// The --find text as Find searches for it (folded unless `matchCase`); empty without --find.
+std::string FindNeedle(const LogFindOptions& options, bool matchCase);
+// Whether `needle` is in the packet by the Find rules; an empty needle passes everything.
+bool PassesFind(std::string_view needle, PacketRef packet, bool matchCase);
+
+}  // namespace vormelt::cli
