@@ -41,10 +41,10 @@ constexpr std::size_t kFileHeaderSize = 24;
 constexpr std::size_t kRecordHeaderSize = 16;
 // libpcap's bound for an Ethernet record; anything larger is a damaged file, not a frame.
 constexpr std::uint32_t kMaxRecordLength = 262144;
-// Blocks of 512 KiB, three of them: one being read, one being parsed, one spare. Few read
+// Blocks of 512 KiB, two of them: one being read while the other is parsed. Few read
 // calls, and little resident memory beside the frames themselves.
 constexpr std::size_t kBlockSize = 512 << 10;
-constexpr std::size_t kBlockCount = 3;
+constexpr std::size_t kBlockCount = 2;
 constexpr unsigned kProgressEvery = 1024;
 
 // Reads a file front to back on its own thread into a small pool of blocks. Take() hands the
