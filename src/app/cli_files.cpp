@@ -34,7 +34,8 @@ constexpr std::size_t kReadChunk = 1 << 16;
 
 struct FilesOptions {
   std::optional<CaptureTarget> target;
-  std::string dumpFile, dumpForm;
+  std::string dumpFile;
+  std::optional<DataForm> dumpForm;
   long seconds = 0;
   fm::FileModeOptions engine;
   std::string filterProfile;
@@ -102,7 +103,10 @@ int ParseValue(const std::string& option, const std::string& value, FilesOptions
     if (options.target) return Usage(err, "give only one of --read, --load-dump, --live and --adapter");
     options.dumpFile = value;
   } else if (option == "--form") {
-    options.dumpForm = value;
+    options.dumpForm = ParseDataForm(value);
+    if (!options.dumpForm || *options.dumpForm == DataForm::None) {
+      return Usage(err, "--form takes text, dec, hex or hex+text");
+    }
   } else if (option == "--out") {
     options.engine.naming.folder = value;
   } else if (option == "--seconds") {
@@ -141,7 +145,7 @@ int ParseOptions(std::span<const std::string> args, FilesOptions& options, std::
   if (!options.target && options.dumpFile.empty()) {
     return Usage(err, "give --read FILE, --load-dump FILE --form F, --live ADDRESS or --adapter NAME");
   }
-  if (!options.dumpFile.empty() && options.dumpForm.empty()) return Usage(err, "--load-dump needs --form");
+  if (!options.dumpFile.empty() && !options.dumpForm) return Usage(err, "--load-dump needs --form");
   if (options.engine.naming.folder.empty()) return Usage(err, "give --out DIR");
   const bool live = options.target && options.target->type != CaptureTarget::Type::File;
   if (options.seconds && !live) return Usage(err, "--seconds applies to live captures only");
@@ -267,9 +271,9 @@ int RunFiles(std::span<const std::string> args, std::ostream& out, std::ostream&
   if (options.target) {
     status = Capture(options, engine, reporter);
   } else {
-    std::string problem;
-    if (!FeedDumpFile(options.dumpFile, options.dumpForm, engine, problem)) {
-      err << "vormelt-cli: " << options.dumpFile << ": " << problem << "\n";
+    const DumpLoadResult loaded = FeedDumpFile(options.dumpFile, *options.dumpForm, engine);
+    if (const std::string problem = DescribeDumpLoad(loaded, options.dumpFile); !problem.empty()) {
+      err << "vormelt-cli: " << problem << "\n";
       status = kExitFailed;
     }
     engine.Finish();

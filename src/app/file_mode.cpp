@@ -2,6 +2,8 @@
 // and the one place a packet dump file is fed into a sink.
 #include "app/file_mode.hpp"
 
+#include "packetmode/dump_file.hpp"
+
 namespace vormelt {
 
 namespace fm = filemode;
@@ -36,22 +38,10 @@ void StoreFileCounts(const fm::FileCounts& counts, FileModeSettings& s) {
   s.countCustom = counts.custom;
 }
 
-// ---- The dump-file call site ---------------------------------------------------------------
-// TODO(lead, after the dump-file loader is merged): replace the body of FeedDumpFile with
-//   return LoadDumpFile(file, form, sink, ...) == success;
-// and make DumpFilesAvailable return true. Nothing else in File Mode needs to change: the
-// window and `vormelt-cli files --load-dump` both come through here, with a sink started on the
-// file clock so the dump's own times drive the streams.
-bool FeedDumpFile(const std::filesystem::path& file, std::string_view form, FrameSink& sink,
-                  std::string& problem) {
-  (void)file;
-  (void)form;
-  (void)sink;
-  problem = "reading packet dump files is not available in this build yet";
-  return false;
+DumpLoadResult FeedDumpFile(const std::filesystem::path& file, DataForm form, FrameSink& sink) {
+  DumpLoadOptions options;
+  options.form = form;
+  return LoadDumpFile(file.string(), sink, options);
 }
-
-bool DumpFilesAvailable() { return false; }
-// ---------------------------------------------------------------------------------------------
 
 }  // namespace vormelt

@@ -10,6 +10,8 @@
 #include "common/frame_sink.hpp"
 #include "common/settings.hpp"
 #include "filemode/engine.hpp"
+#include "packetmode/dump_file.hpp"
+#include "packets/render.hpp"
 
 namespace vormelt {
 
@@ -23,11 +25,8 @@ filemode::FileCounts FileCountsFrom(const FileModeSettings& settings, std::uint6
 void StoreFileCounts(const filemode::FileCounts& counts, FileModeSettings& settings);
 
 // Feeds the packets of a text dump file (in `form`, as Packet Mode saves them) to `sink`, by
-// the dump's own times. False with `problem` set when it cannot; the window shows "unable to
-// open the file", the command line prints `problem`.
-bool FeedDumpFile(const std::filesystem::path& file, std::string_view form, FrameSink& sink,
-                  std::string& problem);
-// Whether FeedDumpFile can read dumps in this build (the window greys its menu entry if not).
-bool DumpFilesAvailable();
+// the dump's own times. Loading that ends early (an unreadable record) has fed the packets
+// before it all the same.
+DumpLoadResult FeedDumpFile(const std::filesystem::path& file, DataForm form, FrameSink& sink);
 
 }  // namespace vormelt

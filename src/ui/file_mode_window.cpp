@@ -44,6 +44,7 @@
 #include "ui/app_startup.hpp"
 #include "ui/dialogs.hpp"
 #include "ui/file_naming_dialog.hpp"
+#include "ui/dump_dialogs.hpp"
 #include "ui/filter_setup_window.hpp"
 #include "ui/interface_chooser.hpp"
 #include "ui/mode_switch.hpp"
@@ -98,7 +99,7 @@ struct FileModeWindow::Impl {
   CaptureSession session;
   std::jthread dumpThread;
   std::atomic<bool> dumpRunning{false};
-  std::string dumpProblem;  // written by the dump thread before it clears dumpRunning
+  std::optional<DumpLoadResult> dumpResult;  // written by the dump thread before it clears dumpRunning
 
   std::vector<QCheckBox*> options;
   QSpinBox* ackTimeout = nullptr;
@@ -415,10 +416,9 @@ void FileModeWindow::processDumpFileDialog() {
     ShowNotice(this, Text::PacketStopListeningFirst, T(Text::FileStopListeningText), MessageIcon::Stop);
     return;
   }
-  if (!DumpFilesAvailable()) {
-    ShowNotice(this, Text::NoticeCaption, T(Text::FileDumpNotAvailable), MessageIcon::Information);
-    return;
-  }
+  // The same questions as Packet Mode asks before loading a dump: which form it was saved in.
+  if (!DumpFormatDialog::Ask(d.settings.packetMode.saving, this)) return;
+  const auto form = static_cast<DataForm>(d.settings.packetMode.saving.loadForm);
   const QString path = QFileDialog::getOpenFileName(
       this, T(Text::FileMenuProcessDump).remove(QLatin1Char('&')), {},
       T(Text::FileDumpFilter) + QStringLiteral(";;") + T(Text::PacketAllFilesFilter));
@@ -430,8 +430,8 @@ void FileModeWindow::processDumpFileDialog() {
   d.started = true;
   d.fileSource = true;
   d.dumpRunning = true;
-  d.dumpThread = std::jthread([&d, file = QFile::encodeName(path).toStdString()] {
-    FeedDumpFile(file, "hex", d.engine, d.dumpProblem);
+  d.dumpThread = std::jthread([&d, form, file = QFile::encodeName(path).toStdString()] {
+    d.dumpResult = FeedDumpFile(file, form, d.engine);
     d.engine.Finish();
     d.dumpRunning = false;
   });
@@ -487,9 +487,15 @@ void FileModeWindow::refresh() {
   d.KeepCounts();
   for (const CaptureMessage& message : d.session.Messages().Drain()) ShowCaptureMessage(this, message);
   for (const CaptureMessage& message : d.engine.Messages().Drain()) ShowCaptureMessage(this, message);
-  if (!d.dumpRunning && !d.dumpProblem.empty()) {
-    d.dumpProblem.clear();
-    ShowNotice(this, Text::FileErrorCaption, T(Text::FileUnableToOpen), MessageIcon::Stop);
+  if (!d.dumpRunning && d.dumpResult) {
+    const DumpLoadResult result = *std::exchange(d.dumpResult, std::nullopt);
+    if (result.end == DumpLoadEnd::OpenFailed) {
+      ShowNotice(this, Text::FileErrorCaption, T(Text::FileUnableToOpen), MessageIcon::Stop);
+    } else if (result.end == DumpLoadEnd::Unreadable) {
+      ShowNotice(this, Text::FileErrorCaption,
+                 TF(Text::FileDumpUnreadable, static_cast<unsigned long long>(result.offset)),
+                 MessageIcon::Warning);
+    }
   }
 }
 

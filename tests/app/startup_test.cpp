@@ -57,7 +57,7 @@ TEST(CommandLine, ActionsAndModeKeywordsFollowTheirPrecedence) {
   struct Case {
     const char* line;
     StartupAction action;
-    std::optional<ProgramMode> window;  // checked only for Continue
+    std::optional<ProgramMode> window = std::nullopt;  // checked only for Continue
   };
   constexpr StartupAction kGo = StartupAction::Continue;
   for (const Case& c : {Case{"-help", StartupAction::ShowHelp}, Case{"/?", StartupAction::ShowHelp},
