@@ -55,7 +55,7 @@ int Usage(std::ostream& err, const std::string& problem) {
       << "                           [--write FILE.pcapng|FILE.pcap]\n"
       << "                           [--log-folder DIR --log-method single|size|time|size+time\n"
       << "                            [--log-max-kb N] [--log-span-s N] [--log-interval-s N]\n"
-      << "                            [--log-form heading|text|dec|hex|hex+text] [--log-prune-age-s N]]\n"
+      << "                            [--log-form heading|text|dec|hex|hex+text|pcapng] [--log-prune-age-s N]]\n"
       << "                           [--find TEXT [--match-case]]\n"
       << "       FORM: text, dec, hex or hex+text\n";
   return kExitUsage;

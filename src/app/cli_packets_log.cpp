@@ -15,7 +15,7 @@ namespace {
 constexpr int kExitUsage = 2;
 constexpr std::int64_t kMaxSeconds = 0x7FFFFFFF;
 constexpr std::int64_t kMaxKilobytes = 1LL << 30;
-constexpr std::string_view kSingleLogName = "VORMELT_LOG.txt";
+constexpr std::string_view kSingleLogName = "VORMELT_LOG";
 
 int Bad(std::ostream& err, const std::string& problem) {
   err << "vormelt-cli packets: " << problem << "\n";
@@ -45,6 +45,7 @@ std::optional<std::int32_t> FormOf(const std::string& word) {
   if (word == "dec") return 2;
   if (word == "hex") return 3;
   if (word == "hex+text") return 4;
+  if (word == "pcapng") return kLogFormPcapng;
   return std::nullopt;
 }
 
@@ -81,7 +82,7 @@ std::optional<int> ParseLogFindOption(std::span<const std::string> args, std::si
     options.methodGiven = true;
   } else if (option == "--log-form") {
     const auto form = FormOf(value);
-    if (!form) return Bad(err, "--log-form takes heading, text, dec, hex or hex+text");
+    if (!form) return Bad(err, "--log-form takes heading, text, dec, hex, hex+text or pcapng");
     s.form = *form;
   } else if (option == "--log-max-kb") {
     if (!ParseNumber(value, 1, kMaxKilobytes, number)) return Bad(err, "--log-max-kb needs a number above 0");
@@ -107,7 +108,10 @@ int CheckLogFindOptions(LogFindOptions& options, std::ostream& err) {
   if (s.folder.empty()) return Bad(err, "the --log-* options need --log-folder DIR");
   if (!options.methodGiven) return Bad(err, "--log-folder needs --log-method single|size|time|size+time");
   // The single-file method appends to one fixed file in the folder.
-  if (s.method == 0) s.singleFilePath = s.folder + "/" + std::string(kSingleLogName);
+  if (s.method == 0) {
+    s.singleFilePath = s.folder + "/" + std::string(kSingleLogName) +
+                       (s.form == kLogFormPcapng ? ".pcapng" : ".txt");
+  }
   if (const auto problem = LoggingProblem(s)) {
     return Bad(err, Tr(*problem, UiLanguage::English));
   }

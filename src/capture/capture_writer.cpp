@@ -3,6 +3,10 @@
 // nanoseconds a frame record carries; pcap keeps microseconds.
 #include "capture/capture_writer.hpp"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -55,10 +59,13 @@ bool CaptureFileWriter::Fail(const char* what) {
 }
 
 bool CaptureFileWriter::Put(const void* bytes, std::size_t size) {
-  return std::fwrite(bytes, 1, size, file_.get()) == size;
+  if (std::fwrite(bytes, 1, size, file_.get()) != size) return false;
+  fileSize_ += size;
+  return true;
 }
 
-bool CaptureFileWriter::Open(const std::string& path, std::optional<CaptureFileFormat> format) {
+bool CaptureFileWriter::Open(const std::string& path, std::optional<CaptureFileFormat> format,
+                             CaptureOpenMode mode) {
   Close();
   path_ = path;
   error_.clear();
@@ -67,10 +74,27 @@ bool CaptureFileWriter::Open(const std::string& path, std::optional<CaptureFileF
   ethernetInterface_.reset();
   rawInterface_.reset();
   interfaces_ = 0;
-  written_ = leftOut_ = 0;
+  written_ = leftOut_ = fileSize_ = 0;
+  nameTaken_ = false;
+  // A pcap file has one header at its start; only pcapng can go on in a new section.
+  if (mode == CaptureOpenMode::Continue && format_ == CaptureFileFormat::Pcap) mode = CaptureOpenMode::CreateNew;
+  int flags = O_WRONLY | O_CREAT | O_CLOEXEC;
+  flags |= mode == CaptureOpenMode::Replace ? O_TRUNC : mode == CaptureOpenMode::CreateNew ? O_EXCL : O_APPEND;
   errno = 0;
-  file_.reset(std::fopen(path.c_str(), "wb"));
-  if (!file_) return Fail("cannot create");
+  const int fd = ::open(path.c_str(), flags, 0644);
+  if (fd < 0) {
+    nameTaken_ = errno == EEXIST;
+    return Fail("cannot create");
+  }
+  struct stat info {};
+  if (mode == CaptureOpenMode::Continue && ::fstat(fd, &info) == 0) {
+    fileSize_ = static_cast<std::uint64_t>(info.st_size);
+  }
+  file_.reset(::fdopen(fd, mode == CaptureOpenMode::Continue ? "ab" : "wb"));
+  if (!file_) {
+    ::close(fd);
+    return Fail("cannot create");
+  }
   if (format_ == CaptureFileFormat::Pcap) return true;  // its header waits for the link type
 
   const std::uint32_t length = 28;
@@ -172,6 +196,12 @@ bool CaptureFileWriter::Write(const FrameRecord& frame) {
   if (!ok) return Fail("cannot write");
   ++written_;
   return true;
+}
+
+bool CaptureFileWriter::Flush() {
+  if (!file_) return false;
+  errno = 0;
+  return std::fflush(file_.get()) == 0 || Fail("cannot write");
 }
 
 bool CaptureFileWriter::Close() {

@@ -143,7 +143,8 @@ struct FileModeSettings {
 };
 
 // Automatic logging of the Packet Mode store. Durations are seconds; `form` is 0 heading only,
-// 1 Text, 2 Dec, 3 Hex, 4 Hex + Text (5 is kept for a capture-file form).
+// 1 Text, 2 Dec, 3 Hex, 4 Hex + Text, 5 capture file (pcapng).
+inline constexpr std::int32_t kLogFormPcapng = 5;
 struct LoggingSettings {
   bool enabled = false;
   std::int32_t intervalSeconds = 10;

@@ -33,7 +33,6 @@ constexpr int kMaxPixelSpeed = 10;
 constexpr int kMaxExtraDelayMs = 1000;
 constexpr int kMaxCircularity = 20;
 constexpr int kMaxReplaySpeed = 100;
-constexpr int kMaxLogForm = 5;
 constexpr int kMaxLogMethod = 3;
 // Durations up to about 68 years and files up to a terabyte: beyond anything useful, and far
 // from the 64-bit overflow that a duration in seconds times a thousand would reach.
@@ -363,7 +362,7 @@ void ReadLogging(const Reader& r, LoggingSettings& s) {
   r.Bool("enabled", s.enabled);
   r.Int("intervalSeconds", s.intervalSeconds, 1, kMaxLogSeconds);
   r.Bool("clearAfterLog", s.clearAfterLog);
-  r.Int("form", s.form, 0, kMaxLogForm);
+  r.Int("form", s.form, 0, kLogFormPcapng);
   r.Int("dataLevel", s.dataLevel, 0, kMaxDataLevel);
   r.Bool("wideIpGap", s.wideIpGap);
   r.String("nameTemplate", s.nameTemplate);

@@ -24,7 +24,7 @@ constexpr const char* kUsage =
     "           [--wide]] [--filter-profile FILE [--match-case]]\n"
     "          [--save FILE --form FORM [--level LEVEL] [--append]] [--write FILE.pcapng|FILE.pcap]\n"
     "          [--log-folder DIR --log-method single|size|time|size+time [--log-max-kb N]\n"
-    "           [--log-span-s N] [--log-form heading|text|dec|hex|hex+text] [--log-interval-s N]\n"
+    "           [--log-span-s N] [--log-form heading|text|dec|hex|hex+text|pcapng] [--log-interval-s N]\n"
     "           [--log-prune-age-s N]] [--find TEXT [--match-case]]\n"
     "      Capture or read packets into the packet store and print one line per stored packet\n"
     "      (the eleven list columns separated by TABs), or each packet's rendering; then save\n"

@@ -34,5 +34,8 @@ class LogForm {
 
 // The text forms: each packet exactly as a saved packet list renders it.
 std::unique_ptr<LogForm> MakeTextLogForm(RenderOptions options);
+// The capture-file form: each packet as an Enhanced Packet Block of a pcapng file, with its
+// capture time, so a log opens in any capture tool. Appending to a file adds a new section.
+std::unique_ptr<LogForm> MakePcapngLogForm();
 
 }  // namespace vormelt

@@ -32,6 +32,7 @@ std::optional<DataForm> TextFormOf(std::int32_t form) {
 }
 
 std::unique_ptr<LogForm> MakeDefaultForm(const LoggingSettings& settings) {
+  if (settings.form == kLogFormPcapng) return MakePcapngLogForm();
   const std::optional<DataForm> form = TextFormOf(settings.form);
   if (!form) return nullptr;
   const auto level = static_cast<DataLevel>(std::clamp(settings.dataLevel, 0, kDataLevelCount - 1));
@@ -277,8 +278,10 @@ bool PacketLogger::BeginNewFile(CaptureTime now) {
   const LoggingSettings& s = config_.settings;
   std::error_code ignored;
   std::filesystem::create_directories(s.folder, ignored);
-  const std::string name = ExpandLogName(s.nameTemplate, config_.dateTimeTemplate,
-                                         ToLocalTime(now), config_.interfaceText, ::getpid());
+  std::string name = ExpandLogName(s.nameTemplate, config_.dateTimeTemplate, ToLocalTime(now),
+                                   config_.interfaceText, ::getpid());
+  // The default template names text files; a capture-file log is named for what it holds.
+  if (s.form == kLogFormPcapng && name.ends_with(".txt")) name.replace(name.size() - 4, 4, ".pcapng");
   // Many files can begin in one second (small size bounds, a capture file read at full speed):
   // numbering goes on from the last number given to the same name instead of from 1.
   const int firstTry = name == lastName_ ? lastNumber_ + 1 : 1;

@@ -90,9 +90,9 @@ LoggingWindow::LoggingWindow(const LoggingSettings& settings, QWidget* parent)
   auto* formBox = new QGroupBox;
   auto* formGrid = new QGridLayout(formBox);
   forms_ = new QButtonGroup(this);
-  const Text formTexts[5] = {Text::LogFormHeading, Text::LogFormText, Text::LogFormDec,
-                             Text::LogFormHex, Text::LogFormHexText};
-  for (int i = 0; i < 5; ++i) {
+  const Text formTexts[6] = {Text::LogFormHeading, Text::LogFormText, Text::LogFormDec,
+                             Text::LogFormHex, Text::LogFormHexText, Text::LogFormPcapng};
+  for (int i = 0; i < 6; ++i) {
     auto* button = new QRadioButton(T(formTexts[i]));
     forms_->addButton(button, i);
     formGrid->addWidget(button, i % 3, i / 3);
@@ -102,7 +102,7 @@ LoggingWindow::LoggingWindow(const LoggingSettings& settings, QWidget* parent)
   auto* levelRow = new QHBoxLayout;
   levelRow->addWidget(new QLabel(T(Text::LogDataLevel)));
   levelRow->addWidget(level_);
-  formGrid->addLayout(levelRow, 2, 1);
+  formGrid->addLayout(levelRow, 3, 0, 1, 2);
   page->addWidget(formBox);
 
   auto* nameBox = new QGroupBox(T(Text::LogFileNameFormat));

@@ -60,6 +60,58 @@ TEST(CliLogging, FindKeepsOnlyMatchingPayloads) {
   EXPECT_EQ(exact.err, "0 packets, 0 dropped\n");
 }
 
+// Every frame of a capture file, with its time, read through the program's own sources.
+std::vector<std::pair<test::Bytes, std::int64_t>> FramesOf(const std::string& path) {
+  std::vector<std::pair<test::Bytes, std::int64_t>> frames;
+  auto opened = OpenSource(CaptureTarget::File(path));
+  auto* source = std::get_if<std::unique_ptr<CaptureSource>>(&opened);
+  if (!source) return frames;
+  FrameRecord record;
+  while ((*source)->Next(record) == ReadResult::Frame) {
+    frames.emplace_back(test::Bytes(record.bytes.begin(), record.bytes.end()),
+                        record.time.time_since_epoch().count());
+  }
+  return frames;
+}
+
+// Logged as pcapng by size, the files read in index order give back the capture, frame for
+// frame and time for time; the single-file method goes on in a new section on the next run.
+TEST(CliLogging, PcapngLogsHoldTheCaptureInIndexOrder) {
+  test::TempDir dir;
+  {
+    test::PcapFileWriter pcap(dir.File("in.pcap"), test::kLinkEthernet, 262144, /*nanoseconds=*/true);
+    for (std::uint32_t i = 0; i < 60; ++i) {
+      test::Bytes frame = test::RawSocketsFrame(test::TcpPacket({}, {}, test::Bytes(300 + i, 'x')));
+      pcap.Write(frame, 1700000000 + i, i * 1000003);
+    }
+  }
+  const auto original = FramesOf(dir.File("in.pcap"));
+  ASSERT_EQ(original.size(), 60u);
+  const std::string logs = dir.File("logs");
+  ASSERT_EQ(RunCli({"packets", "--read", dir.File("in.pcap"), "--log-folder", logs, "--log-method",
+                    "size", "--log-max-kb", "4", "--log-form", "pcapng"}).status, 0);
+  std::vector<std::pair<test::Bytes, std::int64_t>> logged;
+  std::istringstream index(ReadAll(logs + "/" + std::string(kLogIndexFileName)));
+  int files = 0;
+  for (std::string line; std::getline(index, line);) {
+    if (line.size() < 28) continue;
+    std::string path = line.substr(27);
+    if (!path.empty() && path.back() == '\r') path.pop_back();
+    EXPECT_TRUE(path.ends_with(".pcapng")) << path;
+    for (auto& frame : FramesOf(path)) logged.push_back(std::move(frame));
+    ++files;
+  }
+  EXPECT_GE(files, 3);
+  EXPECT_TRUE(logged == original);
+
+  const std::string single = dir.File("single");
+  for (int run = 0; run < 2; ++run) {
+    ASSERT_EQ(RunCli({"packets", "--read", dir.File("in.pcap"), "--log-folder", single,
+                      "--log-method", "single", "--log-form", "pcapng"}).status, 0);
+  }
+  EXPECT_EQ(FramesOf(single + "/VORMELT_LOG.pcapng").size(), 120u);
+}
+
 TEST(CliLoggingLive, LoopbackLoggedBySizeMatchesItsIndex) {
   const OpenResult probe = OpenSource(CaptureTarget::Address("127.0.0.1"));
   if (const auto* failure = std::get_if<CaptureMessage>(&probe)) {
