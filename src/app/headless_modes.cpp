@@ -18,6 +18,7 @@
 #include "filemode/engine.hpp"
 #include "packetmode/filter_profile.hpp"
 #include "packetmode/filter_settings.hpp"
+#include "packetmode/packet_logger.hpp"
 #include "packetmode/packet_mode_engine.hpp"
 #include "statistics/engine.hpp"
 #include "statistics/lists.hpp"
@@ -61,7 +62,9 @@ class PendingLines {
 class PacketHeadless final : public HeadlessMode {
  public:
   explicit PacketHeadless(const ProgramSettings& settings)
-      : target_(CaptureTarget::FromSettings(settings.interface)) {
+      : target_(CaptureTarget::FromSettings(settings.interface)),
+        logging_(settings.logging),
+        dateTimeTemplate_(settings.packetMode.dateTimeTemplate) {
     // As the window sets its engine up: the filter switches from the settings, then the profile.
     engine_.SetDateTimeTemplate(settings.packetMode.dateTimeTemplate);
     engine_.Filter().SetFilteringEnabled(settings.packetMode.filteringEnabled);
@@ -75,10 +78,17 @@ class PacketHeadless final : public HeadlessMode {
   }
 
   bool Start() override {
-    // >>> AUTOMATIC LOGGING CALL SITE: when the settings switch Packet Mode's automatic logging
-    // on, start its logger on engine_ here, and leave out the notice below. Until the logger is
-    // connected the service always runs without it, keeping the newest packets in the store.
-    lines_.Add(Text::ServiceLoggingOff);
+    // With logging on, the logger keeps what the store takes; without, the journal hears that
+    // only the newest packets are kept, in memory.
+    if (logging_.enabled && !LoggingProblem(logging_)) {
+      LogConfig config;
+      config.settings = logging_;
+      config.dateTimeTemplate = dateTimeTemplate_;
+      config.interfaceText = target_.name;
+      if (!engine_.StartLogging(std::move(config))) lines_.Add(Text::ServiceLoggingOff);
+    } else {
+      lines_.Add(Text::ServiceLoggingOff);
+    }
     return engine_.StartLive(target_);
   }
   bool Listening() const override { return SessionListening(engine_.Session()); }
@@ -119,6 +129,8 @@ class PacketHeadless final : public HeadlessMode {
   }
 
   CaptureTarget target_;
+  LoggingSettings logging_;
+  std::string dateTimeTemplate_;
   std::vector<std::string> told_;
   PendingLines lines_;
   PacketModeEngine engine_;  // last: its capture ends before the rest goes

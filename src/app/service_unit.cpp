@@ -162,7 +162,12 @@ std::string ServiceUnitText(const std::filesystem::path& program,
 
 std::vector<std::filesystem::path> ServiceWritableFolders(const ProgramSettings& settings) {
   std::vector<std::filesystem::path> folders;
-  // Packet Mode's log folder joins here once automatic logging has its settings.
+  if (settings.logging.enabled) {
+    if (!settings.logging.folder.empty()) folders.emplace_back(settings.logging.folder);
+    if (!settings.logging.singleFilePath.empty()) {
+      folders.push_back(std::filesystem::path(settings.logging.singleFilePath).parent_path());
+    }
+  }
   if (!settings.fileMode.folder.empty()) folders.emplace_back(settings.fileMode.folder);
   return folders;
 }
