@@ -1,5 +1,5 @@
-// The two dialogs of Packet Mode's dump files: "Saving options" (what Save writes) and
-// "Packet dump file - format specifications" (what a file to load holds). They only edit the
+// The two dialogs of Packet Mode's dump files: "Saving options" (what Save writes) and the
+// load dialog that asks what form a file to load holds. They only edit the
 // saving settings; saving and loading themselves belong to the engine.
 #pragma once
 
