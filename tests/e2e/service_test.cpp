@@ -94,13 +94,15 @@ struct Service {
 
 // Starts vormelt -Service remembering `mode` on 127.0.0.1, as systemd would (its folders in
 // the environment).
-Service StartService(const TempDir& dir, int mode, const std::string& notifySocket) {
+// `extra`: more settings groups, as JSON members (",\"logging\":{...}").
+Service StartService(const TempDir& dir, int mode, const std::string& notifySocket,
+                     const std::string& extra = {}) {
   const std::string config = dir.File("config"), state = dir.File("state");
   std::filesystem::create_directories(config);
   std::filesystem::create_directories(state);
   std::ofstream(config + "/settings.json")
       << R"({"general":{"rememberedMode":)" << mode
-      << R"(},"interface":{"chosenKind":0,"address":"127.0.0.1"}})";
+      << R"(},"interface":{"chosenKind":0,"address":"127.0.0.1"})" << extra << "}";
   // A watchdog of 400 ms: pinged every 200 ms while the receive loop turns.
   std::vector<std::string> env = {"CONFIGURATION_DIRECTORY=" + config, "STATE_DIRECTORY=" + state,
                                   "NOTIFY_SOCKET=" + notifySocket, "WATCHDOG_USEC=400000",
@@ -134,11 +136,12 @@ int AwaitExit(pid_t pid, Clock::duration timeout) {
 
 // Starts the service, waits for READY=1, pings 127.0.0.1 three times and waits for the status
 // to count them; then SIGTERM must give STOPPING=1 and exit 0 within 5 seconds.
-void RunPingedService(const TempDir& dir, int mode, std::string_view countedWords) {
+void RunPingedService(const TempDir& dir, int mode, std::string_view countedWords,
+                      const std::string& extra = {}) {
   if (std::string_view(VORMELT_PROGRAM_PATH).empty()) GTEST_SKIP() << "built without vormelt";
   if (geteuid() != 0) GTEST_SKIP() << "capturing on loopback needs root";
   NotifySocket notify(dir.File("notify"));
-  const Service service = StartService(dir, mode, notify.path());
+  const Service service = StartService(dir, mode, notify.path(), extra);
   ASSERT_GT(service.pid, 0);
   const bool ready = notify.Await("READY=1", 5s);
   if (!ready) AwaitExit(service.pid, 0s);
@@ -234,6 +237,64 @@ TEST(SettingsCommand, RefusedValuesExitTwoAndLeaveTheFileAsItWas) {
   EXPECT_EQ(ReadFile(dir.File("settings.json")), before);
   EXPECT_EQ(RunCli({"settings", "get", "statistics.maxItems", "--config", dir.path()}).out,
             "8192\n");
+}
+
+// With logging on, the pings land in the log files the index names, and nothing says logging
+// is off.
+TEST(ServiceRun, PacketModeWithLoggingWritesPingToItsLogs) {
+  TempDir dir;
+  const std::string logs = dir.File("logs");
+  RunPingedService(dir, 0, " packets stored",
+                   R"(,"logging":{"enabled":true,"intervalSeconds":1,"method":1,"form":1,"folder":")" +
+                       logs + R"("})");
+  if (HasFatalFailure() || IsSkipped()) return;
+  EXPECT_EQ(ReadFile(dir.File("stderr")).find("logging is switched off"), std::string::npos);
+  std::string logged;
+  for (const auto& file : std::filesystem::directory_iterator(logs)) {
+    if (file.path().filename() != "_VORMELT_LOG_FILE_INDEX.txt") logged += ReadFile(file.path());
+  }
+  EXPECT_NE(logged.find("ICMP"), std::string::npos) << logged.substr(0, 400);
+}
+
+// File Mode as a service: a body fetched with curl from a loopback HTTP server is written to
+// the chosen folder and named in the journal; SIGTERM ends it with status 0.
+TEST(ServiceRun, FileModeWritesADownloadedBody) {
+  if (std::string_view(VORMELT_PROGRAM_PATH).empty()) GTEST_SKIP() << "built without vormelt";
+  if (geteuid() != 0) GTEST_SKIP() << "capturing on loopback needs root";
+  if (std::system("command -v curl >/dev/null && command -v python3 >/dev/null") != 0) {
+    GTEST_SKIP() << "curl or python3 is missing";
+  }
+  TempDir dir;
+  const std::string served = dir.File("served"), out = dir.File("out");
+  std::filesystem::create_directories(served);
+  std::filesystem::create_directories(out);
+  std::string body;
+  for (int i = 0; i < 4000; ++i) body += "line " + std::to_string(i) + " of the served page\n";
+  std::ofstream(served + "/page.txt") << body;
+  NotifySocket notify(dir.File("notify"));
+  const Service service = StartService(dir, 1, notify.path(),
+                                       R"(,"fileMode":{"ackTimeoutMs":300,"folder":")" + out + R"("})");
+  ASSERT_GT(service.pid, 0);
+  const bool ready = notify.Await("READY=1", 5s);
+  if (!ready) AwaitExit(service.pid, 0s);
+  ASSERT_TRUE(ready) << ReadFile(service.errFile);
+  // python's server answers HTTP/1.0, the body ending with the connection; bounded by timeout.
+  const std::string fetch = "cd '" + served + "' && (timeout 20 python3 -m http.server 18931 --bind 127.0.0.1 "
+                            ">/dev/null 2>&1 & sleep 1; curl -s -o /dev/null --max-time 5 "
+                            "http://127.0.0.1:18931/page.txt; sleep 0.2; kill %1)";
+  EXPECT_EQ(std::system(fetch.c_str()), 0);
+  EXPECT_TRUE(notify.Await("STATUS=", 8s, [](std::string_view status) {
+    return status.find("; 1 files written") != std::string_view::npos;
+  })) << ReadFile(service.errFile);
+  kill(service.pid, SIGTERM);
+  EXPECT_EQ(AwaitExit(service.pid, 5s), 0) << ReadFile(service.errFile);
+  std::vector<std::string> written;
+  for (const auto& file : std::filesystem::recursive_directory_iterator(out)) {
+    if (file.is_regular_file()) written.push_back(ReadFile(file.path()));
+  }
+  ASSERT_EQ(written.size(), 1u) << ReadFile(service.errFile);
+  EXPECT_TRUE(written[0] == body);
+  EXPECT_NE(ReadFile(service.errFile).find("File written: "), std::string::npos);
 }
 
 }  // namespace
