@@ -3,11 +3,29 @@
 // Errors are one clear line on `err`; results go to `out` byte for byte.
 #pragma once
 
+#include <charconv>
 #include <iosfwd>
 #include <span>
 #include <string>
+#include <string_view>
+#include <system_error>
+#include <type_traits>
 
 namespace vormelt::cli {
+
+// `text` read whole as a decimal number within [low, high] into `value`, which is left alone
+// when the text is anything else. The one number reader of the commands' options.
+template <typename Number>
+bool ParseNumber(std::string_view text, std::type_identity_t<Number> low,
+                 std::type_identity_t<Number> high, Number& value) {
+  Number parsed{};
+  const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), parsed);
+  if (error != std::errc() || stop != text.data() + text.size() || parsed < low || parsed > high) {
+    return false;
+  }
+  value = parsed;
+  return true;
+}
 
 // vormelt-cli names proto|ethertype|tcp|udp|vendor VALUE
 int RunNames(std::span<const std::string> args, std::ostream& out, std::ostream& err);

@@ -47,12 +47,6 @@ int Usage(std::ostream& err, const std::string& problem) {
   return kExitUsage;
 }
 
-bool ParseNumber(const std::string& text, long low, long high, long& value) {
-  const char* end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data(), end, value);
-  return error == std::errc() && stop == end && value >= low && value <= high;
-}
-
 bool ParseSubdirs(const std::string& text, fm::NamingOptions& naming) {
   naming.createSubfolders = true;
   std::size_t level = 0, begin = 0;

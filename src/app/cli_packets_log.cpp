@@ -6,6 +6,7 @@
 #include <charconv>
 #include <ostream>
 
+#include "app/cli.hpp"
 #include "packetmode/packet_find.hpp"
 #include "packetmode/packet_logger.hpp"
 
@@ -20,15 +21,6 @@ constexpr std::string_view kSingleLogName = "VORMELT_LOG";
 int Bad(std::ostream& err, const std::string& problem) {
   err << "vormelt-cli packets: " << problem << "\n";
   return kExitUsage;
-}
-
-bool ParseNumber(const std::string& text, std::int64_t min, std::int64_t max, std::int64_t& out) {
-  const char* end = text.data() + text.size();
-  std::int64_t value = 0;
-  const auto [stop, error] = std::from_chars(text.data(), end, value);
-  if (error != std::errc() || stop != end || value < min || value > max) return false;
-  out = value;
-  return true;
 }
 
 std::optional<std::int32_t> MethodOf(const std::string& word) {

@@ -41,12 +41,6 @@ int Usage(std::ostream& err, const std::string& problem) {
   return kExitUsage;
 }
 
-bool ParseNumber(const std::string& text, long low, long high, long& value) {
-  const char* end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data(), end, value);
-  return error == std::errc() && stop == end && value >= low && value <= high;
-}
-
 std::optional<stats::VictimPolicy> ParsePolicy(const std::string& word) {
   if (word == "longest-ago") return stats::VictimPolicy::LongestAgo;
   if (word == "lowest") return stats::VictimPolicy::Lowest;
