@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "capture/link_frames.hpp"
-#include "packetmode/filter_settings.hpp"
+#include "filters/filter_settings.hpp"
 #include "packets/record.hpp"
 
 namespace {

@@ -19,8 +19,8 @@
 #include "app/file_mode.hpp"
 #include "app/headless.hpp"
 #include "capture/session.hpp"
-#include "packetmode/filter_profile.hpp"
-#include "packetmode/filter_settings.hpp"
+#include "filters/filter_profile.hpp"
+#include "filters/filter_settings.hpp"
 #include "tools/md5.hpp"
 
 namespace vormelt::cli {

@@ -16,7 +16,7 @@
 #include "app/headless.hpp"
 #include "capture/session.hpp"
 #include "packetmode/dump_file.hpp"
-#include "packetmode/filter_profile.hpp"
+#include "filters/filter_profile.hpp"
 #include "packets/list_row.hpp"
 #include "packets/render.hpp"
 #include "packetmode/packet_mode_engine.hpp"

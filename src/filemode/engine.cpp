@@ -14,7 +14,7 @@
 #include "filemode/http_response.hpp"
 #include "filemode/mime_table.hpp"
 #include "filemode/reassembly.hpp"
-#include "packetmode/filter_settings.hpp"
+#include "filters/filter_settings.hpp"
 
 namespace vormelt::filemode {
 namespace {

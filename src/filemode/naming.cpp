@@ -13,7 +13,7 @@
 #include <cstdio>
 #include <utility>
 
-#include "packetmode/filter_settings.hpp"
+#include "filters/filter_settings.hpp"
 #include "packets/format.hpp"
 
 namespace vormelt::filemode {

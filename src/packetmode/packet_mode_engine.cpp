@@ -2,7 +2,7 @@
 // logging hooks) sit between the receive loop and the store without the window knowing.
 #include "packetmode/packet_mode_engine.hpp"
 
-#include "packetmode/filter_profile.hpp"
+#include "filters/filter_profile.hpp"
 
 namespace vormelt {
 

@@ -13,7 +13,7 @@
 #include "common/frame_sink.hpp"
 #include "common/texts.hpp"
 #include "packetmode/dump_file.hpp"
-#include "packetmode/filter_settings.hpp"
+#include "filters/filter_settings.hpp"
 #include "packetmode/packet_logger.hpp"
 #include "packets/store.hpp"
 

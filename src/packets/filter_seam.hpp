@@ -1,5 +1,5 @@
 // The seam through which the packet store asks a packet filter whether to keep a frame.
-// The store knows only this interface; the filter engine (packetmode/) implements it.
+// The store knows only this interface; the filter engine (filters/) implements it.
 #pragma once
 
 #include <cstdint>

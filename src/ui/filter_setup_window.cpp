@@ -23,8 +23,8 @@
 #include <string>
 
 #include "common/paths.hpp"
-#include "packetmode/filter_profile.hpp"
-#include "packetmode/filter_window_model.hpp"
+#include "filters/filter_profile.hpp"
+#include "filters/filter_window_model.hpp"
 #include "ui/background.hpp"
 #include "ui/dialogs.hpp"
 #include "ui/qt_text.hpp"

@@ -32,7 +32,7 @@
 #include "graphical/gatherer.hpp"
 #include "graphical/scene.hpp"
 #include "graphical/view_state.hpp"
-#include "packetmode/filter_window_model.hpp"
+#include "filters/filter_window_model.hpp"
 #include "ui/app_startup.hpp"
 #include "ui/background.hpp"
 #include "ui/dialogs.hpp"

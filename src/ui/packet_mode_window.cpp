@@ -37,7 +37,7 @@
 #include "capture/session.hpp"
 #include "common/settings.hpp"
 #include "common/settings_store.hpp"
-#include "packetmode/filter_profile.hpp"
+#include "filters/filter_profile.hpp"
 #include "packetmode/packet_mode_engine.hpp"
 #include "packets/format.hpp"
 #include "packets/list_row.hpp"

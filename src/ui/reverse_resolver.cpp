@@ -6,7 +6,7 @@
 #include <QWidget>
 #include <utility>
 
-#include "packetmode/filter_window_model.hpp"
+#include "filters/filter_window_model.hpp"
 #include "ui/background.hpp"
 #include "ui/dialogs.hpp"
 #include "ui/qt_text.hpp"

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "packetmode/filter_settings.hpp"
+#include "filters/filter_settings.hpp"
 #include "packets/record.hpp"
 
 using namespace vormelt;

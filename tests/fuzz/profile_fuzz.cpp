@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "packetmode/filter_profile.hpp"
+#include "filters/filter_profile.hpp"
 
 using namespace vormelt;
 

@@ -11,8 +11,8 @@
 
 // moc reads this file for the test class and cannot read the text catalogue behind these.
 #ifndef Q_MOC_RUN
-#include "packetmode/filter_profile.hpp"
-#include "packetmode/filter_window_model.hpp"
+#include "filters/filter_profile.hpp"
+#include "filters/filter_window_model.hpp"
 #include "support/ui/widgets.hpp"
 #include "ui/filter_setup_window.hpp"
 #endif

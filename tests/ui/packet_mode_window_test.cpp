@@ -14,7 +14,7 @@
 // moc reads this file for the test class and cannot read the text catalogue behind these.
 #ifndef Q_MOC_RUN
 #include "common/settings.hpp"
-#include "packetmode/filter_profile.hpp"
+#include "filters/filter_profile.hpp"
 #include "packets/list_row.hpp"
 #include "support/frames.hpp"
 #include "support/pcap_file.hpp"

@@ -1,6 +1,6 @@
 // The filter setup window's editing rules and field parsing, plus the resolver's look-ups.
 // Nothing here shows a message: the window turns each outcome into its catalogue text.
-#include "packetmode/filter_window_model.hpp"
+#include "filters/filter_window_model.hpp"
 
 #include <arpa/inet.h>
 #include <netdb.h>

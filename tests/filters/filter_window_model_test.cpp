@@ -2,7 +2,7 @@
 // chosen) and how port and size fields are read; their oddities are on purpose.
 #include <gtest/gtest.h>
 
-#include "packetmode/filter_window_model.hpp"
+#include "filters/filter_window_model.hpp"
 
 namespace vormelt {
 namespace {

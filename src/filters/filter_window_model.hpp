@@ -10,8 +10,8 @@
 #include <string_view>
 #include <vector>
 
-#include "packetmode/filter_profile.hpp"
-#include "packetmode/filter_settings.hpp"
+#include "filters/filter_profile.hpp"
+#include "filters/filter_settings.hpp"
 
 namespace vormelt {
 

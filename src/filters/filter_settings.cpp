@@ -1,7 +1,7 @@
 // The packet filter test and its settings. The test runs once per received frame, so it takes
 // no heap memory in the common case: patterns are prepared when a list is set, and the
 // payload copy reuses one buffer per thread.
-#include "packetmode/filter_settings.hpp"
+#include "filters/filter_settings.hpp"
 
 #include <algorithm>
 #include <array>

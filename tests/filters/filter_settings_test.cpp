@@ -7,7 +7,7 @@
 #include <thread>
 #include <vector>
 
-#include "packetmode/filter_settings.hpp"
+#include "filters/filter_settings.hpp"
 #include "packets/record.hpp"
 #include "support/frames.hpp"
 

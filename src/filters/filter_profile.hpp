@@ -12,7 +12,7 @@
 
 #include "common/settings.hpp"
 #include "common/texts.hpp"
-#include "packetmode/filter_settings.hpp"
+#include "filters/filter_settings.hpp"
 
 namespace vormelt {
 

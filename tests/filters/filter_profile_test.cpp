@@ -7,7 +7,7 @@
 #include <optional>
 #include <sstream>
 
-#include "packetmode/filter_profile.hpp"
+#include "filters/filter_profile.hpp"
 #include "support/pcap_file.hpp"
 
 namespace vormelt {

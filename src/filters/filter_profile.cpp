@@ -1,6 +1,6 @@
 // Reading and writing filter profiles as JSON. Everything from outside is checked field by field
 // before it reaches a FilterSettings: a profile either loads whole or not at all.
-#include "packetmode/filter_profile.hpp"
+#include "filters/filter_profile.hpp"
 
 #include <functional>
 #include <limits>
