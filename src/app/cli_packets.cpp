@@ -27,6 +27,7 @@ namespace {
 
 constexpr int kExitOk = 0, kExitFailed = 1, kExitUsage = 2;
 constexpr auto kPollInterval = std::chrono::milliseconds(10);
+constexpr auto kShortPoll = std::chrono::milliseconds(1);
 constexpr std::size_t kFlushBytes = 1 << 16;
 
 struct PacketsOptions {
@@ -224,11 +225,16 @@ int RunCapture(PacketModeEngine& engine, const CaptureTarget& target, RowPrinter
     engine.StartLive(target);
   }
   // Rows are printed as fast as they come; only a loop that found none waits, and then shows
-  // what it holds, so a quiet live capture's rows appear at once.
+  // what it holds, so a quiet live capture's rows appear at once. Right after rows came the
+  // wait is short: a file's rows stop coming when its reading ends, and a long wait then would
+  // be time added to every read.
+  bool wasBusy = false;
   while (session.listening.load()) {
     const bool busy = printer.PrintNewRows();
     if (!busy) printer.Flush();
-    if (signals.Wait(busy ? std::chrono::milliseconds(0) : kPollInterval)) session.Stop();
+    const auto wait = busy ? std::chrono::milliseconds(0) : wasBusy ? kShortPoll : kPollInterval;
+    if (signals.Wait(wait)) session.Stop();
+    wasBusy = busy;
   }
   session.Wait();
   printer.PrintNewRows();
