@@ -29,7 +29,7 @@ namespace {
 namespace fm = vormelt::filemode;
 
 constexpr int kExitOk = 0, kExitFailed = 1, kExitUsage = 2;
-constexpr auto kPollInterval = std::chrono::milliseconds(50);
+constexpr auto kPollInterval = std::chrono::milliseconds(10);
 constexpr std::size_t kReadChunk = 1 << 16;
 
 struct FilesOptions {
