@@ -4,12 +4,20 @@
 #pragma once
 
 #include <charconv>
+#include <functional>
 #include <iosfwd>
 #include <span>
 #include <string>
 #include <string_view>
 #include <system_error>
 #include <type_traits>
+
+namespace vormelt {
+class CaptureSession;
+class FilterSettings;
+class FrameSink;
+struct CaptureTarget;
+}  // namespace vormelt
 
 namespace vormelt::cli {
 
@@ -26,6 +34,16 @@ bool ParseNumber(std::string_view text, std::type_identity_t<Number> low,
   value = parsed;
   return true;
 }
+
+// Loads the filter profile at `path` into `filter`; false, with one line on `err`, when it
+// cannot be loaded.
+bool LoadProfileInto(const std::string& path, FilterSettings& filter, std::ostream& err);
+
+// Captures from `target` into `sink` until the source ends, SIGINT or SIGTERM comes, or
+// `seconds` (0: no limit) have passed; `afterWait` runs after every look, which comes at least
+// every 10 ms. Returns once the capture threads have ended.
+void CaptureUntilStopped(CaptureSession& session, const CaptureTarget& target, FrameSink& sink,
+                         long seconds, const std::function<void()>& afterWait = {});
 
 // vormelt-cli names proto|ethertype|tcp|udp|vendor VALUE
 int RunNames(std::span<const std::string> args, std::ostream& out, std::ostream& err);

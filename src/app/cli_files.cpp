@@ -19,7 +19,6 @@
 #include "app/file_mode.hpp"
 #include "app/headless.hpp"
 #include "capture/session.hpp"
-#include "filters/filter_profile.hpp"
 #include "filters/filter_settings.hpp"
 #include "tools/md5.hpp"
 
@@ -29,7 +28,6 @@ namespace {
 namespace fm = vormelt::filemode;
 
 constexpr int kExitOk = 0, kExitFailed = 1, kExitUsage = 2;
-constexpr auto kPollInterval = std::chrono::milliseconds(10);
 constexpr std::size_t kReadChunk = 1 << 16;
 
 struct FilesOptions {
@@ -212,18 +210,9 @@ class Reporter {
 };
 
 int Capture(const FilesOptions& options, fm::FileModeEngine& engine, Reporter& reporter) {
-  StopSignals signals;
   CaptureSession session;
-  session.Start(*options.target, engine);
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(options.seconds);
-  while (session.listening.load()) {
-    if (signals.Wait(kPollInterval) ||
-        (options.seconds && std::chrono::steady_clock::now() >= deadline)) {
-      session.Stop();
-    }
-    reporter.Report(engine, &session.Messages());
-  }
-  session.Wait();
+  CaptureUntilStopped(session, *options.target, engine, options.seconds,
+                      [&] { reporter.Report(engine, &session.Messages()); });
   engine.Finish();
   reporter.Report(engine, &session.Messages());
   return reporter.failed() ? kExitFailed : kExitOk;
@@ -237,13 +226,7 @@ int RunFiles(std::span<const std::string> args, std::ostream& out, std::ostream&
 
   FilterSettings filter;
   if (!options.filterProfile.empty()) {
-    const ProfileResult profile = LoadFilterProfile(options.filterProfile);
-    if (!profile.ok()) {
-      err << "vormelt-cli: "
-          << DescribeProfileProblem(profile, options.filterProfile, UiLanguage::English) << "\n";
-      return kExitFailed;
-    }
-    ApplyProfile(*profile.profile, filter);
+    if (!LoadProfileInto(options.filterProfile, filter, err)) return kExitFailed;
     options.engine.applyFilters = true;
   }
   std::error_code ignored;

@@ -16,7 +16,6 @@
 #include "app/headless.hpp"
 #include "capture/session.hpp"
 #include "packetmode/dump_file.hpp"
-#include "filters/filter_profile.hpp"
 #include "packets/list_row.hpp"
 #include "packets/render.hpp"
 #include "packetmode/packet_mode_engine.hpp"
@@ -300,13 +299,7 @@ int RunPackets(std::span<const std::string> args, std::ostream& out, std::ostrea
   // A filter profile filters every packet, as Packet Mode does with filtering switched on.
   FilterSettings& filter = engine.Filter();
   if (!options.filterProfile.empty()) {
-    const ProfileResult profile = LoadFilterProfile(options.filterProfile);
-    if (!profile.ok()) {
-      err << "vormelt-cli: "
-          << DescribeProfileProblem(profile, options.filterProfile, UiLanguage::English) << "\n";
-      return kExitFailed;
-    }
-    ApplyProfile(*profile.profile, filter);
+    if (!LoadProfileInto(options.filterProfile, filter, err)) return kExitFailed;
     filter.SetMatchCase(options.matchCase);
     filter.SetFilteringEnabled(true);
   }

@@ -23,7 +23,6 @@ namespace {
 namespace stats = vormelt::statistics;
 
 constexpr int kExitOk = 0, kExitFailed = 1, kExitUsage = 2;
-constexpr auto kPollInterval = std::chrono::milliseconds(10);
 
 struct StatsOptions {
   std::optional<CaptureTarget> target;
@@ -174,17 +173,8 @@ int RunStats(std::span<const std::string> args, std::ostream& out, std::ostream&
     return status;
   }
 
-  StopSignals signals;
   CaptureSession session;
-  session.Start(*options.target, engine);
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(options.seconds);
-  while (session.listening.load()) {
-    if (signals.Wait(kPollInterval) ||
-        (options.seconds && std::chrono::steady_clock::now() >= deadline)) {
-      session.Stop();
-    }
-  }
-  session.Wait();
+  CaptureUntilStopped(session, *options.target, engine, options.seconds);
 
   for (const CaptureMessage& message : session.Messages().Drain()) {
     err << "vormelt-cli: " << OneLineMessage(message) << "\n";

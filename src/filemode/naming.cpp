@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <utility>
 
+#include "common/unique_fd.hpp"
 #include "filters/filter_settings.hpp"
 #include "packets/format.hpp"
 
@@ -21,32 +22,6 @@ namespace {
 
 constexpr mode_t kFolderMode = 0755;
 constexpr mode_t kFileMode = 0644;
-
-// A descriptor closed when it goes out of scope.
-class Fd {
- public:
-  explicit Fd(int fd = -1) : fd_(fd) {}
-  ~Fd() { Reset(); }
-  Fd(const Fd&) = delete;
-  Fd& operator=(const Fd&) = delete;
-  Fd(Fd&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
-  Fd& operator=(Fd&& other) noexcept {
-    if (this != &other) {
-      Reset();
-      fd_ = std::exchange(other.fd_, -1);
-    }
-    return *this;
-  }
-  int get() const { return fd_; }
-  int release() { return std::exchange(fd_, -1); }
-  void Reset() {
-    if (fd_ >= 0) ::close(fd_);
-    fd_ = -1;
-  }
-
- private:
-  int fd_;
-};
 
 void ReplaceAll(std::string& text, std::string_view token, std::string_view value) {
   for (std::size_t at = text.find(token); at != std::string::npos;
@@ -70,7 +45,7 @@ std::string DateText(std::string_view dateTimeTemplate, const LocalTime& time) {
 
 // Descends into (creating first) each sub-folder the levels ask for. Creation failures are
 // ignored, as a folder that already exists is the usual case; opening decides.
-Fd EnterSubfolders(Fd folder, const NamingOptions& options, std::string_view extension,
+UniqueFd EnterSubfolders(UniqueFd folder, const NamingOptions& options, std::string_view extension,
                    std::uint32_t source, std::uint32_t destination, std::string& relative) {
   if (!options.createSubfolders) return folder;
   for (const SubfolderChoice level : options.levels) {
@@ -79,9 +54,9 @@ Fd EnterSubfolders(Fd folder, const NamingOptions& options, std::string_view ext
     if (level == SubfolderChoice::Destination) component = FormatIpv4(destination);
     if (level == SubfolderChoice::Extension) component = std::string(extension);
     if (component.empty()) continue;
-    if (!IsSafeComponent(component)) return Fd();
+    if (!IsSafeComponent(component)) return UniqueFd();
     ::mkdirat(folder.get(), component.c_str(), kFolderMode);
-    folder = Fd(::openat(folder.get(), component.c_str(),
+    folder = UniqueFd(::openat(folder.get(), component.c_str(),
                          O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     if (folder.get() < 0) return folder;
     relative += component + "/";
@@ -94,7 +69,7 @@ Fd EnterSubfolders(Fd folder, const NamingOptions& options, std::string_view ext
 int OpenExactly(int folder, const std::string& fileName, bool overwrite) {
   const int flags = O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK |
                     (overwrite ? O_TRUNC : O_EXCL);
-  Fd fd(::openat(folder, fileName.c_str(), flags, kFileMode));
+  UniqueFd fd(::openat(folder, fileName.c_str(), flags, kFileMode));
   if (fd.get() < 0) return -1;
   struct stat status {};
   if (::fstat(fd.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
@@ -175,7 +150,7 @@ OpenedFile OpenOutputFile(const NamingOptions& options, std::string_view name,
     result.outcome = OpenOutcome::InvalidName;
     return result;
   }
-  Fd folder(::open(folderText.empty() ? "/" : folderText.c_str(),
+  UniqueFd folder(::open(folderText.empty() ? "/" : folderText.c_str(),
                    O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   std::string relative;
   if (folder.get() >= 0) {

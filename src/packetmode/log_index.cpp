@@ -13,6 +13,7 @@
 #include <optional>
 
 #include "common/clock.hpp"
+#include "common/unique_fd.hpp"
 
 namespace vormelt {
 namespace {
@@ -21,23 +22,6 @@ constexpr std::size_t kBlockSize = 4096;
 constexpr std::size_t kMaxPathLine = 4095;
 constexpr std::string_view kTempSuffix = "_TEMP.txt";
 constexpr int kEndOfFile = -1;
-
-// Closes its descriptor; -1 holds nothing.
-class Fd {
- public:
-  explicit Fd(int fd = -1) : fd_(fd) {}
-  ~Fd() { Reset(); }
-  Fd(const Fd&) = delete;
-  Fd& operator=(const Fd&) = delete;
-  int get() const { return fd_; }
-  void Reset() {
-    if (fd_ >= 0) ::close(fd_);
-    fd_ = -1;
-  }
-
- private:
-  int fd_;
-};
 
 bool WriteAll(int fd, std::string_view bytes) {
   while (!bytes.empty()) {
@@ -137,21 +121,21 @@ std::string ReadPathLine(ByteReader& reader) {
 
 // Writes the kept entries to a fresh temporary index and puts it in the index's place.
 // False when no temporary file could be made or filled: the caller then deletes the index.
-bool RewriteIndex(const std::string& indexPath, Fd& index, ByteReader& reader,
+bool RewriteIndex(const std::string& indexPath, UniqueFd& index, ByteReader& reader,
                   const std::array<char, kLogStampLength + 1>& stamp) {
   const std::string tempPath = indexPath.substr(0, indexPath.size() - 4) + std::string(kTempSuffix);
-  Fd temp(::open(tempPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0644));
+  UniqueFd temp(::open(tempPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0644));
   if (temp.get() < 0) return false;
   if (!WriteAll(temp.get(), "\r\n") ||
       !WriteAll(temp.get(), std::string_view(stamp.data(), kLogStampLength)) ||
       !reader.CopyRest(temp.get())) {
-    temp.Reset();
+    temp.Close();
     ::unlink(tempPath.c_str());
     return false;
   }
-  index.Reset();
+  index.Close();
   ::unlink(indexPath.c_str());
-  temp.Reset();
+  temp.Close();
   ::rename(tempPath.c_str(), indexPath.c_str());
   return true;
 }
@@ -180,7 +164,7 @@ std::string LogStamp(CaptureTime time) {
 
 void AppendLogIndexEntry(std::string_view folder, std::string_view logPath, CaptureTime now) {
   const std::string path = LogIndexPath(folder);
-  Fd index(::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOFOLLOW, 0644));
+  UniqueFd index(::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOFOLLOW, 0644));
   if (index.get() < 0) return;
   std::string entry = "\r\n" + LogStamp(now) + "    ";
   entry += logPath;
@@ -189,7 +173,7 @@ void AppendLogIndexEntry(std::string_view folder, std::string_view logPath, Capt
 
 void PruneLogFiles(std::string_view folder, std::int64_t maxAgeSeconds, CaptureTime now) {
   const std::string indexPath = LogIndexPath(folder);
-  Fd index(::open(indexPath.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW));
+  UniqueFd index(::open(indexPath.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW));
   if (index.get() < 0) return;
   const std::int64_t nowMs = Milliseconds(now);
   ByteReader reader(index.get());
@@ -216,7 +200,7 @@ void PruneLogFiles(std::string_view folder, std::int64_t maxAgeSeconds, CaptureT
     const std::string logPath = ReadPathLine(reader);
     if (!logPath.empty()) ::unlink(logPath.c_str());  // already gone: nothing to say
   }
-  index.Reset();
+  index.Close();
   ::unlink(indexPath.c_str());
 }
 

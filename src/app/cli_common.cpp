@@ -1,0 +1,41 @@
+// What several vormelt-cli commands do alike: load a filter profile, and capture until told to
+// stop.
+#include <chrono>
+#include <ostream>
+
+#include "app/cli.hpp"
+#include "app/headless.hpp"
+#include "capture/session.hpp"
+#include "filters/filter_profile.hpp"
+#include "filters/filter_settings.hpp"
+
+namespace vormelt::cli {
+
+bool LoadProfileInto(const std::string& path, FilterSettings& filter, std::ostream& err) {
+  const ProfileResult profile = LoadFilterProfile(path);
+  if (!profile.ok()) {
+    err << "vormelt-cli: " << DescribeProfileProblem(profile, path, UiLanguage::English) << "\n";
+    return false;
+  }
+  ApplyProfile(*profile.profile, filter);
+  return true;
+}
+
+void CaptureUntilStopped(CaptureSession& session, const CaptureTarget& target, FrameSink& sink,
+                         long seconds, const std::function<void()>& afterWait) {
+  constexpr auto kPollInterval = std::chrono::milliseconds(10);
+  // Made before the capture threads start, so that they inherit the blocked signals.
+  StopSignals signals;
+  session.Start(target, sink);
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+  while (session.listening.load()) {
+    if (signals.Wait(kPollInterval) ||
+        (seconds && std::chrono::steady_clock::now() >= deadline)) {
+      session.Stop();
+    }
+    if (afterWait) afterWait();
+  }
+  session.Wait();
+}
+
+}  // namespace vormelt::cli
