@@ -11,6 +11,7 @@
 #include <fstream>
 #include <system_error>
 
+#include "common/file_write.hpp"
 #include "common/unique_fd.hpp"
 
 namespace vormelt {
@@ -30,26 +31,8 @@ std::string ParserMessage(const char* what) {
   return std::string(text);
 }
 
-std::string ErrnoText(int error) { return std::error_code(error, std::generic_category()).message(); }
-
 void SetError(std::string* error, std::string text) {
   if (error) *error = std::move(text);
-}
-
-bool WriteAll(int fd, std::string_view content) {
-  while (!content.empty()) {
-    const ssize_t n = ::write(fd, content.data(), content.size());
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return false;
-    content.remove_prefix(static_cast<std::size_t>(n));
-  }
-  return true;
-}
-
-// The rename itself lives in the directory; flushing it makes the new name survive a power cut.
-void SyncDirectory(const std::filesystem::path& dir) {
-  UniqueFd fd(::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (fd.get() >= 0) ::fsync(fd.get());
 }
 
 }  // namespace
@@ -67,10 +50,12 @@ bool WriteFileAtomically(const std::filesystem::path& file, std::string_view con
     SetError(error, dir.string() + ": " + ErrnoText(errno));
     return false;
   }
-  const bool written = WriteAll(fd.get(), content) && ::fsync(fd.get()) == 0;
-  const int writeErrno = errno;
-  if (!fd.Close() || !written) {
-    SetError(error, ErrnoText(written ? errno : writeErrno));
+  const WriteOutcome outcome = WriteAll(fd.get(), content);
+  int failure = outcome.error;
+  if (failure == 0 && ::fsync(fd.get()) != 0) failure = errno;
+  if (!fd.Close() && failure == 0) failure = errno;
+  if (failure != 0) {
+    SetError(error, ErrnoText(failure));
     ::unlink(temp.c_str());
     return false;
   }

@@ -1,0 +1,59 @@
+// Writing beside and renaming: a full disk or a taken name never leaves a half file or a part
+// file behind, and never touches what was there before.
+#include "common/file_write.hpp"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <fstream>
+#include <string>
+
+#include "support/small_disk.hpp"
+
+namespace vormelt {
+namespace {
+
+std::string Slurp(const std::filesystem::path& file) {
+  std::ifstream in(file, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+TEST(FileBeside, FullDiskKeepsTheOldFileAndLeavesNoPart) {
+  test::SmallDisk disk(64 * 1024);
+  VORMELT_REQUIRE_SMALL_DISK(disk);
+  const auto target = disk.path() / "dump.txt";
+  std::ofstream(target) << "old";
+  int error = 0;
+  FileBeside file = FileBeside::Create(target, error);
+  ASSERT_TRUE(file) << ErrnoText(error);
+  const WriteOutcome outcome = file.Write(std::string(200 * 1024, 'x'));
+  EXPECT_EQ(outcome.error, ENOSPC);
+  EXPECT_LT(outcome.written, 200u * 1024);
+  EXPECT_EQ(file.Write("more").written, 0u);  // the first failure sticks
+  EXPECT_EQ(file.Commit(), ENOSPC);
+  EXPECT_EQ(Slurp(target), "old");
+  EXPECT_FALSE(std::filesystem::exists(disk.path() / ".dump.txt.part"));
+}
+
+TEST(FileBeside, WithoutReplaceATakenNameStaysAndTheNewBytesGo) {
+  const auto folder = std::filesystem::temp_directory_path() / ("vormelt-beside-" + std::to_string(::getpid()));
+  std::filesystem::create_directories(folder);
+  std::ofstream(folder / "a.bin") << "first";
+  int error = 0;
+  FileBeside file = FileBeside::Create(folder / "a.bin", error);
+  ASSERT_TRUE(file);
+  ASSERT_TRUE(file.Write("second").ok());
+  EXPECT_EQ(file.Commit(/*replace=*/false), EEXIST);
+  EXPECT_EQ(Slurp(folder / "a.bin"), "first");
+  EXPECT_FALSE(std::filesystem::exists(folder / ".a.bin.part"));
+
+  FileBeside other = FileBeside::Create(folder / "b.bin", error);
+  ASSERT_TRUE(other.Write("whole").ok());
+  EXPECT_EQ(other.Commit(false), 0);
+  EXPECT_EQ(Slurp(folder / "b.bin"), "whole");
+  std::filesystem::remove_all(folder);
+}
+
+}  // namespace
+}  // namespace vormelt
