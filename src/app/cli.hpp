@@ -3,13 +3,20 @@
 // Errors are one clear line on `err`; results go to `out` byte for byte.
 #pragma once
 
+#include <signal.h>
+
+#include <atomic>
 #include <charconv>
+#include <chrono>
+#include <condition_variable>
 #include <functional>
 #include <iosfwd>
+#include <mutex>
 #include <span>
 #include <string>
 #include <string_view>
 #include <system_error>
+#include <thread>
 #include <type_traits>
 
 namespace vormelt {
@@ -38,6 +45,39 @@ bool ParseNumber(std::string_view text, std::type_identity_t<Number> low,
 // Loads the filter profile at `path` into `filter`; false, with one line on `err`, when it
 // cannot be loaded.
 bool LoadProfileInto(const std::string& path, FilterSettings& filter, std::ostream& err);
+
+// SIGINT and SIGTERM as a request to stop, for as long as this lives: the two signals are
+// blocked in the thread that made it and in every thread started after it, and a watcher
+// thread takes them, so a signal never ends the process halfway through a record or a file and
+// never runs a handler inside libpcap. Make it before any other thread starts. Each signal
+// raises the request; the work in hand polls Requested() (or hands Flag() to an engine as its
+// cancel flag), finishes its record, closes its file and says how far it got.
+class StopRequest {
+ public:
+  StopRequest();
+  ~StopRequest();
+  StopRequest(const StopRequest&) = delete;
+  StopRequest& operator=(const StopRequest&) = delete;
+
+  bool Requested() const { return requested_.load(); }
+  const std::atomic<bool>& Flag() const { return requested_; }
+  // Waits up to `timeout` for the request; true when it is raised.
+  bool Wait(std::chrono::milliseconds timeout);
+  // Lowers the request: the stop that ended one piece of work (a capture, which has no other
+  // end) does not also cut short the next one (saving what was captured).
+  void Lower() { requested_.store(false); }
+
+ private:
+  void Watch();
+
+  sigset_t set_{};
+  sigset_t previous_{};
+  std::atomic<bool> requested_{false};
+  std::atomic<bool> ending_{false};
+  std::mutex mutex_;
+  std::condition_variable raised_;
+  std::thread watcher_;
+};
 
 // Captures from `target` into `sink` until the source ends, SIGINT or SIGTERM comes, or
 // `seconds` (0: no limit) have passed; `afterWait` runs after every look, which comes at least

@@ -1,5 +1,7 @@
-// What several vormelt-cli commands do alike: load a filter profile, and capture until told to
-// stop.
+// What several vormelt-cli commands do alike: load a filter profile, take SIGINT/SIGTERM as a
+// stop request, and capture until told to stop.
+#include <pthread.h>
+
 #include <chrono>
 #include <ostream>
 
@@ -21,15 +23,51 @@ bool LoadProfileInto(const std::string& path, FilterSettings& filter, std::ostre
   return true;
 }
 
+StopRequest::StopRequest() {
+  sigemptyset(&set_);
+  sigaddset(&set_, SIGINT);
+  sigaddset(&set_, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &set_, &previous_);
+  watcher_ = std::thread([this] { Watch(); });
+}
+
+StopRequest::~StopRequest() {
+  ending_.store(true);
+  pthread_kill(watcher_.native_handle(), SIGTERM);
+  watcher_.join();
+  // A signal that came while the watcher was ending would end the process once unblocked.
+  const timespec now{};
+  while (sigtimedwait(&set_, nullptr, &now) > 0) {
+  }
+  pthread_sigmask(SIG_SETMASK, &previous_, nullptr);
+}
+
+void StopRequest::Watch() {
+  for (;;) {
+    int signal = 0;
+    if (sigwait(&set_, &signal) != 0 || ending_.load()) return;
+    {
+      std::lock_guard lock(mutex_);
+      requested_.store(true);
+    }
+    raised_.notify_all();
+  }
+}
+
+bool StopRequest::Wait(std::chrono::milliseconds timeout) {
+  std::unique_lock lock(mutex_);
+  return raised_.wait_for(lock, timeout, [this] { return requested_.load(); });
+}
+
 void CaptureUntilStopped(CaptureSession& session, const CaptureTarget& target, FrameSink& sink,
                          long seconds, const std::function<void()>& afterWait) {
   constexpr auto kPollInterval = std::chrono::milliseconds(10);
   // Made before the capture threads start, so that they inherit the blocked signals.
-  StopSignals signals;
+  StopRequest stop;
   session.Start(target, sink);
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
   while (session.listening.load()) {
-    if (signals.Wait(kPollInterval) ||
+    if (stop.Wait(kPollInterval) ||
         (seconds && std::chrono::steady_clock::now() >= deadline)) {
       session.Stop();
     }

@@ -14,6 +14,7 @@
 #include "app/cli.hpp"
 #include "app/cli_packets_log.hpp"
 #include "app/headless.hpp"
+#include "common/file_write.hpp"
 #include "capture/session.hpp"
 #include "packetmode/dump_file.hpp"
 #include "packets/list_row.hpp"
@@ -213,10 +214,27 @@ class RowPrinter {
   std::optional<PacketRenderer> renderer_;
 };
 
+// The line saying the store's limit cut the input off, when it did; the Packet Mode window
+// shows "Stopped/Item Limit Reached" in the same case. Returns the exit status it calls for:
+// failed when packets were left out, or may have been (a live capture stopped).
+int ReportStoreLimit(const PacketStore& store, std::optional<std::uint64_t> notTaken,
+                     std::ostream& err) {
+  if (!store.LimitReached()) return kExitOk;
+  err << "vormelt-cli: " << StoreLimitText(store.Capacity(), notTaken, UiLanguage::English) << "\n";
+  return notTaken == std::uint64_t{0} ? kExitOk : kExitFailed;
+}
+
+void ReportSkipped(const SkippedPackets& skipped, std::ostream& err) {
+  const auto report = [&](std::uint64_t count, Text text) {
+    if (count) err << "vormelt-cli: " << FormatText(text, UiLanguage::English, static_cast<unsigned long long>(count)) << "\n";
+  };
+  report(skipped.notIp, Text::PacketsSkippedNotIp);
+  report(skipped.cutShort, Text::PacketsSkippedCutShort);
+}
+
 // Captures live or from a capture file, printing rows as they come. Returns the exit status.
 int RunCapture(PacketModeEngine& engine, const CaptureTarget& target, RowPrinter& printer,
-               std::ostream& err) {
-  StopSignals signals;
+               StopRequest& stop, std::ostream& err) {
   CaptureSession& session = engine.Session();
   if (target.type == CaptureTarget::Type::File) {
     engine.StartFile(target.name);
@@ -232,7 +250,7 @@ int RunCapture(PacketModeEngine& engine, const CaptureTarget& target, RowPrinter
     const bool busy = printer.PrintNewRows();
     if (!busy) printer.Flush();
     const auto wait = busy ? std::chrono::milliseconds(0) : wasBusy ? kShortPoll : kPollInterval;
-    if (signals.Wait(wait)) session.Stop();
+    if (stop.Wait(wait)) session.Stop();
     wasBusy = busy;
   }
   session.Wait();
@@ -244,6 +262,10 @@ int RunCapture(PacketModeEngine& engine, const CaptureTarget& target, RowPrinter
     err << "vormelt-cli: " << OneLineMessage(message) << "\n";
     status = kExitFailed;
   }
+  ReportSkipped(session.Skipped(), err);
+  if (session.Status().status == CaptureStatus::ItemLimitReached) {
+    status = std::max(status, ReportStoreLimit(engine.Store(), session.NotTaken(), err));
+  }
   // A capture that never opened has no count to report; its error line says it all.
   if (session.Status().status != CaptureStatus::Idle) {
     err << printer.Printed() << " packets, " << session.Dropped() << " dropped\n";
@@ -254,36 +276,62 @@ int RunCapture(PacketModeEngine& engine, const CaptureTarget& target, RowPrinter
 // Loads a dump file into the store (through the filter when a profile was given), prints its
 // rows, then says why loading ended when that was anything but the file's end.
 int LoadDump(PacketModeEngine& engine, const PacketsOptions& options, RowPrinter& printer,
-             std::ostream& err) {
+             const StopRequest& stop, std::ostream& err) {
   DumpLoadOptions load;
   load.form = *options.form;
+  load.cancel = &stop.Flag();
   const DumpLoadResult result =
       *engine.LoadDump(options.loadDump, load, !options.filterProfile.empty());
   printer.PrintNewRows();
   printer.Flush();
-  const std::string problem = DescribeDumpLoad(result, options.loadDump);
-  if (!problem.empty()) err << "vormelt-cli: " << problem << "\n";
+  int status = kExitOk;
+  if (result.end == DumpLoadEnd::ItemLimitReached) {
+    status = ReportStoreLimit(engine.Store(), result.notTaken, err);
+  } else if (const std::string problem = DescribeDumpLoad(result, options.loadDump); !problem.empty()) {
+    err << "vormelt-cli: " << problem << "\n";
+    status = kExitFailed;
+  }
   err << printer.Printed() << " packets loaded\n";
-  return problem.empty() ? kExitOk : kExitFailed;
+  return status;
 }
 
-// --save and --write, from everything the store holds.
-int WriteOutputs(const PacketStore& store, const PacketsOptions& options, std::ostream& err) {
+// --save and --write, from everything the store holds. A stop ends each after the packet in
+// hand, with the file whole and closed, and says how far it got.
+int WriteOutputs(const PacketStore& store, const PacketsOptions& options, const StopRequest& stop,
+                 std::ostream& err) {
   int status = kExitOk;
   if (!options.save.empty()) {
     DumpSaveOptions save;
     save.render = RenderOptions{*options.form, IpGap::Narrow, options.level};
     save.append = options.append;
-    if (!SaveDumpFile(options.save, store, save).ok) {
-      err << "vormelt-cli: " << English(Text::DumpUnableToSave) << " (" << options.save << ")\n";
+    save.cancel = &stop.Flag();
+    const DumpSaveResult saved = SaveDumpFile(options.save, store, save);
+    if (!saved.ok) {
+      err << "vormelt-cli: " << English(Text::DumpUnableToSave) << " (" << options.save << ": "
+          << ErrnoText(saved.error) << ")\n";
+      status = kExitFailed;
+    } else if (saved.stopped) {
+      err << "vormelt-cli: " << options.save << ": "
+          << FormatText(Text::DumpSaveStopped, UiLanguage::English, static_cast<long>(saved.packets))
+          << "\n";
       status = kExitFailed;
     }
   }
   if (!options.write.empty()) {
-    const CaptureExportResult written = WriteCaptureFile(options.write, store, false);
+    const CaptureExportResult written =
+        WriteCaptureFile(options.write, store, false, std::nullopt, nullptr, &stop.Flag());
     if (!written.ok) {
       err << "vormelt-cli: " << written.error << "\n";
       status = kExitFailed;
+    } else if (written.stopped) {
+      err << "vormelt-cli: " << options.write << ": writing was stopped after " << written.packets
+          << " packets\n";
+      status = kExitFailed;
+    }
+    if (written.leftOut) {
+      err << "vormelt-cli: " << FormatText(Text::CaptureFileLeftOut, UiLanguage::English,
+                                           options.write.c_str(),
+                                           static_cast<unsigned long long>(written.leftOut)) << "\n";
     }
   }
   return status;
@@ -295,6 +343,9 @@ int RunPackets(std::span<const std::string> args, std::ostream& out, std::ostrea
   PacketsOptions options;
   if (const int status = ParseOptions(args, options, err); status != kExitOk) return status;
 
+  // First, before the engine starts any thread (logger, capture), so that every one of them
+  // leaves SIGINT and SIGTERM to it.
+  StopRequest stop;
   PacketModeEngine engine;
   // A filter profile filters every packet, as Packet Mode does with filtering switched on.
   FilterSettings& filter = engine.Filter();
@@ -321,8 +372,11 @@ int RunPackets(std::span<const std::string> args, std::ostream& out, std::ostrea
       return kExitFailed;
     }
   }
-  int status = options.loadDump.empty() ? RunCapture(engine, *options.target, printer, err)
-                                        : LoadDump(engine, options, printer, err);
+  int status = options.loadDump.empty() ? RunCapture(engine, *options.target, printer, stop, err)
+                                        : LoadDump(engine, options, printer, stop, err);
+  // A stop is how a live capture ends; it does not also cut short writing what was captured.
+  // Another one does.
+  stop.Lower();
   if (options.logFind.logging) {
     engine.StopLogging();
     const LogStatus logged = engine.LoggingStatus();
@@ -333,8 +387,9 @@ int RunPackets(std::span<const std::string> args, std::ostream& out, std::ostrea
       status = kExitFailed;
     }
   }
-  if (status == kExitOk || !options.loadDump.empty()) {
-    status = std::max(status, WriteOutputs(engine.Store(), options, err));
+  // What a full store holds is written out as well: the limit line has said what it lacks.
+  if (status == kExitOk || !options.loadDump.empty() || engine.Store().LimitReached()) {
+    status = std::max(status, WriteOutputs(engine.Store(), options, stop, err));
   }
   return status;
 }

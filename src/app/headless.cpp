@@ -3,6 +3,8 @@
 
 #include <pthread.h>
 
+#include "common/file_write.hpp"
+
 namespace vormelt {
 
 std::string OneLineMessage(const CaptureMessage& message, UiLanguage language) {
@@ -16,7 +18,11 @@ std::string OneLineMessage(const CaptureMessage& message, UiLanguage language) {
 std::string DescribeDumpLoad(const DumpLoadResult& result, const std::string& path) {
   if (const std::optional<Text> message = DumpLoadMessage(result.end)) {
     std::string line(English(*message));
-    if (result.end == DumpLoadEnd::OpenFailed) line += " (" + path + ")";
+    if (result.end == DumpLoadEnd::OpenFailed) {
+      line += " (" + path + ": " + ErrnoText(result.error) + ")";
+    } else if (result.end == DumpLoadEnd::NotRegularFile) {
+      line += " (" + path + ")";
+    }
     return line;
   }
   switch (result.end) {

@@ -166,4 +166,26 @@ bool ToAdapterFrame(int linkType, std::span<const std::uint8_t> packet,
   return true;
 }
 
+ConvertedFrame ToFrame(int linkType, InterfaceKind kind, std::span<const std::uint8_t> packet,
+                       std::vector<std::uint8_t>& out) {
+  if (kind == InterfaceKind::PacketDriver) {
+    return {ToAdapterFrame(linkType, packet, out) ? FrameOutcome::Kept : FrameOutcome::CutShort,
+            kind};
+  }
+  if (KindForLinkType(linkType) != InterfaceKind::RawSockets) {
+    // Live Raw Sockets on an adapter's link: the datagrams a raw socket would see, nothing else.
+    return {ToRawSocketsFrame(linkType, packet, out) ? FrameOutcome::Kept : FrameOutcome::NotForRawSockets,
+            kind};
+  }
+  switch (TypeOfIpVersion(packet)) {
+    case kEtherTypeIpv4:
+      ToRawSocketsFrame(linkType, packet, out);
+      return {FrameOutcome::Kept, InterfaceKind::RawSockets};
+    case kEtherTypeIpv6:
+      ToAdapterFrame(linkType, packet, out);
+      return {FrameOutcome::Kept, InterfaceKind::PacketDriver};
+    default: return {FrameOutcome::NotIp, kind};
+  }
+}
+
 }  // namespace vormelt

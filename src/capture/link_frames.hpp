@@ -31,4 +31,21 @@ bool ToRawSocketsFrame(int linkType, std::span<const std::uint8_t> packet,
 bool ToAdapterFrame(int linkType, std::span<const std::uint8_t> packet,
                     std::vector<std::uint8_t>& out);
 
+// What one packet of a capture of `kind` became.
+enum class FrameOutcome : std::uint8_t {
+  Kept,         // `out` holds the frame, of the kind returned
+  NotIp,        // a raw IP link's packet whose version nibble is neither 4 nor 6
+  CutShort,     // shorter than its link header
+  NotForRawSockets,  // not IPv4, on a Raw Sockets capture of another link: by design, not a loss
+};
+struct ConvertedFrame {
+  FrameOutcome outcome = FrameOutcome::Kept;
+  InterfaceKind kind = InterfaceKind::RawSockets;
+};
+// The one conversion a capture makes. Raw IP links carry IPv4 or IPv6 by the version nibble:
+// IPv4 becomes a Raw Sockets frame, IPv6 the same frame an IPv6 link gives (adapter kind,
+// EtherType 0x86DD), so a file's packets do not depend on which of the two it was saved as.
+ConvertedFrame ToFrame(int linkType, InterfaceKind kind, std::span<const std::uint8_t> packet,
+                       std::vector<std::uint8_t>& out);
+
 }  // namespace vormelt

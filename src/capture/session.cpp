@@ -105,6 +105,11 @@ void CaptureSession::RunStarter(std::stop_token stop, CaptureTarget target, Fram
   bytesRead_.store(0);
   dropped_.store(0);
   {
+    std::lock_guard lock(statusMutex_);
+    skipped_ = {};
+    notTaken_.reset();
+  }
+  {
     std::lock_guard lock(sourceMutex_);
     activeSource_ = &source;
   }
@@ -112,6 +117,10 @@ void CaptureSession::RunStarter(std::stop_token stop, CaptureTarget target, Fram
   if (stopRequested.load()) source.Interrupt();
   RunReceiveLoop(source, sink, target);
   SampleDrops(source);
+  {
+    std::lock_guard lock(statusMutex_);
+    skipped_ = source.Skipped();
+  }
   sink.Finish();
   {
     std::lock_guard lock(sourceMutex_);
@@ -166,11 +175,42 @@ void CaptureSession::RunReceiveLoop(CaptureSource& source, FrameSink& sink,
       case SinkVerdict::Skipped: continue;
       case SinkVerdict::OutOfMemory: SetStatus(CaptureStatus::MemoryError); break;
       case SinkVerdict::ListFull: SetStatus(CaptureStatus::MaxListItems); break;
-      case SinkVerdict::ItemLimitReached: SetStatus(CaptureStatus::ItemLimitReached); break;
+      case SinkVerdict::ItemLimitReached:
+        SetStatus(CaptureStatus::ItemLimitReached);
+        if (file) CountNotTaken(source);
+        break;
     }
     return;
   }
   SetStatus(CaptureStatus::Stopped);
+}
+
+// The rest of a file the sink had no room for, counted so the user learns what was cut off.
+// A stop leaves the count unknown rather than short.
+void CaptureSession::CountNotTaken(CaptureSource& source) {
+  FrameRecord frame;
+  std::uint64_t rest = 0;
+  for (;;) {
+    if (quitRequested.load(std::memory_order_relaxed) ||
+        stopRequested.load(std::memory_order_relaxed)) {
+      return;
+    }
+    const ReadResult result = source.Next(frame);
+    if (result == ReadResult::Frame) ++rest;
+    if (result == ReadResult::End || result == ReadResult::Failed) break;
+  }
+  std::lock_guard lock(statusMutex_);
+  notTaken_ = rest;
+}
+
+SkippedPackets CaptureSession::Skipped() const {
+  std::lock_guard lock(statusMutex_);
+  return skipped_;
+}
+
+std::optional<std::uint64_t> CaptureSession::NotTaken() const {
+  std::lock_guard lock(statusMutex_);
+  return notTaken_;
 }
 
 void CaptureSession::Stop() {

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 
@@ -80,6 +81,11 @@ class CaptureSession {
   // For a watchdog: the receive loop is healthy while its turns grow or while it waits in the
   // source for frames (on a quiet network libpcap may block there well past its timeout); a
   // loop stuck inside a sink does neither.
+  // File captures: packets the file held that no frame was made of (see SkippedPackets).
+  SkippedPackets Skipped() const;
+  // A file capture the sink's limit ended is read on to its end and its packets counted: how
+  // many were not taken. Nullopt when nothing was cut, or a stop came before the end.
+  std::optional<std::uint64_t> NotTaken() const;
   std::uint64_t LoopTurns() const { return loopTurns_.load(std::memory_order_relaxed); }
   bool WaitingForFrames() const { return waitingForFrames_.load(std::memory_order_relaxed); }
 
@@ -102,6 +108,7 @@ class CaptureSession {
   bool AwaitPreviousLoop(const std::stop_token& stop, std::uint64_t stopSerial, int maxPolls);
   void RunReceiveLoop(CaptureSource& source, FrameSink& sink, const CaptureTarget& target);
   void SampleDrops(const CaptureSource& source);
+  void CountNotTaken(CaptureSource& source);
   void SetStatus(CaptureStatus status, InterfaceKind kind, std::string interfaceText, bool file);
   void SetStatus(CaptureStatus status);
   void InterruptSource();
@@ -109,6 +116,8 @@ class CaptureSession {
   MessageQueue messages_;
   mutable std::mutex statusMutex_;
   CaptureStatusSnapshot status_;
+  SkippedPackets skipped_;                  // guarded by statusMutex_
+  std::optional<std::uint64_t> notTaken_;   // guarded by statusMutex_
   std::mutex sourceMutex_;
   CaptureSource* activeSource_ = nullptr;  // for Stop to interrupt; owned by the thread
   std::mutex threadMutex_;

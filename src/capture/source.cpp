@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <optional>
 #include <vector>
 
 #include "capture/classic_pcap.hpp"
@@ -86,7 +87,8 @@ class PcapSource final : public CaptureSource {
       return ReadResult::Failed;
     }
     SampleProgress();
-    if (!Convert(std::span<const std::uint8_t>(data, header->caplen))) return ReadResult::Nothing;
+    const std::optional<InterfaceKind> kind = Convert(std::span<const std::uint8_t>(data, header->caplen));
+    if (!kind) return ReadResult::Nothing;
     const auto length = static_cast<std::uint32_t>(
         std::min<std::size_t>(converted_.size(), kMaxFrameLength));
     // What the link header added or took away applies to the wire length alike.
@@ -96,7 +98,7 @@ class PcapSource final : public CaptureSource {
     frame.bytes = std::span<const std::uint8_t>(converted_.data(), length);
     frame.wireLength = static_cast<std::uint32_t>(std::max<std::int64_t>(wire, length));
     frame.time = Timestamp(header->ts);
-    frame.kind = kind_;
+    frame.kind = *kind;
     frame.timeText = {};
     return ReadResult::Frame;
   }
@@ -121,15 +123,24 @@ class PcapSource final : public CaptureSource {
     return std::uint64_t{stats.ps_drop} + stats.ps_ifdrop;
   }
 
+  SkippedPackets Skipped() const override { return skipped_; }
+
  private:
-  // Into converted_: the frame in Ethernet shape. False for a packet this kind does not keep.
-  bool Convert(std::span<const std::uint8_t> packet) {
+  // Into converted_: the frame in Ethernet shape, and its kind. Nullopt for a packet left
+  // out; a file's are counted for the user.
+  std::optional<InterfaceKind> Convert(std::span<const std::uint8_t> packet) {
     if (kind_ == InterfaceKind::PacketDriver && linkType_ == DLT_EN10MB) {
       converted_.assign(packet.begin(), packet.end());
-      return true;
+      return kind_;
     }
-    return kind_ == InterfaceKind::RawSockets ? ToRawSocketsFrame(linkType_, packet, converted_)
-                                              : ToAdapterFrame(linkType_, packet, converted_);
+    const ConvertedFrame converted = ToFrame(linkType_, kind_, packet, converted_);
+    switch (converted.outcome) {
+      case FrameOutcome::Kept: return converted.kind;
+      case FrameOutcome::NotIp: skipped_.notIp += file_ ? 1 : 0; break;
+      case FrameOutcome::CutShort: skipped_.cutShort += file_ ? 1 : 0; break;
+      case FrameOutcome::NotForRawSockets: break;
+    }
+    return std::nullopt;
   }
 
   CaptureTime Timestamp(const timeval& stamp) const {
@@ -156,6 +167,7 @@ class PcapSource final : public CaptureSource {
   std::string failure_;
   std::atomic<std::uint64_t> bytesRead_{0};
   unsigned packetsSinceSample_ = 0;
+  SkippedPackets skipped_;
 };
 
 // Opens a live capture on `device`. `interfaceText` names it in messages.

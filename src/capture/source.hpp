@@ -37,6 +37,13 @@ enum class ReadResult : std::uint8_t {
   Failed,   // a read error; Failure() says what. Frames read before it stay valid.
 };
 
+// Packets of a capture file that no frame was made of, by why: what the user is told.
+struct SkippedPackets {
+  std::uint64_t notIp = 0;     // a raw IP link's packet that is neither IPv4 nor IPv6
+  std::uint64_t cutShort = 0;  // shorter than its link header
+  std::uint64_t total() const { return notIp + cutShort; }
+};
+
 class CaptureSource {
  public:
   virtual ~CaptureSource() = default;
@@ -55,6 +62,8 @@ class CaptureSource {
   // Live captures: frames the kernel dropped so far (buffer full, or the interface). Called
   // on the receive thread only. 0 for files.
   virtual std::uint64_t Dropped() const { return 0; }
+  // Files: packets read but left out so far. Called on the receive thread only.
+  virtual SkippedPackets Skipped() const { return {}; }
 };
 
 // A source, or the message telling why there is none.

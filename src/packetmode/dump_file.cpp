@@ -5,6 +5,7 @@
 #include "packetmode/dump_file.hpp"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -12,10 +13,13 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <filesystem>
 #include <memory>
 #include <vector>
 
 #include "common/clock.hpp"
+#include "common/file_write.hpp"
+#include "common/unique_fd.hpp"
 
 namespace vormelt {
 namespace {
@@ -33,14 +37,58 @@ constexpr std::size_t kHexTextLineTail = 2 + kHexPerLine + 2;
 
 // ---- saving ------------------------------------------------------------------------------
 
-struct FileCloser {
-  void operator()(std::FILE* f) const { std::fclose(f); }
-};
-using File = std::unique_ptr<std::FILE, FileCloser>;
+// Where a save goes. A new dump is written beside the final name and renamed over it only when
+// whole, so a full disk or a stop leaves the old file as it was. Appending, and a name that is
+// no regular file (a FIFO, /dev/stdout), write to the file itself; a link is followed to its
+// file, which is then replaced, not the link.
+class DumpOutput {
+ public:
+  // 0 or the errno that kept the file from opening.
+  int Open(const std::string& path, bool append) {
+    std::filesystem::path target(path);
+    std::error_code ignored;
+    if (std::filesystem::is_symlink(target, ignored)) {
+      const auto resolved = std::filesystem::canonical(target, ignored);
+      if (!ignored) target = resolved;
+    }
+    const auto type = std::filesystem::status(target, ignored).type();
+    const bool inPlace = append || (type != std::filesystem::file_type::not_found &&
+                                    type != std::filesystem::file_type::regular);
+    if (!inPlace) {
+      int error = 0;
+      beside_ = FileBeside::Create(target, error);
+      return error;
+    }
+    const int flags = O_WRONLY | O_CREAT | O_CLOEXEC | (append ? O_APPEND : O_TRUNC);
+    direct_ = UniqueFd(::open(target.c_str(), flags, 0644));
+    return direct_ ? 0 : errno;
+  }
 
-bool WriteAll(std::FILE* file, std::string_view bytes) {
-  return std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
-}
+  // False from the first failure on; error() then says why.
+  bool Write(std::string_view bytes) {
+    if (error_ != 0) return false;
+    error_ = beside_ ? beside_.Write(bytes).error : WriteAll(direct_.get(), bytes).error;
+    return error_ == 0;
+  }
+
+  // Flushes and closes (renames a new dump into place); 0 or the errno that stopped it. On
+  // failure a new dump's part file is removed and the old dump is left alone.
+  int Finish() {
+    if (beside_) return error_ = beside_.Commit(true);
+    if (error_ == 0 && ::fsync(direct_.get()) != 0 && errno != EINVAL && errno != EROFS) {
+      error_ = errno;  // FIFOs and terminals cannot be synced, and need not be
+    }
+    if (!direct_.Close() && error_ == 0) error_ = errno;
+    return error_;
+  }
+
+  int error() const { return error_; }
+
+ private:
+  FileBeside beside_;
+  UniqueFd direct_;
+  int error_ = 0;
+};
 
 // Calls `use` for each packet at `indices` under the store's lock: listed ones, or with
 // `held` also those whose rows were deleted. Returns how many.
@@ -159,19 +207,25 @@ LineEnd ReadLine(ByteReader& in, std::string& line, std::size_t limit) {
   }
 }
 
-// Header lines have no length limit of their own; only whether one is the rule matters.
-bool SkipHeader(ByteReader& in) {
-  for (;;) {
-    bool empty = true, allHyphens = true;
+// The header is a title, an empty line, the column heading and the rule; a file whose first
+// lines are neither that short nor that few is no dump file, and is not read to its end.
+constexpr int kHeaderMaxLines = 16;
+enum class HeaderEnd : std::uint8_t { Rule, EndOfFile, Foreign };
+
+HeaderEnd SkipHeader(ByteReader& in) {
+  for (int lines = 0; lines < kHeaderMaxLines; ++lines) {
+    std::size_t length = 0;
+    bool allHyphens = true;
     int c;
     while ((c = in.Get()) >= 0 && c != '\r' && c != '\n') {
-      empty = false;
+      if (++length > kDumpMaxSummaryLine) return HeaderEnd::Foreign;
       allHyphens = allHyphens && c == '-';
     }
-    if (c < 0) return false;
+    if (c < 0) return HeaderEnd::EndOfFile;
     in.Get();
-    if (!empty && allHyphens) return true;
+    if (length > 0 && allHyphens) return HeaderEnd::Rule;
   }
+  return HeaderEnd::Foreign;
 }
 
 bool IsBlank(char c) { return c == ' ' || c == '\t'; }
@@ -199,13 +253,27 @@ struct Summary {
   std::string_view timeText;
 };
 
-// Blanks, the type token, blanks, the size, then the time text between "[" and the last
-// character. MAC addresses in their columns mean the packet came through an adapter; blank
-// columns mean the Raw Sockets kind, which shows none.
+// The type column, right-aligned in four: a packet whose type text is empty (IPv4 protocol 0
+// has no name) leaves it blank, and the size is then the first token. A longer type overflows
+// the column and ends at the blank before the size.
+constexpr std::size_t kTypeColumn = 4;
+// From the start of the source MAC column to the start of the destination MAC column.
+constexpr std::size_t kMacColumnStep = kMacTextLength + 2;
+
+// Type, size, two MAC columns, the time text between "[" and the last character. MAC text in
+// either column means the packet came through an adapter (a frame too short for its source
+// address shows only the destination); blank columns mean the Raw Sockets kind, which shows
+// none.
 bool ParseSummary(std::string_view line, Summary& out) {
   std::size_t i = 0;
-  while (i < line.size() && IsBlank(line[i])) ++i;
-  while (i < line.size() && !IsBlank(line[i])) ++i;
+  const bool typeBlank = line.size() > kTypeColumn &&
+                         std::all_of(line.begin(), line.begin() + kTypeColumn, IsBlank);
+  if (typeBlank) {
+    i = kTypeColumn;
+  } else {
+    while (i < line.size() && IsBlank(line[i])) ++i;
+    while (i < line.size() && !IsBlank(line[i])) ++i;
+  }
   while (i < line.size() && IsBlank(line[i])) ++i;
   const std::size_t digits = i;
   std::uint64_t size = 0;
@@ -216,7 +284,10 @@ bool ParseSummary(std::string_view line, Summary& out) {
   if (i == digits) return false;
   std::size_t j = i;
   while (j < line.size() && IsBlank(line[j])) ++j;
-  out.kind = IsMacText(line.substr(j)) ? InterfaceKind::PacketDriver : InterfaceKind::RawSockets;
+  // Two blanks, then the source MAC column, then the destination MAC column.
+  const std::string_view destination = line.substr(std::min(i + 2 + kMacColumnStep, line.size()));
+  const bool adapter = IsMacText(line.substr(j)) || IsMacText(destination);
+  out.kind = adapter ? InterfaceKind::PacketDriver : InterfaceKind::RawSockets;
   const std::size_t open = line.find('[', i);
   if (open == std::string_view::npos) return false;
   out.size = static_cast<std::uint32_t>(size);
@@ -326,13 +397,20 @@ class TimeTextParser {
 
 DumpLoadResult LoadRecords(ByteReader& in, FrameSink& sink, const DumpLoadOptions& options) {
   DumpLoadResult result;
+  // Once the sink is full the rest of the file is read on and counted, not kept, so the user
+  // learns how much the limit cut off; whatever ends that count, loading ended at the limit.
+  std::optional<std::uint64_t> limitAt;
   const auto finish = [&](DumpLoadEnd end, std::uint64_t offset) {
-    result.end = end;
-    result.offset = offset;
+    result.end = limitAt ? DumpLoadEnd::ItemLimitReached : end;
+    result.offset = limitAt ? *limitAt : offset;
     if (options.progress) options.progress->store(in.Offset(), std::memory_order_relaxed);
     return result;
   };
-  if (!SkipHeader(in)) return finish(DumpLoadEnd::EndOfFile, in.Offset());
+  switch (SkipHeader(in)) {
+    case HeaderEnd::Rule: break;
+    case HeaderEnd::EndOfFile: return finish(DumpLoadEnd::EndOfFile, in.Offset());
+    case HeaderEnd::Foreign: return finish(DumpLoadEnd::Unreadable, 0);
+  }
 
   std::vector<std::uint8_t> bytes(kMaxFrameLength);
   FrameBuffer frame;
@@ -359,6 +437,11 @@ DumpLoadResult LoadRecords(ByteReader& in, FrameSink& sink, const DumpLoadOption
         !ReadData(in, options.form, summary.size, bytes.data())) {
       return finish(DumpLoadEnd::Unreadable, recordStart);
     }
+    in.Skip(2);  // the first half of the next record's lead-in
+    if (limitAt) {
+      ++result.notTaken;
+      continue;
+    }
     FrameRecord record = frame.Fill({bytes.data(), summary.size}, summary.kind,
                                     times.Parse(summary.timeText));
     record.timeText = summary.timeText;
@@ -369,9 +452,9 @@ DumpLoadResult LoadRecords(ByteReader& in, FrameSink& sink, const DumpLoadOption
       case SinkVerdict::ListFull: return finish(DumpLoadEnd::ListFull, recordStart);
       case SinkVerdict::ItemLimitReached:
         ++result.stored;
-        return finish(DumpLoadEnd::ItemLimitReached, in.Offset());
+        limitAt = in.Offset();
+        break;
     }
-    in.Skip(2);  // the first half of the next record's lead-in
   }
 }
 
@@ -415,33 +498,47 @@ DumpSaveResult SaveDumpFile(const std::string& path, const PacketStore& store,
                             std::atomic<std::size_t>* progress) {
   DumpSaveResult result;
   const std::int64_t started = MillisecondsSinceStart();
-  File file(std::fopen(path.c_str(), options.append ? "ab" : "wb"));
-  if (!file || !WriteAll(file.get(), DumpHeader(options.language))) return result;
+  DumpOutput file;
+  if ((result.error = file.Open(path, options.append)) != 0) return result;
+  if (!file.Write(DumpHeader(options.language))) {
+    result.error = file.error();
+    return result;
+  }
 
   PacketRenderer renderer(options.render);
   std::vector<std::int32_t> batch;
   std::string text;
   std::size_t next = 0;
-  while (NextBatch(store, options.onlyListed, next, batch)) {
+  // A stop ends the save between batches, with a footer that counts what was written.
+  while (!(options.cancel && options.cancel->load()) &&
+         NextBatch(store, options.onlyListed, next, batch)) {
     text.clear();
-    result.packets += ForEachPacket(store, batch, !options.onlyListed, [&](const PacketRef& packet) {
-      renderer.Append(packet, text);
-      return true;
-    });
-    if (!WriteAll(file.get(), text)) return result;
+    const std::size_t rendered =
+        ForEachPacket(store, batch, !options.onlyListed, [&](const PacketRef& packet) {
+          renderer.Append(packet, text);
+          return true;
+        });
+    if (!file.Write(text)) {
+      result.error = file.error();
+      return result;
+    }
+    result.packets += rendered;
     if (progress) progress->store(result.packets, std::memory_order_relaxed);
   }
+  result.stopped = options.cancel && options.cancel->load();
   result.milliseconds = static_cast<long>(MillisecondsSinceStart() - started);
   const std::string footer =
       DumpFooter(options.language, static_cast<long>(result.packets), result.milliseconds);
-  if (!WriteAll(file.get(), footer)) return result;
-  result.ok = std::fclose(file.release()) == 0;
+  file.Write(footer);
+  result.error = file.Finish();
+  result.ok = result.error == 0;
   return result;
 }
 
 CaptureExportResult WriteCaptureFile(const std::string& path, const PacketStore& store,
                                      bool onlyListed, std::optional<CaptureFileFormat> format,
-                                     std::atomic<std::size_t>* progress) {
+                                     std::atomic<std::size_t>* progress,
+                                     const std::atomic<bool>* cancel) {
   CaptureExportResult result;
   CaptureFileWriter writer;
   if (!writer.Open(path, format)) {
@@ -451,7 +548,7 @@ CaptureExportResult WriteCaptureFile(const std::string& path, const PacketStore&
   std::vector<std::int32_t> batch;
   std::size_t next = 0;
   bool ok = true;
-  while (ok && NextBatch(store, onlyListed, next, batch)) {
+  while (ok && !(cancel && cancel->load()) && NextBatch(store, onlyListed, next, batch)) {
     result.packets += ForEachPacket(store, batch, !onlyListed, [&](const PacketRef& packet) {
       FrameRecord frame{{packet.frame, packet.frameLength}, packet.frameLength, packet.time,
                         packet.kind, packet.timeText};
@@ -459,6 +556,8 @@ CaptureExportResult WriteCaptureFile(const std::string& path, const PacketStore&
     });
     if (progress) progress->store(result.packets, std::memory_order_relaxed);
   }
+  result.stopped = cancel && cancel->load();
+  result.leftOut = writer.FramesLeftOut();
   ok = writer.Close() && ok;
   result.ok = ok;
   if (!ok) result.error = writer.Error();
@@ -473,21 +572,29 @@ DumpLoadResult LoadDumpBytes(std::span<const std::uint8_t> bytes, FrameSink& sin
 
 DumpLoadResult LoadDumpFile(const std::string& path, FrameSink& sink,
                             const DumpLoadOptions& options) {
-  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) {
-    DumpLoadResult result;
+  DumpLoadResult result;
+  // Not blocking: a FIFO would otherwise hold the open until someone writes to it.
+  UniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  struct stat status {};
+  if (!fd || ::fstat(fd.get(), &status) != 0) {
     result.end = DumpLoadEnd::OpenFailed;
+    result.error = errno;
     return result;
   }
-  ByteReader in(fd);
-  DumpLoadResult result = LoadRecords(in, sink, options);
-  ::close(fd);
-  return result;
+  // A folder reads as empty and a device may never end: only a regular file is a dump file.
+  if (!S_ISREG(status.st_mode)) {
+    result.end = DumpLoadEnd::NotRegularFile;
+    return result;
+  }
+  ::fcntl(fd.get(), F_SETFL, O_RDONLY);
+  ByteReader in(fd.get());
+  return LoadRecords(in, sink, options);
 }
 
 std::optional<Text> DumpLoadMessage(DumpLoadEnd end) {
   switch (end) {
     case DumpLoadEnd::OpenFailed: return Text::DumpUnableToOpen;
+    case DumpLoadEnd::NotRegularFile: return Text::DumpNotRegularFile;
     case DumpLoadEnd::OutOfMemory: return Text::DumpLoadNoMemory;
     case DumpLoadEnd::ListFull: return Text::DumpLoadListFull;
     case DumpLoadEnd::ItemLimitReached: return Text::DumpLoadItemLimit;

@@ -33,6 +33,8 @@ struct DumpSaveOptions {
   bool onlyListed = false;  // rows in list order; otherwise every packet the store still holds
   bool append = false;
   UiLanguage language = UiLanguage::English;
+  // Raised: the save ends after the batch in hand, with a whole footer (see `stopped`).
+  const std::atomic<bool>* cancel = nullptr;
 };
 
 // The saving options kept in settings, as the renderer and SaveDumpFile want them.
@@ -43,28 +45,35 @@ std::string DumpHeader(UiLanguage language);
 std::string DumpFooter(UiLanguage language, long packets, long milliseconds);
 
 struct DumpSaveResult {
-  bool ok = false;          // false: "unable to save the file"
+  bool ok = false;          // false: "unable to save the file", for the reason in `error`
+  int error = 0;            // the errno that stopped it
+  bool stopped = false;     // the cancel flag ended it early: `packets` are in the file
   std::size_t packets = 0;  // packets written
   long milliseconds = 0;
 };
 
 // Writes header, packets and footer to `path`. Takes the store's lock a batch of packets at a
 // time, so a long save never holds up capture for long. `progress` (optional) counts packets.
+// A new dump is renamed over an old one only once it is whole: a failed save keeps the old.
 DumpSaveResult SaveDumpFile(const std::string& path, const PacketStore& store,
                             const DumpSaveOptions& options,
                             std::atomic<std::size_t>* progress = nullptr);
 
 // The packets (every one the store holds, or the listed rows) as a capture file with their
 // capture times. `error` says what went wrong when `ok` is false.
+// `cancel` raised ends it after the batch in hand, with the file closed whole.
 struct CaptureExportResult {
   bool ok = false;
   std::size_t packets = 0;
   std::string error;
+  bool stopped = false;       // `cancel` ended it early
+  std::uint64_t leftOut = 0;  // packets the file's link type has no room for (pcap)
 };
 CaptureExportResult WriteCaptureFile(const std::string& path, const PacketStore& store,
                                      bool onlyListed,
                                      std::optional<CaptureFileFormat> format = std::nullopt,
-                                     std::atomic<std::size_t>* progress = nullptr);
+                                     std::atomic<std::size_t>* progress = nullptr,
+                                     const std::atomic<bool>* cancel = nullptr);
 
 // ---- loading -----------------------------------------------------------------------------
 
@@ -73,11 +82,12 @@ enum class DumpLoadEnd : std::uint8_t {
   Footer,        // the footer rule or an empty summary line: the normal end
   EndOfFile,     // the file ended between records, or before any rule line
   Unreadable,    // a record that is cut short, too long, or not in the declared form
-  OpenFailed,    // "unable to open the file"
+  OpenFailed,    // "unable to open the file", for the reason in `error`
   OutOfMemory,   // the sink's three stop verdicts, each with its message
   ListFull,
-  ItemLimitReached,
+  ItemLimitReached,  // the sink filled up: `notTaken` records of the file were left out
   Cancelled,
+  NotRegularFile,  // a folder, a device or a FIFO: nothing is read from it
 };
 
 struct DumpLoadResult {
@@ -85,6 +95,8 @@ struct DumpLoadResult {
   std::size_t stored = 0;     // frames the sink kept
   std::size_t skipped = 0;    // frames the sink declined (a filter said no)
   std::uint64_t offset = 0;   // bytes consumed; for Unreadable, where the bad record is
+  std::uint64_t notTaken = 0;  // ItemLimitReached: whole records after the last one kept
+  int error = 0;               // OpenFailed: the errno
 };
 
 struct DumpLoadOptions {
@@ -100,7 +112,7 @@ DumpLoadResult LoadDumpFile(const std::string& path, FrameSink& sink,
 DumpLoadResult LoadDumpBytes(std::span<const std::uint8_t> bytes, FrameSink& sink,
                              const DumpLoadOptions& options);
 
-// The message box text for an end that has one (open failure and the three sink stops).
+// The message box text for an end that has one (the file cannot be read, the three sink stops).
 std::optional<Text> DumpLoadMessage(DumpLoadEnd end);
 
 }  // namespace vormelt

@@ -68,13 +68,19 @@ class FrameView {
   std::uint16_t etherType() const {
     return length_ >= kEthernetHeaderLength ? readable_.Be16(kEtherTypeOffset) : 0;
   }
-  const std::uint8_t* mac(bool source) const { return frame_ + (source ? 6 : 0); }
+  // The six address bytes, or null when the frame is too short to hold them: what lies behind
+  // a short frame belongs to its record (the kind byte), not to an address.
+  const std::uint8_t* mac(bool source) const {
+    const std::uint32_t offset = source ? kMacLength : 0;
+    return length_ >= offset + kMacLength ? frame_ + offset : nullptr;
+  }
   // The network bytes with the spare bytes behind them (for header views).
   ByteSpan networkReadable() const { return readable_.From(kEthernetHeaderLength); }
   const std::uint8_t* data() const { return frame_; }
 
  private:
   static constexpr std::size_t kEtherTypeOffset = 12;
+  static constexpr std::uint32_t kMacLength = 6;
   const std::uint8_t* frame_;
   std::uint32_t length_;
   CheckedBytes readable_;

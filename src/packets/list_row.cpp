@@ -74,7 +74,8 @@ std::string_view PortText(const PacketHeaders& headers, bool source, Buffer& buf
 
 std::string_view MacText(const PacketRef& packet, bool source, Buffer& buffer) {
   if (packet.kind != InterfaceKind::PacketDriver) return {};
-  return Mac(buffer, FrameView(packet).mac(source));
+  const std::uint8_t* address = FrameView(packet).mac(source);
+  return address ? Mac(buffer, address) : std::string_view();
 }
 
 

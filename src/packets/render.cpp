@@ -88,11 +88,12 @@ void AppendUnsignedRight(std::string& out, std::uint32_t value, std::size_t widt
 }
 
 void AppendMac(std::string& out, PacketRef packet, bool source) {
-  if (packet.kind != InterfaceKind::PacketDriver) {
+  const std::uint8_t* mac =
+      packet.kind == InterfaceKind::PacketDriver ? FrameView(packet).mac(source) : nullptr;
+  if (!mac) {
     out.append(kMacWidth, ' ');
     return;
   }
-  const std::uint8_t* mac = FrameView(packet).mac(source);
   char* p = Grow(out, kMacWidth);
   for (std::size_t i = 0; i < 6; ++i) {
     p = PutHex(p, mac[i]);

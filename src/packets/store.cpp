@@ -343,6 +343,19 @@ SinkVerdict PacketStore::Take(const FrameRecord& frame) {
 
 bool PacketStore::IsFull() const { return ItemCount() >= capacity_ - 1; }
 
+bool PacketStore::LimitReached() const {
+  std::lock_guard lock(mutex_);
+  return lastIndexFilled_;
+}
+
+std::string StoreLimitText(std::int32_t capacity, std::optional<std::uint64_t> notTaken,
+                           UiLanguage language) {
+  const long limit = capacity;
+  if (!notTaken) return FormatText(Text::StoreLimitCaptureStopped, language, limit);
+  return FormatText(Text::StoreLimitNotTaken, language, limit,
+                    static_cast<unsigned long long>(*notTaken));
+}
+
 void PacketStore::SetFilter(PacketFilterSeam* filter) {
   filter_.store(filter, std::memory_order_release);
 }

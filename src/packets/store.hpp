@@ -18,6 +18,7 @@
 
 #include "common/frame_sink.hpp"
 #include "common/clock.hpp"
+#include "common/texts.hpp"
 #include "common/types.hpp"
 #include "packets/filter_seam.hpp"
 #include "packets/record.hpp"
@@ -92,6 +93,10 @@ class PacketStore final : public FrameSink {
   // Changes on Clear only: a reader that walks indices (the logger) starts again from 0.
   std::uint64_t ClearCount() const;
 
+  // The last index is taken: the store refuses every packet until the next Clear. What a
+  // "Stopped/Item Limit Reached" capture and a full dump load have in common.
+  bool LimitReached() const;
+
   // Packets inserted since the last clear; the next index to give.
   std::int32_t ItemCount() const;
   std::int32_t Capacity() const { return capacity_; }
@@ -147,5 +152,10 @@ class PacketStore final : public FrameSink {
   // The last index's block, copied out of the arena by Clear so it survives it.
   std::unique_ptr<std::uint8_t[]> keptLastBlock_;
 };
+
+// What the user is told when the limit cut the input off: with the count of packets not taken,
+// or, when that is unknown (a live capture simply stopped), that the capture stopped.
+std::string StoreLimitText(std::int32_t capacity, std::optional<std::uint64_t> notTaken,
+                           UiLanguage language);
 
 }  // namespace vormelt

@@ -11,6 +11,7 @@
 #include <chrono>
 #include <thread>
 
+#include "common/file_write.hpp"
 #include "common/settings.hpp"
 #include "packetmode/dump_file.hpp"
 #include "packetmode/packet_mode_engine.hpp"
@@ -97,9 +98,10 @@ void DumpFileCommands::LoadDumpFileDialog() {
 
 bool DumpFileCommands::SaveDumpFile(const QString& path) {
   if (Busy()) return false;
-  const DumpSaveOptions options = DumpSaveOptionsFrom(settings_.packetMode.saving, Language());
+  DumpSaveOptions options = DumpSaveOptionsFrom(settings_.packetMode.saving, Language());
   const PacketStore& store = engine_.Store();
   const auto job = Begin(options.onlyListed ? store.RowCount() : store.ItemCount(), true);
+  options.cancel = &job->cancel;  // the window closing: the file is finished and closed
   RunInBackground(
       &window_,
       [&store, options, file = LocalPath(path), job, running = running_] {
@@ -107,10 +109,11 @@ bool DumpFileCommands::SaveDumpFile(const QString& path) {
         running->fetch_sub(1);
         return result;
       },
-      [this](DumpSaveResult result) {
+      [this, path](DumpSaveResult result) {
         End();
         if (!result.ok) {
-          ShowNotice(&window_, Text::DumpErrorCaption, T(Text::DumpUnableToSave), MessageIcon::Stop);
+          const QString detail = QStringLiteral("\n\n%1: %2").arg(path, QString::fromStdString(ErrnoText(result.error)));
+          ShowNotice(&window_, Text::DumpErrorCaption, T(Text::DumpUnableToSave) + detail, MessageIcon::Stop);
         }
       });
   return true;
@@ -158,7 +161,12 @@ bool DumpFileCommands::LoadDumpFile(const QString& path) {
       [this](DumpLoadResult result) {
         End();
         if (const std::optional<Text> message = DumpLoadMessage(result.end)) {
-          ShowNotice(&window_, Text::DumpErrorCaption, T(*message), MessageIcon::Stop);
+          QString text = T(*message);
+          if (result.end == DumpLoadEnd::ItemLimitReached) {
+            text += QStringLiteral("\n\n") + QString::fromStdString(StoreLimitText(
+                engine_.Store().Capacity(), result.notTaken, Language()));
+          }
+          ShowNotice(&window_, Text::DumpErrorCaption, text, MessageIcon::Stop);
         }
       });
   return true;

@@ -101,5 +101,30 @@ TEST(LinkFrames, ShortPacketsAndUnknownLinksAreRefused) {
   EXPECT_EQ(out.size(), 10u);
 }
 
+// A raw IP link carries IPv4 or IPv6 by the version nibble: its IPv6 packets come out exactly
+// as an IPv6 link's do, and what is neither is refused as not IP.
+TEST(LinkFrames, RawIpCarriesIpv6AsAnIpv6LinkDoes) {
+  Bytes out, reference;
+  const ConvertedFrame fromIpv6 = ToFrame(DLT_IPV6, KindForLinkType(DLT_IPV6), Ip6(), reference);
+  ASSERT_EQ(fromIpv6.outcome, FrameOutcome::Kept);
+  for (const int link : {DLT_RAW, 101}) {
+    const InterfaceKind kind = KindForLinkType(link);
+    const ConvertedFrame six = ToFrame(link, kind, Ip6(), out);
+    EXPECT_EQ(six.outcome, FrameOutcome::Kept);
+    EXPECT_EQ(six.kind, fromIpv6.kind);
+    EXPECT_EQ(out, reference);
+    EXPECT_EQ(ToFrame(link, kind, Ip4(), out).kind, InterfaceKind::RawSockets);
+    EXPECT_EQ(out, test::RawSocketsFrame(Ip4()));
+    EXPECT_EQ(ToFrame(link, kind, Concat({0x50}, Bytes(39, 0)), out).outcome, FrameOutcome::NotIp);
+    EXPECT_EQ(ToFrame(link, kind, {}, out).outcome, FrameOutcome::NotIp);
+  }
+  // Live Raw Sockets on an Ethernet link see IPv4 only, by design; a cut cooked header is a loss.
+  const Bytes arp = test::EthernetFrame(kDestination, kSource, kEtherTypeArp, test::ArpPacket({}));
+  EXPECT_EQ(ToFrame(DLT_EN10MB, InterfaceKind::RawSockets, arp, out).outcome,
+            FrameOutcome::NotForRawSockets);
+  EXPECT_EQ(ToFrame(DLT_LINUX_SLL, InterfaceKind::PacketDriver, Bytes(15, 0), out).outcome,
+            FrameOutcome::CutShort);
+}
+
 }  // namespace
 }  // namespace vormelt

@@ -4,6 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -12,6 +16,7 @@
 #include "packetmode/packet_mode_engine.hpp"
 #include "support/frames.hpp"
 #include "support/pcap_file.hpp"
+#include "support/small_disk.hpp"
 
 namespace vormelt {
 namespace {
@@ -54,6 +59,18 @@ std::vector<Bytes> EdgeFrames() {
   }
   frames.push_back(test::EthernetFrame({}, {}, 0x0800,
                                        test::UdpPacket({}, 53, 53, test::ToBytes("\r\n\r\n-\0[x]"))));
+  // Awkward ones, each under both kinds: no bytes at all, a runt, an empty type text (IPv4
+  // protocol 0 has no name, and a runt with EtherType 0x0800 reads as protocol 0), a type that
+  // overflows its column ("IDPR "), the largest frame.
+  Bytes protocol0 = test::EthernetFrame({}, {}, 0x0800, test::UdpPacket({}, 1, 2, {}));
+  protocol0[kEthernetHeaderLength + 9] = 0;
+  Bytes idpr = protocol0;
+  idpr[kEthernetHeaderLength + 9] = 35;
+  const Bytes runt0800 = test::EthernetFrame({}, {}, 0x0800, Bytes{0x45, 0});
+  for (const Bytes& awkward : {Bytes{}, Bytes(5, 0x41), runt0800, protocol0, idpr,
+                               Bytes(kMaxFrameLength, 0x0D)}) {
+    frames.insert(frames.end(), 2, awkward);
+  }
   return frames;
 }
 
@@ -87,9 +104,9 @@ TEST(DumpFile, EveryFormLoadsBackTheSameFramesKindsAndTimeTexts) {
       for (std::size_t i = 0; i < frames.size(); ++i) {
         const PacketRef stored = store.Get(static_cast<std::int32_t>(i));
         EXPECT_EQ(sink.frames[i].bytes, frames[i]) << "form " << int(form) << " frame " << i;
-        // Kinds come back from the MAC columns; frames too short for an Ethernet header show
-        // none and come back as Raw Sockets.
-        if (frames[i].size() >= kEthernetHeaderLength) {
+        // Kinds come back from the MAC columns; frames too short for a destination address
+        // show none and come back as Raw Sockets.
+        if (frames[i].size() >= 6) {
           EXPECT_EQ(sink.frames[i].kind, stored.kind);
         }
         EXPECT_EQ(sink.frames[i].timeText, stored.timeText);
@@ -183,6 +200,81 @@ TEST(DumpFile, DamagedFilesKeepEveryRecordBeforeTheDamage) {
   foreign[foreign.rfind("CD ")] = 'Q';
   EXPECT_EQ(load(foreign, count), DumpLoadEnd::Unreadable);
   EXPECT_EQ(count, 2u);
+
+  // The low digit at each edge of the hex digits: just past or before one is damage, never a
+  // value (least of all 0xF); on the edge it is the digit.
+  const std::size_t low = text.rfind("CD ") + 1;
+  for (const char damaged : {'G', 'g', ':', '/', '@', '`'}) {
+    std::string bad = text;
+    bad[low] = damaged;
+    EXPECT_EQ(load(bad, count), DumpLoadEnd::Unreadable) << damaged;
+    EXPECT_EQ(count, 2u) << damaged;
+  }
+  for (const auto& [digit, value] : {std::pair{'F', 0xCF}, {'f', 0xCF}, {'A', 0xCA}, {'a', 0xCA},
+                                     {'0', 0xC0}, {'9', 0xC9}}) {
+    std::string good = text;
+    good[low] = digit;
+    CollectingSink sink;
+    LoadDumpBytes(std::span(reinterpret_cast<const std::uint8_t*>(good.data()), good.size()), sink,
+                  {DataForm::HexText});
+    ASSERT_EQ(sink.frames.size(), 3u) << digit;
+    EXPECT_EQ(sink.frames[2].bytes.back(), value) << digit;
+  }
+}
+
+// Only a regular file is read, and only while its first lines can be a dump's header: a
+// folder, a device without end and a FIFO nobody writes to are refused at once, and a file of
+// one endless line or of many lines without a rule at its first bound.
+TEST(DumpFile, WhatIsNoDumpFileIsRefusedWithoutReadingItThrough) {
+  test::TempDir dir;
+  CollectingSink sink;
+  ASSERT_EQ(::mkfifo(dir.File("fifo").c_str(), 0600), 0);
+  for (const std::string& path : {std::string("/dev/zero"), dir.path(), dir.File("fifo")}) {
+    EXPECT_EQ(LoadDumpFile(path, sink, {}).end, DumpLoadEnd::NotRegularFile) << path;
+  }
+  const DumpLoadResult missing = LoadDumpFile(dir.File("missing"), sink, {});
+  EXPECT_EQ(missing.end, DumpLoadEnd::OpenFailed);
+  EXPECT_EQ(missing.error, ENOENT);
+  std::ofstream(dir.File("line.txt")) << std::string(1 << 20, '-') + "x";
+  std::string lines;
+  for (int i = 0; i < 100; ++i) lines += "not a rule\r\n";
+  std::ofstream(dir.File("lines.txt")) << lines + std::string(122, '-') + "\r\n";
+  for (const char* name : {"line.txt", "lines.txt"}) {
+    std::atomic<std::uint64_t> consumed{0};
+    DumpLoadOptions options;
+    options.progress = &consumed;
+    EXPECT_EQ(LoadDumpFile(dir.File(name), sink, options).end, DumpLoadEnd::Unreadable) << name;
+    EXPECT_LT(consumed.load(), 8192u) << name;
+  }
+  EXPECT_TRUE(sink.frames.empty());
+}
+
+// A save over an old dump that the disk has no room for keeps the old dump as it was, leaves
+// no part file and names its reason. A stopped save is a whole dump of what it wrote.
+TEST(DumpFile, AFailedSaveKeepsTheOldDumpAndAStoppedOneIsWhole) {
+  test::SmallDisk disk(64 << 10);
+  VORMELT_REQUIRE_SMALL_DISK(disk);
+  PacketStore small, large;
+  Fill(small, {Bytes(40, 1)});
+  Fill(large, std::vector<Bytes>(10, Bytes(4000, 7)));
+  const std::string path = disk.path() / "dump.txt";
+  ASSERT_TRUE(SaveDumpFile(path, small, Options(DataForm::Hex)).ok);
+  const std::string old = ReadAll(path);
+  const DumpSaveResult full = SaveDumpFile(path, large, Options(DataForm::Hex));
+  EXPECT_FALSE(full.ok);
+  EXPECT_EQ(full.error, ENOSPC);
+  EXPECT_EQ(ReadAll(path), old);
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(disk.path()), {}), 1);
+
+  const std::atomic<bool> stop{true};
+  DumpSaveOptions options = Options(DataForm::Hex);
+  options.cancel = &stop;
+  const DumpSaveResult stopped = SaveDumpFile(path, large, options);
+  EXPECT_TRUE(stopped.ok && stopped.stopped);
+  CollectingSink sink;
+  EXPECT_EQ(LoadDumpFile(path, sink, {DataForm::Hex}).end, DumpLoadEnd::Footer);
+  EXPECT_EQ(sink.frames.size(), stopped.packets);
+  EXPECT_NE(ReadAll(path).find(std::to_string(stopped.packets) + " Packets listed in"), std::string::npos);
 }
 
 TEST(DumpFile, AFullStoreEndsLoadingWithTheItemLimitAndTheFilterBoxIsHonoured) {
@@ -191,12 +283,27 @@ TEST(DumpFile, AFullStoreEndsLoadingWithTheItemLimitAndTheFilterBoxIsHonoured) {
   Fill(source, {Bytes(30, 1), Bytes(30, 2), Bytes(30, 3), Bytes(30, 4)});
   ASSERT_TRUE(SaveDumpFile(dir.File("f.txt"), source, Options(DataForm::Text)).ok);
 
-  PacketModeEngine small(3);
-  const auto result = small.LoadDump(dir.File("f.txt"), {DataForm::Text}, false);
-  ASSERT_TRUE(result);
-  EXPECT_EQ(result->end, DumpLoadEnd::ItemLimitReached);
-  EXPECT_EQ(DumpLoadMessage(result->end), Text::DumpLoadItemLimit);
-  EXPECT_EQ(small.Store().RowCount(), 3u);
+  // Capacity 3 (3 packets in all) against 4 and then exactly 3 packets, from a dump and from
+  // a capture file: the rest is counted, and at the exact boundary nothing is left out.
+  test::WritePcap(dir.File("f.pcap"), test::kLinkEthernet, {Bytes(30, 1), Bytes(30, 2), Bytes(30, 3), Bytes(30, 4)});
+  for (const std::int32_t capacity : {3, 4}) {
+    const std::uint64_t notTaken = 4 - capacity;
+    PacketModeEngine fromDump(capacity);
+    const auto result = fromDump.LoadDump(dir.File("f.txt"), {DataForm::Text}, false);
+    ASSERT_TRUE(result);
+    EXPECT_EQ(result->end, DumpLoadEnd::ItemLimitReached);
+    EXPECT_EQ(result->notTaken, notTaken);
+    EXPECT_EQ(DumpLoadMessage(result->end), Text::DumpLoadItemLimit);
+    EXPECT_EQ(fromDump.Store().RowCount(), std::size_t(capacity));
+    EXPECT_TRUE(fromDump.Store().LimitReached());
+    PacketModeEngine fromFile(capacity);
+    ASSERT_TRUE(fromFile.StartFile(dir.File("f.pcap")));
+    fromFile.Session().Wait();
+    EXPECT_EQ(fromFile.Session().Status().status, CaptureStatus::ItemLimitReached);
+    EXPECT_EQ(fromFile.Session().NotTaken(), notTaken) << capacity;
+  }
+  EXPECT_EQ(StoreLimitText(3, 1, UiLanguage::English),
+            "The item limit of 3 packets has been reached. Packets not taken: 1");
 
   // Filtering on with nothing allowed: the box decides whether loaded packets meet it.
   PacketModeEngine engine;

@@ -104,5 +104,26 @@ TEST(ExamplePackets, ListRowPaneAndSummaryLine) {
   }
 }
 
+// An adapter frame shows only the addresses it holds, in the list and the summary line: none
+// below six bytes, the destination alone below twelve; never the record's own bytes behind it.
+TEST(ExamplePackets, ShortAdapterFramesShowOnlyTheAddressesTheyHold) {
+  const std::string mac = "AA:AA:AA:AA:AA:AA", none;
+  const struct {
+    std::size_t length;
+    std::string source, destination;
+  } cases[] = {{0, none, none}, {5, none, none}, {6, none, mac}, {11, none, mac}, {12, mac, mac}};
+  for (const auto& c : cases) {
+    const RecordBuffer record(Bytes(c.length, 0xAA), InterfaceKind::PacketDriver, "t");
+    const Columns row = Row(record);
+    EXPECT_EQ(row[9], c.source) << c.length;
+    EXPECT_EQ(row[10], c.destination) << c.length;
+    std::string line;
+    AppendSummaryLine(line, record.ref(), IpGap::Narrow);
+    const auto column = [](const std::string& text) { return text.empty() ? std::string(17, ' ') : text; };
+    EXPECT_EQ(line.substr(11, 17), column(c.source)) << c.length;
+    EXPECT_EQ(line.substr(30, 17), column(c.destination)) << c.length;
+  }
+}
+
 }  // namespace
 }  // namespace vormelt

@@ -25,10 +25,9 @@ std::string ReadAll(const std::string& path) {
   return text.str();
 }
 
-}  // namespace
-
-ProcessRun RunProgram(std::vector<std::string> words, std::string_view input,
-                      std::optional<std::chrono::milliseconds> interruptAfter) {
+ProcessRun Run(std::vector<std::string> words, std::string_view input,
+               std::optional<std::chrono::milliseconds> interruptAfter, std::string_view marker,
+               int signal) {
   ProcessRun run;
   if (words.empty()) return run;
   TempDir dir;
@@ -46,22 +45,41 @@ ProcessRun RunProgram(std::vector<std::string> words, std::string_view input,
   const int spawned = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ);
   posix_spawn_file_actions_destroy(&actions);
   if (spawned != 0) return run;
+  int status = 0;
+  bool ended = false;
   if (interruptAfter) {
     std::this_thread::sleep_for(*interruptAfter);
-    kill(pid, SIGINT);
+    kill(pid, signal);
+  } else if (!marker.empty()) {
+    while (!(ended = waitpid(pid, &status, WNOHANG) == pid) &&
+           ReadAll(errPath).find(marker) == std::string::npos) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    if (!ended) kill(pid, signal);
   }
-  int status = 0;
-  waitpid(pid, &status, 0);
+  if (!ended) waitpid(pid, &status, 0);
   run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   run.out = ReadAll(outPath);
   run.err = ReadAll(errPath);
   return run;
 }
 
+}  // namespace
+
+ProcessRun RunProgram(std::vector<std::string> words, std::string_view input,
+                      std::optional<std::chrono::milliseconds> interruptAfter) {
+  return Run(std::move(words), input, interruptAfter, {}, SIGINT);
+}
+
 ProcessRun RunCli(std::vector<std::string> words, std::string_view input,
                   std::optional<std::chrono::milliseconds> interruptAfter) {
   words.insert(words.begin(), VORMELT_CLI_PATH);
   return RunProgram(std::move(words), input, interruptAfter);
+}
+
+ProcessRun RunCliSignalledAfter(std::vector<std::string> words, std::string_view marker, int signal) {
+  words.insert(words.begin(), VORMELT_CLI_PATH);
+  return Run(std::move(words), {}, std::nullopt, marker, signal);
 }
 
 std::string ShellOutput(const std::string& commandLine, int* status) {

@@ -24,6 +24,10 @@ ProcessRun RunProgram(std::vector<std::string> argv, std::string_view input = {}
 ProcessRun RunCli(std::vector<std::string> words, std::string_view input = {},
                   std::optional<std::chrono::milliseconds> interruptAfter = std::nullopt);
 
+// RunCli that sends `signal` once `marker` has appeared on the program's standard error (or
+// not at all, when it ends first): a signal that lands at a known phase, not at a guessed time.
+ProcessRun RunCliSignalledAfter(std::vector<std::string> words, std::string_view marker, int signal);
+
 // The standard output of a shell command line (for oracle tools); `status` gets its exit status.
 std::string ShellOutput(const std::string& commandLine, int* status = nullptr);
 // True when `tool --version` (or `tool version`) runs: the oracle is installed.
