@@ -29,7 +29,8 @@ std::string DescribeDumpLoad(const DumpLoadResult& result, const std::string& pa
     case DumpLoadEnd::Unreadable:
       return path + ": loading stopped at an unreadable record at byte " +
              std::to_string(result.offset);
-    case DumpLoadEnd::Cancelled: return path + ": loading cancelled";
+    case DumpLoadEnd::Cancelled:
+      return path + ": loading was stopped at byte " + std::to_string(result.offset);
     default: return {};
   }
 }

@@ -16,8 +16,10 @@ class CheckingSink final : public FrameSink {
  public:
   SinkVerdict Take(const FrameRecord& frame) override {
     if (frame.bytes.size() > kMaxFrameLength) std::abort();
-    // Now and then decline one, as a filter would, so that path is walked too.
-    return ++taken % 3 == 0 ? SinkVerdict::Skipped : SinkVerdict::Stored;
+    // Now and then decline one, as a filter would, and fill up at the tenth, so that the
+    // declining and the counting of what is not taken are walked too.
+    if (++taken == 10) return SinkVerdict::ItemLimitReached;
+    return taken % 3 == 0 ? SinkVerdict::Skipped : SinkVerdict::Stored;
   }
   std::size_t taken = 0;
 };
