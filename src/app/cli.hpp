@@ -3,8 +3,6 @@
 // Errors are one clear line on `err`; results go to `out` byte for byte.
 #pragma once
 
-#include <signal.h>
-
 #include <atomic>
 #include <charconv>
 #include <chrono>
@@ -18,6 +16,8 @@
 #include <system_error>
 #include <thread>
 #include <type_traits>
+
+#include "app/headless.hpp"
 
 namespace vormelt {
 class CaptureSession;
@@ -46,9 +46,9 @@ bool ParseNumber(std::string_view text, std::type_identity_t<Number> low,
 // cannot be loaded.
 bool LoadProfileInto(const std::string& path, FilterSettings& filter, std::ostream& err);
 
-// SIGINT and SIGTERM as a request to stop, for as long as this lives: the two signals are
-// blocked in the thread that made it and in every thread started after it, and a watcher
-// thread takes them, so a signal never ends the process halfway through a record or a file and
+// SIGINT and SIGTERM as a request to stop, for as long as this lives: StopSignals blocks them
+// in the thread that made it and in every thread started after it, and a watcher thread takes
+// them, so a signal never ends the process halfway through a record or a file and
 // never runs a handler inside libpcap. Make it before any other thread starts. Each signal
 // raises the request; the work in hand polls Requested() (or hands Flag() to an engine as its
 // cancel flag), finishes its record, closes its file and says how far it got.
@@ -70,8 +70,7 @@ class StopRequest {
  private:
   void Watch();
 
-  sigset_t set_{};
-  sigset_t previous_{};
+  StopSignals signals_;  // first: blocked before the watcher starts, unblocked after it ends
   std::atomic<bool> requested_{false};
   std::atomic<bool> ending_{false};
   std::mutex mutex_;

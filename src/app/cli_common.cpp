@@ -23,29 +23,20 @@ bool LoadProfileInto(const std::string& path, FilterSettings& filter, std::ostre
   return true;
 }
 
-StopRequest::StopRequest() {
-  sigemptyset(&set_);
-  sigaddset(&set_, SIGINT);
-  sigaddset(&set_, SIGTERM);
-  pthread_sigmask(SIG_BLOCK, &set_, &previous_);
-  watcher_ = std::thread([this] { Watch(); });
-}
+StopRequest::StopRequest() : watcher_([this] { Watch(); }) {}
 
 StopRequest::~StopRequest() {
   ending_.store(true);
   pthread_kill(watcher_.native_handle(), SIGTERM);
   watcher_.join();
   // A signal that came while the watcher was ending would end the process once unblocked.
-  const timespec now{};
-  while (sigtimedwait(&set_, nullptr, &now) > 0) {
+  while (signals_.Wait(std::chrono::milliseconds(0))) {
   }
-  pthread_sigmask(SIG_SETMASK, &previous_, nullptr);
 }
 
 void StopRequest::Watch() {
-  for (;;) {
-    int signal = 0;
-    if (sigwait(&set_, &signal) != 0 || ending_.load()) return;
+  while (!ending_.load()) {
+    if (!signals_.Wait(std::chrono::hours(1)) || ending_.load()) continue;
     {
       std::lock_guard lock(mutex_);
       requested_.store(true);
