@@ -57,10 +57,14 @@ void CaptureUntilStopped(CaptureSession& session, const CaptureTarget& target, F
   StopRequest stop;
   session.Start(target, sink);
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+  bool stopping = false;  // asked once; the request stays raised, so Wait no longer waits
   while (session.listening.load()) {
-    if (stop.Wait(kPollInterval) ||
-        (seconds && std::chrono::steady_clock::now() >= deadline)) {
+    if (stopping) {
+      std::this_thread::sleep_for(kPollInterval);
+    } else if (stop.Wait(kPollInterval) ||
+               (seconds && std::chrono::steady_clock::now() >= deadline)) {
       session.Stop();
+      stopping = true;
     }
     if (afterWait) afterWait();
   }

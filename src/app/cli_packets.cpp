@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <ostream>
 #include <string>
+#include <thread>
 
 #include "app/cli.hpp"
 #include "app/cli_packets_log.hpp"
@@ -246,11 +247,17 @@ int RunCapture(PacketModeEngine& engine, const CaptureTarget& target, RowPrinter
   // wait is short: a file's rows stop coming when its reading ends, and a long wait then would
   // be time added to every read.
   bool wasBusy = false;
+  bool stopping = false;  // asked once; the request stays raised, so Wait no longer waits
   while (session.listening.load()) {
     const bool busy = printer.PrintNewRows();
     if (!busy) printer.Flush();
     const auto wait = busy ? std::chrono::milliseconds(0) : wasBusy ? kShortPoll : kPollInterval;
-    if (stop.Wait(wait)) session.Stop();
+    if (stopping) {
+      std::this_thread::sleep_for(wait);
+    } else if (stop.Wait(wait)) {
+      session.Stop();
+      stopping = true;
+    }
     wasBusy = busy;
   }
   session.Wait();

@@ -91,11 +91,14 @@ TEST(CaptureFromFile, EthernetFilesGiveWholeFramesAndRawIpFilesThePseudoHeader) 
   padded.resize(udp.size() + 6, 0);
   // The largest datagram becomes a 65,549-byte frame.
   const Bytes largest = test::UdpPacket({}, 9, 9, Bytes(65535 - 28, 'z'));
-  test::WritePcap(dir.File("raw.pcap"), test::kLinkRaw, {padded, ipv6, largest});
+  // Raw IP carries IPv6 too, as an IPv6 link gives it; what is neither is counted, not kept.
+  test::WritePcap(dir.File("raw.pcap"), test::kLinkRaw, {padded, ipv6, Bytes(20, 0x50), largest});
   EXPECT_TRUE(Capture(session, dir.File("raw.pcap"), raw).empty());
-  EXPECT_EQ(raw.frames, (std::vector<Bytes>{test::RawSocketsFrame(udp), test::RawSocketsFrame(largest)}));
-  EXPECT_EQ(raw.wireLengths, (std::vector<std::uint32_t>{14 + static_cast<std::uint32_t>(udp.size()), 65549}));
+  EXPECT_EQ(raw.frames, (std::vector<Bytes>{test::RawSocketsFrame(udp), test::EthernetFrame({}, {}, kEtherTypeIpv6, ipv6),
+                                            test::RawSocketsFrame(largest)}));
+  EXPECT_EQ(raw.wireLengths, (std::vector<std::uint32_t>{14 + static_cast<std::uint32_t>(udp.size()), 54, 65549}));
   EXPECT_EQ(session.kindInUse.load(), InterfaceKind::RawSockets);
+  EXPECT_EQ(session.Skipped().notIp, 1u);
 }
 
 TEST(CaptureFromFile, DamagedFilesKeepWhatWasReadAndSaySo) {
