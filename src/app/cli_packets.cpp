@@ -270,6 +270,14 @@ int RunCapture(PacketModeEngine& engine, const CaptureTarget& target, RowPrinter
     status = kExitFailed;
   }
   ReportSkipped(session.Skipped(), err);
+  // A stop is a live capture's end; a file it cuts short is said to be cut short.
+  if (stopping && target.type == CaptureTarget::Type::File &&
+      session.Status().status == CaptureStatus::Stopped &&
+      session.BytesRead() < session.BytesTotal()) {
+    err << "vormelt-cli: " << target.name << ": reading was stopped at byte " << session.BytesRead()
+        << " of " << session.BytesTotal() << "\n";
+    status = kExitFailed;
+  }
   if (session.Status().status == CaptureStatus::ItemLimitReached) {
     status = std::max(status, ReportStoreLimit(engine.Store(), session.NotTaken(), err));
   }

@@ -177,7 +177,8 @@ void CaptureSession::RunReceiveLoop(CaptureSource& source, FrameSink& sink,
       case SinkVerdict::ListFull: SetStatus(CaptureStatus::MaxListItems); break;
       case SinkVerdict::ItemLimitReached:
         SetStatus(CaptureStatus::ItemLimitReached);
-        if (file) CountNotTaken(source);
+        // A sink that ends a capture early by choice (a packet count) is not full.
+        if (file && sink.IsFull()) CountNotTaken(source);
         break;
     }
     return;
@@ -196,6 +197,7 @@ void CaptureSession::CountNotTaken(CaptureSource& source) {
       return;
     }
     const ReadResult result = source.Next(frame);
+    bytesRead_.store(source.BytesRead(), std::memory_order_relaxed);
     if (result == ReadResult::Frame) ++rest;
     if (result == ReadResult::End || result == ReadResult::Failed) break;
   }
