@@ -158,11 +158,13 @@ bool DumpFileCommands::LoadDumpFile(const QString& path) {
         running->fetch_sub(1);
         return result.value_or(DumpLoadResult{});
       },
-      [this](DumpLoadResult result) {
+      [this, path](DumpLoadResult result) {
         End();
         if (const std::optional<Text> message = DumpLoadMessage(result.end)) {
           QString text = T(*message);
-          if (result.end == DumpLoadEnd::ItemLimitReached) {
+          if (result.end == DumpLoadEnd::OpenFailed) {
+            text += QStringLiteral("\n\n%1: %2").arg(path, QString::fromStdString(ErrnoText(result.error)));
+          } else if (result.end == DumpLoadEnd::ItemLimitReached) {
             text += QStringLiteral("\n\n") + QString::fromStdString(StoreLimitText(
                 engine_.Store().Capacity(), result.notTaken, Language()));
           }
