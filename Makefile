@@ -3,10 +3,11 @@ BUILD      ?= build
 ASAN_BUILD ?= build-asan
 TSAN_BUILD ?= build-tsan
 FUZZ_BUILD ?= build-fuzz
+PACKAGE_BUILD ?= build-package
 JOBS       ?= $(shell nproc)
 CMAKE_FLAGS ?=
 
-.PHONY: all deps configure build run test asan tsan fuzz bench clean
+.PHONY: all deps configure build run test asan tsan fuzz bench package clean
 
 all: build
 
@@ -69,5 +70,13 @@ fuzz: deps
 bench: build
 	@bash bench/run.sh $(BUILD)
 
+# The Debian package hollowbright-vormelt_<version>_amd64.deb (and a .tar.gz of the same files),
+# built for /usr without tests or benchmarks, into $(PACKAGE_BUILD)/.
+package: deps
+	@cmake -S . -B $(PACKAGE_BUILD) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_INSTALL_PREFIX=/usr \
+	       -DVORMELT_TESTS=OFF -DVORMELT_BENCH=OFF $(CMAKE_FLAGS) >/dev/null
+	@cmake --build $(PACKAGE_BUILD) -j $(JOBS)
+	@cd $(PACKAGE_BUILD) && cpack -G DEB >/dev/null && ls -1 $$PWD/*.deb
+
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(FUZZ_BUILD)
+	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(FUZZ_BUILD) $(PACKAGE_BUILD)

@@ -18,6 +18,8 @@ packages=(
   tcpdump tshark tcpflow curl openssl xvfb xauth iputils-ping iproute2 procps
   # systemd-analyze verify checks the service unit
   systemd
+  # the package: manual pages, shared-library dependencies, capabilities
+  scdoc dpkg-dev libcap2-bin
   fonts-dejavu-core imagemagick
 )
 
