@@ -9,6 +9,7 @@ refresh the tables, then review the diff. Every text is written as UTF-8, the on
 list, the detail pane and the command line all read.
 
 Usage: scripts/generate-name-tables.py [--oui FILE] [--services FILE] [--out DIR]
+       scripts/generate-name-tables.py --print-registry [--oui FILE]
 """
 
 import argparse
@@ -191,28 +192,36 @@ def registry_style(name):
     return " ".join(unicodedata.normalize("NFKC", name).split()).upper()
 
 
-def vendor_pairs(oui_path):
+def registry_vendor_pairs(oui_path):
+    """The MA-L registry in its own order, names in registry style. The program reads the
+    installed registry with the same rule, so this is also the oracle its test compares to."""
     registry = []
     with oui_path.open(encoding="utf-8", newline="") as source:
         for row in csv.DictReader(source):
             if row["Registry"] != "MA-L":
                 continue
             registry.append((int(row["Assignment"], 16), registry_style(row["Organization Name"])))
-    known = {key for key, _ in registry}
-    additions = []
+    return registry
+
+
+def addition_pairs():
+    pairs = []
     for number, fields in hand_kept_lines(DATA / "vendor-additions.txt"):
-        additions += [(key, fields[1].strip()) for key in hex_range(fields[0]) if key not in known]
-    # A stable sort keeps the registry's order among equal keys, and the additions after it.
-    return sorted(registry + additions, key=lambda pair: pair[0])
+        pairs += [(key, fields[1].strip()) for key in hex_range(fields[0])]
+    return pairs
 
 
 def write_vendors(out, oui_path):
-    pairs = vendor_pairs(oui_path)
+    """Two tables: the registry (compiled in as the fallback where ieee-data is not installed)
+    and the hand-kept additions (always compiled in; used only for keys the registry lacks)."""
+    registry = sorted(registry_vendor_pairs(oui_path), key=lambda pair: pair[0])
+    additions = sorted(addition_pairs(), key=lambda pair: pair[0])
     text = (HEADER.format(sources="the IEEE MA-L registry (ieee-data) and "
                                   "data/vendor-additions.txt") +
-            packed_table_source("kVendor", pairs))
+            packed_table_source("kVendor", registry) +
+            packed_table_source("kVendorAddition", additions))
     (out / "names_vendors.inc").write_text(text, encoding="ascii")
-    return len(pairs)
+    return len(registry) + len(additions)
 
 
 def main():
@@ -220,7 +229,13 @@ def main():
     parser.add_argument("--oui", type=Path, default=Path("/usr/share/ieee-data/oui.csv"))
     parser.add_argument("--services", type=Path, default=Path("/usr/share/wireshark/services"))
     parser.add_argument("--out", type=Path, default=ROOT / "data" / "generated")
+    parser.add_argument("--print-registry", action="store_true",
+                        help="print the registry's vendor pairs (HEX TAB NAME) and write nothing")
     args = parser.parse_args()
+    if args.print_registry:
+        for key, name in registry_vendor_pairs(args.oui):
+            print(f"{key:06X}\t{name}")
+        return
     for needed in (args.oui, args.services):
         if not needed.is_file():
             sys.exit(f"generate-name-tables: {needed} is missing (install ieee-data and "

@@ -18,6 +18,10 @@ packages=(
   tcpdump tshark tcpflow curl openssl xvfb xauth iputils-ping iproute2 procps
   # systemd-analyze verify checks the service unit
   systemd
+  # the package: manual pages, shared-library dependencies, capabilities
+  scdoc dpkg-dev libcap2-bin ccache
+  # make systemtest boots the package's service in a Debian 12 container
+  debootstrap systemd-container
   fonts-dejavu-core imagemagick
 )
 

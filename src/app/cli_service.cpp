@@ -1,5 +1,6 @@
 // vormelt-cli service: creates, deletes and shows the systemd service. The result is one of the
 // installer's result names on standard output; why a step failed goes to standard error.
+#include <optional>
 #include <ostream>
 #include <string>
 
@@ -16,6 +17,7 @@ struct ServiceOptions {
   std::string action;  // install, uninstall, status, unit
   ServiceSetup setup;
   std::filesystem::path configDirectory{std::string(kServiceConfigDirectory)};
+  std::optional<std::string> group;  // --group; else the program file's capture group
 };
 
 int Usage(std::ostream& err, const std::string& problem) {
@@ -49,10 +51,13 @@ int ParseOptions(std::span<const std::string> args, ServiceOptions& options, std
       options.setup.program = std::filesystem::absolute(value);
     } else if (args[i] == "--config") {
       options.configDirectory = value;
+    } else if (args[i] == "--group") {
+      options.group = value;
     } else {
       return Usage(err, "unknown option '" + args[i] + "'");
     }
   }
+  options.setup.group = options.group ? *options.group : ProgramCaptureGroup(options.setup.program);
   return kExitOk;
 }
 
@@ -98,7 +103,7 @@ int RunServiceCommand(std::span<const std::string> args, std::ostream& out, std:
   AddWritableFolders(options, err);
   if (options.action == "unit") {
     if (!ServiceProgramUsable(options.setup.program)) return Usage(err, "unusable --program path");
-    out << ServiceUnitText(options.setup.program, options.setup.writableFolders);
+    out << ServiceUnitText(options.setup.program, options.setup.writableFolders, options.setup.group);
     return kExitOk;
   }
   out.flush();  // systemctl writes to the same terminal

@@ -4,14 +4,19 @@
 #include "app/service_unit.hpp"
 
 #include <fcntl.h>
+#include <grp.h>
 #include <spawn.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstring>
 #include <system_error>
+
+#include "common/file_write.hpp"
 
 extern char** environ;
 
@@ -20,7 +25,7 @@ namespace {
 
 constexpr const char* kUnitHead = R"([Unit]
 Description=%DESCRIPTION%
-Documentation=file:///usr/share/doc/hollowbright-vormelt/README.md
+Documentation=man:vormelt(1) file:///usr/share/doc/hollowbright-vormelt/README.md
 After=network-online.target
 Wants=network-online.target
 
@@ -122,23 +127,17 @@ Text AccessOr(int error, Text otherwise) {
                                                              : otherwise;
 }
 
-// Exclusive create: an existing unit is never overwritten. errno is kept for the caller.
+// Written whole beside its name, then put in place only where no unit is yet: an existing unit
+// is never overwritten, and systemd never reads half a unit. errno is kept for the caller.
 bool WriteNewFile(const std::filesystem::path& file, std::string_view content) {
-  const int fd = open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
-  if (fd < 0) return false;
-  bool ok = true;
-  for (std::size_t done = 0; ok && done < content.size();) {
-    const ssize_t n = write(fd, content.data() + done, content.size() - done);
-    if (n < 0 && errno == EINTR) continue;
-    ok = n > 0;
-    if (ok) done += static_cast<std::size_t>(n);
+  int error = 0;
+  FileBeside unit = FileBeside::Create(file, error);
+  if (unit) {
+    unit.Write(content);
+    error = unit.Commit(/*replace=*/false);
   }
-  ok = ok && fsync(fd) == 0;
-  const int error = errno;
-  close(fd);
-  if (!ok) unlink(file.c_str());
   errno = error;
-  return ok;
+  return error == 0;
 }
 
 }  // namespace
@@ -147,12 +146,27 @@ bool ServiceProgramUsable(const std::filesystem::path& program) {
   return PathTextUsable(program.native());
 }
 
+std::string ProgramCaptureGroup(const std::filesystem::path& program) {
+  struct stat status {};
+  if (::stat(program.c_str(), &status) != 0 || status.st_gid == 0 || (status.st_mode & S_IXOTH)) {
+    return {};
+  }
+  const struct group* entry = ::getgrgid(status.st_gid);
+  return entry && entry->gr_name ? std::string(entry->gr_name) : std::string();
+}
+
 std::string ServiceUnitText(const std::filesystem::path& program,
-                            std::span<const std::filesystem::path> writableFolders) {
+                            std::span<const std::filesystem::path> writableFolders,
+                            std::string_view group) {
   std::string text = kUnitHead;
   ReplaceAll(text, "%DESCRIPTION%", English(Text::ServiceName));
   ReplaceAll(text, "%EXEC%", "\"" + EscapeForUnit(program.native()) + "\" -Service");
   ReplaceAll(text, "%CONFIG%", kServiceConfigSubdirectory);
+  // A group name is letters, digits, '_', '-' and '.'; anything else is left out of the unit.
+  const bool groupUsable = !group.empty() && std::ranges::all_of(group, [](unsigned char c) {
+    return std::isalnum(c) || c == '_' || c == '-' || c == '.';
+  });
+  if (groupUsable) text += "SupplementaryGroups=" + std::string(group) + "\n";
   for (const std::filesystem::path& folder : writableFolders) {
     if (!PathTextUsable(folder.native())) continue;
     text += "ReadWritePaths=\"-" + EscapeForUnit(folder.native()) + "\"\n";
@@ -183,7 +197,7 @@ Text InstallService(const ServiceSetup& setup, std::string& detail) {
     return Text::ServiceResultInvalidName;
   }
   const std::filesystem::path unit = UnitFile(setup);
-  if (!WriteNewFile(unit, ServiceUnitText(setup.program, setup.writableFolders))) {
+  if (!WriteNewFile(unit, ServiceUnitText(setup.program, setup.writableFolders, setup.group))) {
     const int error = errno;
     detail = unit.string() + ": " + std::strerror(error);
     if (error == EEXIST) return Text::ServiceResultExists;

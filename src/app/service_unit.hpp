@@ -25,8 +25,14 @@ inline constexpr std::string_view kServiceConfigDirectory = "/etc/hollowbright/v
 // The unit text. `program` must be absolute and free of quotes, backslashes and control
 // characters (ServiceProgramUsable); `writableFolders` become ReadWritePaths= entries, each
 // optional so that a folder not made yet does not keep the service from starting.
+// `group` (may be empty) is the group that may run the program: the unit's dynamic user joins it,
+// for a program installed executable by root and that group only.
 std::string ServiceUnitText(const std::filesystem::path& program,
-                            std::span<const std::filesystem::path> writableFolders);
+                            std::span<const std::filesystem::path> writableFolders,
+                            std::string_view group = {});
+// The group a program file is kept for: its group when others may not execute it and the group
+// is not root's; empty otherwise (an ordinary program anyone may run).
+std::string ProgramCaptureGroup(const std::filesystem::path& program);
 // Whether a path can stand in the unit as it is.
 bool ServiceProgramUsable(const std::filesystem::path& program);
 // The folders the service writes outside its state folder, from the settings it will read:
@@ -40,6 +46,7 @@ struct ServiceSetup {
   bool useSystemctl = true;
   std::filesystem::path program;  // the vormelt program the unit starts
   std::vector<std::filesystem::path> writableFolders;
+  std::string group;  // SupplementaryGroups= of the unit; see ServiceUnitText
 };
 
 // Each returns a result text key; `detail` says why a failure happened, in plain words.

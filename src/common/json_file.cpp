@@ -4,6 +4,7 @@
 #include "common/json_file.hpp"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <stdio.h>
 #include <unistd.h>
 
@@ -20,6 +21,7 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr int kMaxKeptAsideCopies = 1000;
+constexpr mode_t kWrittenFileMode = 0644;
 
 // The parser's messages start with an internal tag ("[json.exception.parse_error.101] ");
 // the user only needs what follows it.
@@ -50,6 +52,9 @@ bool WriteFileAtomically(const std::filesystem::path& file, std::string_view con
     SetError(error, dir.string() + ": " + ErrnoText(errno));
     return false;
   }
+  // mkostemp makes the file for its owner only; settings are no secret, and a service running
+  // as another user (systemd's dynamic user) must be able to read what root wrote for it.
+  ::fchmod(fd.get(), kWrittenFileMode);
   const WriteOutcome outcome = WriteAll(fd.get(), content);
   int failure = outcome.error;
   if (failure == 0 && ::fsync(fd.get()) != 0) failure = errno;

@@ -1,13 +1,17 @@
 // Name tables for IP protocols, EtherTypes, TCP/UDP ports and vendor prefixes, unpacked once
-// per process from the generated data/generated/names_*.inc tables and read-only from then on.
+// per process from the generated data/generated/names_*.inc tables (vendors from the installed
+// IEEE registry where there is one) and read-only from then on.
 // Never writes a table after it is built and never allocates on a lookup.
 #include "packets/names.hpp"
 
 #include <algorithm>
 #include <cstddef>
+#include <optional>
 #include <span>
 #include <string_view>
 #include <vector>
+
+#include "packets/vendor_registry.hpp"
 
 namespace vormelt::names {
 namespace {
@@ -97,11 +101,43 @@ const DirectTable& UdpPorts() {
   return table;
 }
 
-// Sorted by key; equal keys keep the registry's order, so the first of them is the answer.
+// The registry's rows, sorted by key with equal keys in the registry's order (the first of them
+// answers), then the hand-kept additions for the keys the registry lacks. The installed
+// registry comes first, so names follow the system's ieee-data; the compiled copy stands in
+// where it is not installed (package builds depend on ieee-data and leave the copy out).
+class VendorTable {
+ public:
+  VendorTable() {
+    if (std::optional<std::vector<VendorPair>> read = ReadVendorRegistry(VendorRegistryFile())) {
+      installed_ = std::move(*read);
+      for (const VendorPair& pair : installed_) entries_.push_back(Entry{pair.oui, pair.name.c_str()});
+    } else {
+#if VORMELT_EMBED_VENDORS
+      entries_ = Unpack(Pack(kVendorKeyDeltas, kVendorTextIndex, kVendorTexts));
+#endif
+    }
+    const auto byKey = [](const Entry& a, const Entry& b) { return a.key < b.key; };
+    std::stable_sort(entries_.begin(), entries_.end(), byKey);
+    const std::size_t registryEnd = entries_.size();
+    for (const Entry& addition :
+         Unpack(Pack(kVendorAdditionKeyDeltas, kVendorAdditionTextIndex, kVendorAdditionTexts))) {
+      if (!std::binary_search(entries_.begin(), entries_.begin() + static_cast<std::ptrdiff_t>(registryEnd),
+                              addition, byKey)) {
+        entries_.push_back(addition);
+      }
+    }
+    std::stable_sort(entries_.begin(), entries_.end(), byKey);
+  }
+  const std::vector<Entry>& entries() const { return entries_; }
+
+ private:
+  std::vector<VendorPair> installed_;  // owns the names the entries point into
+  std::vector<Entry> entries_;
+};
+
 const std::vector<Entry>& Vendors() {
-  static const std::vector<Entry> entries =
-      Unpack(Pack(kVendorKeyDeltas, kVendorTextIndex, kVendorTexts));
-  return entries;
+  static const VendorTable table;
+  return table.entries();
 }
 
 constexpr std::size_t kOuiDigits = 6;
