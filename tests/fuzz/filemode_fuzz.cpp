@@ -79,7 +79,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (flags & 4) DropEarlierDuplicates(*stream);
     const std::size_t stored = stream->bytes.size();
     const Assembled assembled = Assemble(*stream);
-    Check(assembled.data.size() <= stored * 2);
+    Check(assembled.data.size() <= stored);
     if (const auto http = RecognizeHttp(assembled.data, flags & 8)) {
       Check(http->bodyOffset <= assembled.data.size());
       const std::string extension =
