@@ -60,12 +60,6 @@ struct StreamTable::Slot {
   bool lowestMayBeHttp = false, serialLowestMayBeHttp = false;
 };
 
-std::int64_t Stream::MemoryBytes() const {
-  std::int64_t total = 0;
-  for (const Segment& s : segments) total += s.packetLength + kSegmentRecordBytes;
-  return total;
-}
-
 StreamTable::StreamTable()
     : slots_(std::make_unique<std::unique_ptr<Slot>[]>(kSlotCapacity)),
       used_((kSlotCapacity + kWordBits - 1) / kWordBits, 0) {}

@@ -49,8 +49,6 @@ struct Stream {
   std::uint32_t source = 0, destination = 0;  // of the first stored segment, big-endian
   std::uint16_t sourcePort = 0, destinationPort = 0;
   std::int64_t firstMs = 0, lastMs = 0;  // packet clock, milliseconds since the epoch
-
-  std::int64_t MemoryBytes() const;
 };
 
 struct TableOptions {
