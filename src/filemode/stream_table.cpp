@@ -140,17 +140,7 @@ void StreamTable::AddSegment(Slot& slot, std::span<const std::uint8_t> header,
   const auto payload = ip.subspan(HeaderLength(header));
   std::uint32_t sequence = Read32(header, kSequenceOffset);
   if (header[kFlagsOffset] & kSynFlag) ++sequence;  // the SYN takes a number before the data
-  if (options_.onlyHttp) {
-    const bool first = stream.segments.empty();
-    if (first || sequence < slot.lowest) {
-      slot.lowest = sequence;
-      slot.lowestMayBeHttp = MayStartFileResponse(payload, options_.acceptPartial);
-    }
-    if (first || static_cast<std::int32_t>(sequence - slot.serialLowest) < 0) {
-      slot.serialLowest = sequence;
-      slot.serialLowestMayBeHttp = MayStartFileResponse(payload, options_.acceptPartial);
-    }
-  }
+  const bool first = stream.segments.empty();
   const std::size_t offset = stream.bytes.size();
   stream.bytes.Append(payload);
   try {
@@ -163,7 +153,16 @@ void StreamTable::AddSegment(Slot& slot, std::span<const std::uint8_t> header,
   const std::int64_t memory = static_cast<std::int64_t>(ip.size()) + kSegmentRecordBytes;
   slot.memory += memory;
   memory_.fetch_add(memory, std::memory_order_relaxed);
-  if (options_.onlyHttp) GiveUpIfNotHttp(slot);
+  if (!options_.onlyHttp) return;
+  if (first || sequence < slot.lowest) {
+    slot.lowest = sequence;
+    slot.lowestMayBeHttp = MayStartFileResponse(payload, options_.acceptPartial);
+  }
+  if (first || static_cast<std::int32_t>(sequence - slot.serialLowest) < 0) {
+    slot.serialLowest = sequence;
+    slot.serialLowestMayBeHttp = MayStartFileResponse(payload, options_.acceptPartial);
+  }
+  GiveUpIfNotHttp(slot);
 }
 
 // A stream whose first bytes cannot start an HTTP file will never be written when only HTTP
