@@ -94,3 +94,9 @@ echo "one stream of 400,000 segments: $one"
 row "vormelt-cli files --read" "$wall" "$cpu" "$peak" \
   "written $(find "$scratch/vormelt" -type f -printf '%s\n') bytes (aim: at most 5 s)"
 rm -rf "$scratch/vormelt"
+if command -v tcpflow >/dev/null; then
+  read -r pwall pcpu ppeak < <(best "$scratch/tcpflow" tcpflow -r "$one" -e http -o .)
+  row "tcpflow -r FILE -e http" "$pwall" "$pcpu" "$ppeak" \
+    "ratio peer/vormelt: wall $(ratio "$pwall" "$wall")  cpu $(ratio "$pcpu" "$cpu")"
+  rm -rf "$scratch/tcpflow"
+fi
