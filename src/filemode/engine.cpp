@@ -76,7 +76,7 @@ void FileModeEngine::Start(const FileModeOptions& options, StreamClock clock,
   Finish();
   options_ = options;
   clock_ = clock;
-  table_.Reset({options.dirty, options.pshOnly});
+  table_.Reset({options.dirty, options.pshOnly, options.onlyHttp, options.acceptPartial});
   for (auto* counter : {&bytesReceived_, &filesProcessing_, &filesWritten_, &bytesWritten_,
                         &packetsStored_, &packetsDropped_}) {
     counter->store(0);

@@ -110,6 +110,14 @@ TEST(HttpRecognition, ChunksStopAtZeroGarbageOrWhatDidNotArrive) {
   EXPECT_EQ(walk("5\r\nhello\r\nffffffffffffffff\r\nabc", &whole), "hello");
   EXPECT_FALSE(whole);
   EXPECT_EQ(walk("3\r\nab"), "");
+  // A chunk must be followed by its CR LF: cut right after the data it is not there yet, and
+  // other bytes in its place leave the body written but not whole.
+  EXPECT_EQ(walk("2\r\nab", &whole), "");
+  EXPECT_FALSE(whole);
+  EXPECT_EQ(walk("2\r\nab\r\n0\r\n\r\n", &whole), "ab");
+  EXPECT_TRUE(whole);
+  EXPECT_EQ(walk("2\r\nabXY0\r\n\r\n", &whole), "ab");
+  EXPECT_FALSE(whole);
   EXPECT_EQ(walk("zz\r\nab"), "");
   EXPECT_EQ(walk("2"), "");
 }
