@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <chrono>
 #include <utility>
 
@@ -105,7 +106,12 @@ SinkVerdict FileModeEngine::Take(const FrameRecord& frame) {
       nextPassMs_ = fileNowMs_ + kPassIntervalMs;
     }
   }
-  const AppendResult result = table_.Append(ip, clock_ == StreamClock::File ? fileNowMs_ : nowMs);
+  // Live, a segment is stamped when it is taken here, by the clock the passes read: with the
+  // kernel's stamp, a reader that fell behind (a loaded machine) would make a stream look quiet
+  // while its next segments still waited in the capture buffer, and it would be cut in two.
+  const std::int64_t arrivalMs =
+      clock_ == StreamClock::File ? fileNowMs_ : Milliseconds(CaptureNow());
+  const AppendResult result = table_.Append(ip, arrivalMs);
   switch (result) {
     case AppendResult::Stored:
       packetsStored_.fetch_add(1, std::memory_order_relaxed);
@@ -186,8 +192,16 @@ void FileModeEngine::Process(Stream& stream, std::int64_t nowMs) {
   if (http->compressed) extension += ".gz";
   const std::uint64_t bodyLength = data.size() - std::min(data.size(), http->bodyOffset);
   if (options_.applyFilters && !PassesFileTests(http->contentType, extension, bodyLength)) return;
+  // A body that says how long it is (a length, or chunks up to the last one, judged as they
+  // are written) is whole when it is that long: a retransmitted copy of bytes already taken
+  // that starts inside another segment is no lost part. Only a body that ends with its
+  // connection has nothing but the segments to go by.
   bool complete = assembled.gapFree;
-  if (http->contentLength && !http->chunked) complete &= *http->contentLength == bodyLength;
+  if (http->chunked) {
+    complete = true;
+  } else if (http->contentLength) {
+    complete = *http->contentLength == bodyLength;
+  }
   Write(stream, data, http->bodyOffset, http->chunked, extension, http->contentType, complete,
         nowMs);
 }
@@ -255,8 +269,9 @@ void FileModeEngine::ReportFailure(const PlacedFile& placed) {
   filesFailed_.fetch_add(1, std::memory_order_relaxed);
   if (failureRun_++ != 0) return;
   // A folder that cannot take the file at all keeps the message that asks for another one; a
-  // disk that fails while writing says the file was not kept.
-  CaptureMessage message = ErrorMessage(placed.created ? Text::FileNotWritten : Text::FileWriteError);
+  // disk that fails while writing, or is full, says the file was not kept.
+  const bool diskFailed = placed.created || placed.error == ENOSPC || placed.error == EDQUOT;
+  CaptureMessage message = ErrorMessage(diskFailed ? Text::FileNotWritten : Text::FileWriteError);
   message.textArgument = placed.path + " (" + ErrnoText(placed.error) + ")";
   messages_.Push(std::move(message));
 }

@@ -207,6 +207,19 @@ TEST(FileModeEngine, OutOfOrderDuplicatesAndGaps) {
   EXPECT_EQ(gap.Body(), body.substr(0, 3000 - (response.size() - body.size())));
   EXPECT_FALSE(gap.files[0].complete);
 
+  // A tail-loss probe: the sender sends the end of a segment again, from inside it. The body is
+  // whole by its length; a copy of bytes already there is no lost part.
+  auto probed = test::ResponseSegments(response);
+  test::ResponseFlow probe;
+  probe.firstSequence += 1500;
+  const auto copy = test::ResponseSegments(std::string_view(response).substr(1500, 500), probe);
+  probed.insert(probed.begin() + 2, copy.begin(), copy.end());
+  EngineRun retransmitted;
+  retransmitted.Feed(probed);
+  ASSERT_EQ(retransmitted.files.size(), 1u);
+  EXPECT_EQ(retransmitted.Body(), body);
+  EXPECT_TRUE(retransmitted.files[0].complete);
+
   // Two copies of the last segment: the first found wins, or the later neighbour when asked.
   auto copies = test::ResponseSegments(response);
   auto changed = test::ResponseSegments(Response("Content-Length: 5000\r\n", std::string(5000, 'Z')));
