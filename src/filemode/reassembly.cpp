@@ -1,7 +1,7 @@
 // The walk looks for the next segment by its sequence number; a sorted index of the numbers
 // replaces the search from the head, so an out-of-order stream costs no more than an ordered
-// one. Numbers are taken relative to the start, so a stream that crosses the 2^32 wrap is
-// walked like any other. The rebuilt bytes reuse the stream's own buffer where they can (in
+// one. Numbers are taken relative to the start; the walk ends where the next byte's number
+// would pass 2^32 - 1 (the wrap cuts a stream). The rebuilt bytes reuse the stream's own buffer where they can (in
 // order: handed over; only copies or overlaps left out: moved down in place), and a stream that
 // must be copied gives its pages back as the copy passes them: a rebuild never holds a large
 // stream twice.
@@ -14,26 +14,19 @@
 namespace vormelt::filemode {
 namespace {
 
-constexpr std::uint32_t kHalfSpace = 0x8000'0000u;
+constexpr std::uint64_t kLastSequence = 0xFFFF'FFFFu;
 // The copy gives source pages back in steps of this many bytes, not segment by segment.
 constexpr std::size_t kReleaseStep = 1 << 20;
 
 // The start: the lowest number, the first of equals in arrival order. A stream whose numbers
-// span more than half the space has crossed the wrap; its lowest is then counted from the
-// first segment that arrived, in sequence-number arithmetic.
+// cross the 2^32 wrap is cut there, as it always has been: the walk starts at its lowest number,
+// which is past the wrap, and never follows a segment across it.
 std::size_t StartSegment(const std::vector<Segment>& segments) {
-  std::size_t lowest = 0, highest = 0;
+  std::size_t lowest = 0;
   for (std::size_t i = 1; i < segments.size(); ++i) {
     if (segments[i].sequence < segments[lowest].sequence) lowest = i;
-    if (segments[i].sequence > segments[highest].sequence) highest = i;
   }
-  if (segments[highest].sequence - segments[lowest].sequence <= kHalfSpace) return lowest;
-  const std::uint32_t origin = segments[0].sequence - kHalfSpace;
-  std::size_t start = 0;
-  for (std::size_t i = 1; i < segments.size(); ++i) {
-    if (segments[i].sequence - origin < segments[start].sequence - origin) start = i;
-  }
-  return start;
+  return lowest;
 }
 
 // One step of the walk: a segment, from `skip` bytes into its payload (an overlapping
@@ -61,6 +54,7 @@ class Walk {
     order.push_back({static_cast<std::uint32_t>(current), 0});
     std::uint64_t expected = End(segments_[current]);
     for (;;) {
+      if (std::uint64_t{base_} + expected > kLastSequence) break;  // the wrap cuts the stream
       std::uint64_t skip = 0;
       if (current + 1 < segments_.size() && Relative(segments_[current + 1]) == expected) {
         ++current;

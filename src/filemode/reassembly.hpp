@@ -16,11 +16,10 @@ struct Assembled {
 // number the earlier is dropped, so the later copy wins.
 void DropEarlierDuplicates(Stream& stream);
 
-// Starts at the lowest sequence number (the first of equals in arrival order; counted from the
-// first segment in sequence-number arithmetic when the stream crosses the 2^32 wrap) and
-// follows sequence + payload length from segment to segment, preferring the next in arrival
+// Starts at the lowest sequence number (the first of equals in arrival order) and follows sequence + payload length from segment to segment, preferring the next in arrival
 // order, otherwise the first in arrival order that starts there, otherwise a retransmission
-// that covers the next byte and carries new ones after it; a gap ends the data.
+// that covers the next byte and carries new ones after it; a gap, or the 2^32 wrap, ends the
+// data.
 // The stream's bytes and segments are handed over to the result or freed: only its addresses,
 // ports and times are left to use afterwards.
 Assembled Assemble(Stream& stream);

@@ -53,11 +53,10 @@ struct StreamTable::Slot {
   std::int64_t lastMs = 0;
   std::int64_t memory = 0;
   Stream stream;
-  // The lowest sequence number so far and whether its payload may open a file, both plainly
-  // and in sequence-number arithmetic: the rebuild starts at the one or, for a stream that
-  // crosses the 2^32 wrap, the other.
-  std::uint32_t lowest = 0, serialLowest = 0;
-  bool lowestMayBeHttp = false, serialLowestMayBeHttp = false;
+  // The lowest sequence number so far, where the rebuild starts, and whether its payload may
+  // open a file.
+  std::uint32_t lowest = 0;
+  bool lowestMayBeHttp = false;
 };
 
 StreamTable::StreamTable()
@@ -158,17 +157,13 @@ void StreamTable::AddSegment(Slot& slot, std::span<const std::uint8_t> header,
     slot.lowest = sequence;
     slot.lowestMayBeHttp = MayStartFileResponse(payload, options_.acceptPartial);
   }
-  if (first || static_cast<std::int32_t>(sequence - slot.serialLowest) < 0) {
-    slot.serialLowest = sequence;
-    slot.serialLowestMayBeHttp = MayStartFileResponse(payload, options_.acceptPartial);
-  }
   GiveUpIfNotHttp(slot);
 }
 
 // A stream whose first bytes cannot start an HTTP file will never be written when only HTTP
 // files count; past the grace its bytes are given back and later segments only keep it alive.
 void StreamTable::GiveUpIfNotHttp(Slot& slot) {
-  if (slot.lowestMayBeHttp || slot.serialLowestMayBeHttp) return;
+  if (slot.lowestMayBeHttp) return;
   if (slot.stream.bytes.size() <= kNotHttpGraceBytes) return;
   memory_.fetch_sub(slot.memory, std::memory_order_relaxed);
   slot.memory = 0;
