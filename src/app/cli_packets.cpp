@@ -323,16 +323,7 @@ int RunPackets(std::span<const std::string> args, std::ostream& out, std::ostrea
   }
   int status = options.loadDump.empty() ? RunCapture(engine, *options.target, printer, err)
                                         : LoadDump(engine, options, printer, err);
-  if (options.logFind.logging) {
-    engine.StopLogging();
-    const LogStatus logged = engine.LoggingStatus();
-    err << logged.packetsLogged << " packets logged in " << logged.filesBegun << " files\n";
-    if (logged.writeFailed) {
-      err << "vormelt-cli: " << FormatText(Text::LogWriteFailed, UiLanguage::English,
-                                           logged.currentFile.c_str()) << "\n";
-      status = kExitFailed;
-    }
-  }
+  if (options.logFind.logging) status = FinishLogging(engine, status, err);
   if (status == kExitOk || !options.loadDump.empty()) {
     status = std::max(status, WriteOutputs(engine.Store(), options, err));
   }
