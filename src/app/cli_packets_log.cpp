@@ -116,8 +116,11 @@ int CheckLogFindOptions(LogFindOptions& options, std::ostream& err) {
 
 int FinishLogging(PacketModeEngine& engine, int status, std::ostream& err) {
   {
-    const StopSignals holdSignals;  // a second SIGINT or SIGTERM must not cut the last pass short
+    // A SIGINT or SIGTERM now must not cut the last pass short; the run is ending anyway, so
+    // those that came meanwhile are taken here rather than left to end the process later.
+    StopSignals holdSignals;
     engine.StopLogging();
+    while (holdSignals.Wait(std::chrono::milliseconds(0))) {}
   }
   const LogStatus logged = engine.LoggingStatus();
   err << logged.packetsLogged << " packets logged in " << logged.filesBegun << " files";
@@ -127,6 +130,8 @@ int FinishLogging(PacketModeEngine& engine, int status, std::ostream& err) {
     std::string line = FormatText(Text::LogWriteFailed, UiLanguage::English,
                                   (logged.failedFile + ": " + logged.failureReason).c_str());
     std::erase(line, '\r');
+    line.erase(std::unique(line.begin(), line.end(), [](char a, char b) { return a == '\n' && b == '\n'; }),
+               line.end());
     std::ranges::replace(line, '\n', ' ');
     err << "vormelt-cli: " << line << "\n";
   }
