@@ -131,6 +131,9 @@ class PacketHeadless final : public HeadlessMode {
     engine_.Quit();
     engine_.StopLogging();
     Tick({});
+    if (const LogStatus logged = engine_.LoggingStatus(); logged.notLogged() > 0) {
+      lines_.Add(Text::LogNotLoggedAtStop, static_cast<long>(logged.notLogged()));
+    }
   }
 
   std::vector<std::string> TakeMessages(UiLanguage language) override {
