@@ -49,6 +49,7 @@ class TextLogForm final : public LogForm {
 
   bool Pending() const override { return !pending_.empty(); }
   std::string Failure() const override { return failure_; }
+  bool IsOpen() const override { return fd_ >= 0; }
 
   void Close() override {
     if (fd_ >= 0) ::close(fd_);
@@ -73,9 +74,12 @@ class PcapngLogForm final : public LogForm {
 
   LogOpen Open(const std::string& path, bool fresh) override {
     failure_.clear();
+    path_ = path;
     const bool opened = writer_.Open(path, CaptureFileFormat::Pcapng,
                                      fresh ? CaptureOpenMode::CreateNew : CaptureOpenMode::Continue);
     if (opened) return LogOpen::Opened;
+    failure_ = writer_.Error();
+    if (failure_.starts_with(path_ + ": ")) failure_.erase(0, path_.size() + 2);
     return writer_.NameTaken() ? LogOpen::Exists : LogOpen::Failed;
   }
 
@@ -86,11 +90,12 @@ class PcapngLogForm final : public LogForm {
     return 32 + ((packet.frameLength + 3) & ~3u);
   }
 
-  // A frame the writer refused stays, with those after it, for the next Flush.
+  // A frame the writer refused stays, with those after it, for the next Flush. The writer is
+  // buffered: when handing the buffer to the system fails, which frames reached the file is
+  // unknown, so all of them stay (a frame may then be in two files rather than in none).
   bool Flush() override {
     std::size_t done = 0;
-    bool ok = writer_.IsOpen();
-    for (; ok && done < pending_.size(); ++done) {
+    for (; writer_.IsOpen() && done < pending_.size(); ++done) {
       const PendingFrame& packet = pending_[done];
       FrameRecord record;
       record.bytes = std::span<const std::uint8_t>(bytes_.data() + packet.offset, packet.length);
@@ -99,19 +104,22 @@ class PcapngLogForm final : public LogForm {
       record.time = packet.time;
       if (!writer_.Write(record)) break;
     }
-    ok = ok && done == pending_.size() && writer_.Flush();
-    if (done == pending_.size() && ok) {
+    if (done == pending_.size() && writer_.IsOpen() && writer_.Flush()) {
       pending_.clear();
       bytes_.clear();
-    } else {
-      failure_ = writer_.IsOpen() ? writer_.Error() : ErrnoText(EBADF);
-      pending_.erase(pending_.begin(), pending_.begin() + static_cast<std::ptrdiff_t>(done));
+      return true;
     }
-    return ok;
+    // The writer's text begins with the path, which the logger names itself.
+    failure_ = writer_.Error().empty() ? ErrnoText(EBADF) : writer_.Error();
+    if (failure_.starts_with(path_ + ": ")) failure_.erase(0, path_.size() + 2);
+    if (!writer_.IsOpen()) done = 0;
+    pending_.erase(pending_.begin(), pending_.begin() + static_cast<std::ptrdiff_t>(done));
+    return false;
   }
 
   bool Pending() const override { return !pending_.empty(); }
-  std::string Failure() const override { return failure_.empty() ? writer_.Error() : failure_; }
+  std::string Failure() const override { return failure_; }
+  bool IsOpen() const override { return writer_.IsOpen(); }
 
   void Close() override {
     writer_.Close();
@@ -129,6 +137,7 @@ class PcapngLogForm final : public LogForm {
   CaptureFileWriter writer_;
   std::vector<PendingFrame> pending_;
   std::vector<std::uint8_t> bytes_;
+  std::string path_;
   std::string failure_;
 };
 

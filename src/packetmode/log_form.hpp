@@ -33,6 +33,8 @@ class LogForm {
   // Why the last Open or Flush failed, in the system's words.
   virtual std::string Failure() const = 0;
   virtual void Close() = 0;
+  // A file is open (a form may close its file itself when a write fails).
+  virtual bool IsOpen() const = 0;
   // The open file's size: what it held when opened plus what was written since.
   virtual std::uint64_t FileSize() const = 0;
 };

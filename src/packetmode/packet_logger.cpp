@@ -281,6 +281,8 @@ bool PacketLogger::WritePending(CaptureTime now) {
   if (!form_->Flush()) {
     Failed(filePath_, form_->Failure());
     notWritten_.store(pendingCount_);
+    // A form that lost its file to the failure gets a new one at the next attempt.
+    if (!form_->IsOpen()) EndFile();
     return false;
   }
   packetsLogged_.fetch_add(std::exchange(pendingCount_, 0));
@@ -382,7 +384,6 @@ void PacketLogger::FileOpened(const std::string& path, CaptureTime now, bool cre
   fileCreated_ = created;
   fileBegun_ = now;
   filePath_ = path;
-  sizeAtOpen_ = form_->FileSize();
   struct stat status {};
   if (::stat(path.c_str(), &status) == 0) {
     fileDevice_ = status.st_dev;
@@ -391,8 +392,6 @@ void PacketLogger::FileOpened(const std::string& path, CaptureTime now, bool cre
   std::lock_guard lock(statusMutex_);
   currentFile_ = path;
 }
-
-bool PacketLogger::FileHoldsData() const { return form_->FileSize() > sizeAtOpen_; }
 
 // The open file's name no longer names it: unlinked (by the pruner or by hand) or replaced.
 bool PacketLogger::FileGone() const {
@@ -405,7 +404,9 @@ void PacketLogger::EndFile() {
   if (!form_) return;
   // A file begun while the disk was failing that never took a byte is removed again (its
   // index entry names a file already gone, which the pruner passes over).
-  const bool removeEmpty = fileOpen_ && fileCreated_ && !FileHoldsData() && !FileGone();
+  struct stat status {};
+  const bool removeEmpty = fileOpen_ && fileCreated_ && !FileGone() &&
+                           ::stat(filePath_.c_str(), &status) == 0 && status.st_size == 0;
   form_->Close();
   if (removeEmpty) {
     ::unlink(filePath_.c_str());

@@ -106,7 +106,6 @@ class PacketLogger {
   bool EnsureFile(CaptureTime now);
   bool BeginNewFile(CaptureTime now);
   void FileOpened(const std::string& path, CaptureTime now, bool created);
-  bool FileHoldsData() const;
   bool IndexNewFile(const std::string& path, CaptureTime now);
   bool FileGone() const;
   bool WritePending(CaptureTime now);
@@ -126,7 +125,6 @@ class PacketLogger {
   std::uint64_t fileDevice_ = 0, fileInode_ = 0;  // what the open file's name named at opening
   CaptureTime fileBegun_{};
   std::atomic<bool> failing_{false};
-  std::uint64_t sizeAtOpen_ = 0;   // the open file's size when opened: more means it holds data
   std::int64_t pendingCount_ = 0;  // packets in the form not yet written
   std::int32_t next_ = 0;  // the next store index to log
   std::string lastName_;   // the last file name made from the template, and its number
