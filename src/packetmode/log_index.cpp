@@ -196,6 +196,23 @@ int AppendLogIndexEntry(std::string_view folder, std::string_view logPath, Captu
   return outcome.error;
 }
 
+void RemoveLastLogIndexEntry(std::string_view folder, std::string_view logPath) {
+  const std::string path = LogIndexPath(folder);
+  UniqueFd index(::open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW));
+  struct stat status {};
+  const std::size_t entryLength = 2 + kLogStampLength + 4 + logPath.size();
+  if (!index || ::fstat(index.get(), &status) != 0 ||
+      static_cast<std::uint64_t>(status.st_size) < entryLength) {
+    return;
+  }
+  const off_t start = status.st_size - static_cast<off_t>(entryLength);
+  std::string tail(entryLength, '\0');
+  if (::pread(index.get(), tail.data(), entryLength, start) != static_cast<ssize_t>(entryLength)) return;
+  if (tail.starts_with("\r\n") && tail.ends_with(std::string("    ") + std::string(logPath))) {
+    ::ftruncate(index.get(), start);
+  }
+}
+
 void PruneLogFiles(std::string_view folder, std::int64_t maxAgeSeconds, CaptureTime now) {
   const std::string indexPath = LogIndexPath(folder);
   const std::string folderPath = indexPath.substr(0, indexPath.size() - kLogIndexFileName.size() - 1);

@@ -26,6 +26,10 @@ std::string LogStamp(CaptureTime time);
 // stopped it.
 int AppendLogIndexEntry(std::string_view folder, std::string_view logPath, CaptureTime now);
 
+// Takes back the index's last entry when it names `logPath` (a file begun and removed again
+// before it took a byte); otherwise leaves the index as it is.
+void RemoveLastLogIndexEntry(std::string_view folder, std::string_view logPath);
+
 // Deletes the log files whose entries are more than `maxAgeSeconds` older than `now`, from the
 // start of the index up to the first entry that is not, and rewrites the index without them.
 // Only regular files directly in `folder` are deleted; entries naming anything else are passed

@@ -402,14 +402,15 @@ bool PacketLogger::FileGone() const {
 
 void PacketLogger::EndFile() {
   if (!form_) return;
-  // A file begun while the disk was failing that never took a byte is removed again (its
-  // index entry names a file already gone, which the pruner passes over).
+  // A file begun while the disk was failing that never took a byte is removed again, and its
+  // index entry with it while it is the last one.
   struct stat status {};
   const bool removeEmpty = fileOpen_ && fileCreated_ && !FileGone() &&
                            ::stat(filePath_.c_str(), &status) == 0 && status.st_size == 0;
   form_->Close();
   if (removeEmpty) {
     ::unlink(filePath_.c_str());
+    if (!config_.settings.folder.empty()) RemoveLastLogIndexEntry(config_.settings.folder, filePath_);
     filesBegun_.fetch_sub(1);
   }
   fileOpen_ = false;
