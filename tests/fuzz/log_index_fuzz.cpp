@@ -44,8 +44,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const fs::path outside = Root() / "outside.txt";
   fs::create_directories(folder);
   std::ofstream(outside) << "keep";
-  // Relative paths in the index resolve against the root, never against the folder.
-  fs::current_path(Root());
+  // The working folder is the fuzzer's (its corpus and artifacts): relative paths in the index
+  // name files there, which the pruner must leave alone as it does any path outside the folder.
   const std::string input(reinterpret_cast<const char*>(data), size);
   // The first byte picks the age; the index is the rest.
   const std::int64_t maxAge = size > 0 ? data[0] * 1000 : 0;
