@@ -22,9 +22,6 @@
 namespace vormelt {
 namespace {
 
-// The kernel buffer that absorbs bursts while the receive thread is busy. Frames are packed
-// into it one after the other (TPACKET_V3), so it holds tens of thousands of small ones.
-constexpr int kBufferSize = 32 << 20;
 // A whole 65,535-byte datagram plus the longest link header we unwrap.
 constexpr int kSnapLength = 65535 + 64;
 // How long the kernel holds a part-filled buffer block before handing it over: the longest a
@@ -158,9 +155,11 @@ class PcapSource final : public CaptureSource {
   unsigned packetsSinceSample_ = 0;
 };
 
-// Opens a live capture on `device`. `interfaceText` names it in messages.
+// Opens a live capture on `device` with a kernel buffer of `bufferMiB`. `interfaceText` names
+// it in messages. The buffer absorbs bursts while the receive thread is busy; frames are packed
+// into it one after the other (TPACKET_V3), so it holds tens of thousands of small ones.
 OpenResult OpenLive(const std::string& device, InterfaceKind kind,
-                    const std::string& interfaceText) {
+                    const std::string& interfaceText, std::int32_t bufferMiB) {
   char error[PCAP_ERRBUF_SIZE] = {};
   PcapHandle handle(pcap_create(device.c_str(), error));
   if (!handle) {
@@ -168,7 +167,8 @@ OpenResult OpenLive(const std::string& device, InterfaceKind kind,
                           MessageIcon::Stop, std::nullopt, static_cast<long>(errno)};
   }
   pcap_t* p = handle.get();
-  pcap_set_buffer_size(p, kBufferSize);
+  bufferMiB = std::clamp(bufferMiB, kMinCaptureBufferMiB, kMaxCaptureBufferMiB);
+  pcap_set_buffer_size(p, bufferMiB << 20);
   pcap_set_snaplen(p, kSnapLength);
   pcap_set_promisc(p, 0);
   pcap_set_timeout(p, kReadTimeoutMs);
@@ -189,10 +189,10 @@ OpenResult OpenLive(const std::string& device, InterfaceKind kind,
   return std::make_unique<PcapSource>(std::move(handle), kind, 0);
 }
 
-OpenResult OpenAddress(const std::string& address) {
+OpenResult OpenAddress(const std::string& address, std::int32_t bufferMiB) {
   const std::optional<std::string> device = InterfaceHoldingAddress(address);
   if (!device) return UnableToListen(address);
-  return OpenLive(*device, InterfaceKind::RawSockets, address);
+  return OpenLive(*device, InterfaceKind::RawSockets, address, bufferMiB);
 }
 
 OpenResult OpenFile(const std::string& path) {
@@ -248,15 +248,19 @@ CaptureTarget CaptureTarget::File(std::string path) {
 }
 
 CaptureTarget CaptureTarget::FromSettings(const InterfaceSettings& settings) {
-  if (settings.chosenKind == InterfaceKind::RawSockets) return Address(settings.address);
-  return Adapter(settings.adapterDevice, settings.adapterDisplayName);
+  CaptureTarget target = settings.chosenKind == InterfaceKind::RawSockets
+                             ? Address(settings.address)
+                             : Adapter(settings.adapterDevice, settings.adapterDisplayName);
+  target.bufferMiB = settings.bufferMiB;
+  return target;
 }
 
 OpenResult OpenSource(const CaptureTarget& target) {
   switch (target.type) {
-    case CaptureTarget::Type::Address: return OpenAddress(target.name);
+    case CaptureTarget::Type::Address: return OpenAddress(target.name, target.bufferMiB);
     case CaptureTarget::Type::Adapter:
-      return OpenLive(target.name, InterfaceKind::PacketDriver, target.displayName);
+      return OpenLive(target.name, InterfaceKind::PacketDriver, target.displayName,
+                      target.bufferMiB);
     case CaptureTarget::Type::File: return OpenFile(target.name);
   }
   return UnableToListen(target.name);

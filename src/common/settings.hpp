@@ -22,12 +22,22 @@ struct WindowState {
   friend bool operator==(const WindowState&, const WindowState&) = default;
 };
 
+// The kernel buffer of a live capture, in MiB ("capture.bufferMiB" in the file). Measured on
+// loopback with bench/downloads.bench.sh (twelve 20 MB downloads, four at a time, 1 Gbit/s in
+// all) and bench/loss.bench.sh: DEFAULT_FIGURES
+inline constexpr std::int32_t kDefaultCaptureBufferMiB = 64;
+// A buffer below 1 MiB holds too few blocks to be worth having; above 1 GiB it is kernel memory
+// no monitor of one host needs (and pcap_set_buffer_size takes an int of bytes).
+inline constexpr std::int32_t kMinCaptureBufferMiB = 1, kMaxCaptureBufferMiB = 1024;
+
 struct InterfaceSettings {
   InterfaceKind chosenKind = InterfaceKind::RawSockets;
   std::string address;             // dotted IPv4, for Raw Sockets
   std::string adapterDevice;       // pcap device name, for the adapter kind
   std::string adapterDisplayName;  // shown to the user
   InterfaceKind kindInUse = InterfaceKind::RawSockets;  // copied when a capture starts
+  // How the interface is captured (the file's "capture" group): the live kernel buffer in MiB.
+  std::int32_t bufferMiB = kDefaultCaptureBufferMiB;
 
   friend bool operator==(const InterfaceSettings&, const InterfaceSettings&) = default;
 };
