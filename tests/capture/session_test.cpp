@@ -20,6 +20,7 @@
 #include "capture/session.hpp"
 #include "packets/store.hpp"
 #include "support/frames.hpp"
+#include "support/live_capture.hpp"
 #include "support/pcap_file.hpp"
 
 namespace vormelt {
@@ -229,15 +230,9 @@ TEST(CaptureLive, AHeldReceiveThreadBehindASmallBufferCountsAndSaysTheDrops) {
   target.bufferMiB = 1;
   ASSERT_GT(kDefaultCaptureBufferMiB, 8);
   session.Start(target, sink);
-  for (auto deadline = std::chrono::steady_clock::now() + 5s;
-       session.Status().status != CaptureStatus::Listening && session.listening.load() &&
-       std::chrono::steady_clock::now() < deadline;) {
-    std::this_thread::sleep_for(5ms);
-  }
-  if (session.Status().status != CaptureStatus::Listening) {
+  if (const std::string reason = test::AwaitListening(session); !reason.empty()) {
     sink.Release();
-    session.Quit();
-    GTEST_SKIP() << "cannot capture on loopback here (needs root or cap_net_raw,cap_net_admin)";
+    GTEST_SKIP() << reason;
   }
   FloodLoopback();
   sink.Release();

@@ -16,6 +16,7 @@
 #include "statistics/engine.hpp"
 #include "statistics/lists.hpp"
 #include "statistics/local_addresses.hpp"
+#include "support/fuzz_input.hpp"
 
 using namespace vormelt::statistics;
 
@@ -25,23 +26,7 @@ void Check(bool condition) {
   if (!condition) std::abort();
 }
 
-class ByteReader {
- public:
-  ByteReader(const std::uint8_t* data, std::size_t size) : data_(data), size_(size) {}
-  bool AtEnd() const { return pos_ >= size_; }
-  std::uint8_t Byte() { return pos_ < size_ ? data_[pos_++] : 0; }
-  std::span<const std::uint8_t> Take(std::size_t n) {
-    n = std::min(n, size_ - std::min(pos_, size_));
-    const auto part = std::span(data_ + pos_, n);
-    pos_ += n;
-    return part;
-  }
-
- private:
-  const std::uint8_t* data_;
-  std::size_t size_;
-  std::size_t pos_ = 0;
-};
+using vormelt::test::ByteReader;
 
 // The address table as the rules state it: linear lookups, and a full table's victim found by
 // one pass over the used slots with a strict comparison.

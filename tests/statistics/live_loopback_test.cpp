@@ -16,6 +16,7 @@
 
 #include "capture/session.hpp"
 #include "statistics/engine.hpp"
+#include "support/live_capture.hpp"
 
 namespace vormelt::statistics {
 namespace {
@@ -52,16 +53,8 @@ TEST(StatisticsLive, PingAndTcpOnLoopbackFillTheLocalPortRows) {
   StatisticsEngine engine(locals, {kTableCapacity});
   CaptureSession session;
   session.Start(CaptureTarget::Address("127.0.0.1"), engine);
-  for (auto deadline = std::chrono::steady_clock::now() + 5s;
-       session.Status().status != CaptureStatus::Listening && session.listening.load() &&
-       std::chrono::steady_clock::now() < deadline;) {
-    std::this_thread::sleep_for(5ms);
-  }
-  if (session.Status().status != CaptureStatus::Listening) {
-    session.Wait();
-    std::string reason = "the capture did not start";
-    for (const auto& message : session.Messages().Drain()) reason = FormatMessage(message, UiLanguage::English);
-    GTEST_SKIP() << "cannot capture on loopback here (needs root or cap_net_raw,cap_net_admin): " << reason;
+  if (const std::string reason = test::AwaitListening(session); !reason.empty()) {
+    GTEST_SKIP() << reason;
   }
   ASSERT_EQ(std::system("ping -c 3 -i 0.2 127.0.0.1 >/dev/null 2>&1"), 0) << "ping failed";
   const auto [listenerPort, clientPort] = TalkTcp();
