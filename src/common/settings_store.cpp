@@ -2,8 +2,8 @@
 // Reading is lenient key by key: one bad value costs that value, never the whole file.
 #include "common/settings_store.hpp"
 
-#include <cerrno>
 #include <algorithm>
+#include <cerrno>
 #include <fstream>
 #include <initializer_list>
 #include <limits>
@@ -34,7 +34,6 @@ constexpr int kMaxRefreshSeconds = 3600;
 constexpr int kMaxPixelSpeed = 10;
 constexpr int kMaxExtraDelayMs = 1000;
 constexpr int kMaxCircularity = 20;
-constexpr int kMaxReplaySpeed = 100;
 constexpr int kMaxLogMethod = 3;
 // File Mode's sub-folder levels: -1 and 0 none, 1 source, 2 destination address, 3 extension.
 constexpr int kFirstSubfolderChoice = -1, kLastSubfolderChoice = 3;
