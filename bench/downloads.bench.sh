@@ -9,6 +9,7 @@
 # Usage: bench/downloads.bench.sh BUILD_DIR   (DOWNLOADS_BUFFER_MIB: the buffer, default the
 #        program's own; DOWNLOADS_RATES: total rates in bit/s, 0 = unlimited)
 set -euo pipefail
+source "$(dirname "$0")/lib.sh"
 build=${1:-build}
 buffer=${DOWNLOADS_BUFFER_MIB:-}
 rates=${DOWNLOADS_RATES:-"1000000000 0"}
@@ -53,34 +54,20 @@ download() {
     curl -s "${limit[@]}" -o /dev/null "http://127.0.0.1:$port/body{}.bin"
 }
 
-# capture NAME RATE COMMAND...: runs the capture in the namespace around the downloads, then
-# stops it with SIGINT. Its stderr goes to $work/NAME.err.
-capture() {
-  local name=$1 rate=$2 pid
-  shift 2
-  timeout -s INT 600 ip netns exec "$ns" "$@" >/dev/null 2>"$work/$name.err" &
-  pid=$!
-  sleep 1  # until it listens
+# The downloads at `rate`, then until every body is written (a capture that lost segments
+# never gets there), at most 20 s: the capture may still be working through its buffer.
+download_all() {
   download "$rate"
-  # Until every body is written (a capture that lost segments never gets there), at most 20 s:
-  # the capture may still be working through its buffer when the last download ends.
   for _ in $(seq 100); do
-    [ "$name" != vormelt ] && break
     [ "$(find "$work/out" -type f -size $((20 * 1000 * 1000))c 2>/dev/null | wc -l)" -ge $count ] && break
     sleep 0.2
   done
   sleep 1  # the last acknowledgements
-  kill -INT "$pid" 2>/dev/null || true
-  wait "$pid" || true
 }
-
-# "CAPTURED DROPPED" from a run's stderr: the "N packets, M dropped" line of vormelt-cli, or
-# tcpdump's counts; "? ?" when the run did not say.
-counts() {
-  case $1 in
-    vormelt) awk '/ packets, [0-9]+ dropped/ { c = $1; d = $3 } END { print (c == "" ? "?" : c), (d == "" ? "?" : d) }' "$work/$1.err" ;;
-    tcpdump) awk '/packets captured/ { c = $1 } /dropped by kernel/ { d = $1 } END { print c, d }' "$work/$1.err" ;;
-  esac
+# The same for a peer that writes no bodies.
+download_only() {
+  download "$rate"
+  sleep 1
 }
 
 buffer_args=()
@@ -90,16 +77,18 @@ tcpdump_kib=$(( ${buffer:-$(awk '/kDefaultCaptureBufferMiB =/ { gsub(";", ""); p
 echo "  $count downloads of 20 MB, $parallel at a time; kernel buffer $((tcpdump_kib / 1024)) MiB"
 for rate in $rates; do
   rm -rf "$work/out"
-  capture vormelt "$rate" "$cli" files --live 127.0.0.1 --out "$work/out" "${buffer_args[@]}"
+  capture_during "$ns" "$work/vormelt.err" download_all \
+    "$cli" files --live 127.0.0.1 --out "$work/out" "${buffer_args[@]}"
   exact=$(find "$work/out" -type f -exec md5sum {} + 2>/dev/null | awk '{ print $1 }' | sort |
           comm -12 - "$work/sums" | wc -l)
-  read -r ours ours_dropped < <(counts vormelt)
+  read -r ours ours_dropped < <(dropped_counts vormelt "$work/vormelt.err")
   label=$([ "$rate" = 0 ] && echo "unlimited" || echo "$((rate / 1000000)) Mbit/s")
   line=$(printf '  %-14s vormelt: %2d of %d byte-exact, %s packets, %s dropped' \
     "$label" "$exact" "$count" "$ours" "$ours_dropped")
   if [ "$rate" = 0 ] && command -v tcpdump >/dev/null; then
-    capture tcpdump 0 tcpdump -i lo -nn -B "$tcpdump_kib" -w /dev/null
-    read -r peer peer_dropped < <(counts tcpdump)
+    capture_during "$ns" "$work/tcpdump.err" download_only \
+      tcpdump -i lo -nn -B "$tcpdump_kib" -w /dev/null
+    read -r peer peer_dropped < <(dropped_counts tcpdump "$work/tcpdump.err")
     line+=$(printf '   tcpdump: %s packets, %s dropped' "$peer" "$peer_dropped")
   fi
   echo "$line"
