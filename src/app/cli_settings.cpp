@@ -4,6 +4,7 @@
 // through the same checks the program applies when it loads the file, plus the checks the
 // windows make before they store a value; anything else exits 2, says what the key takes and
 // changes nothing. `get` and `list` print values in the form `set` takes.
+#include <algorithm>
 #include <charconv>
 #include <limits>
 #include <nlohmann/json.hpp>
@@ -43,24 +44,14 @@ std::optional<Json::json_pointer> PointerOf(std::string_view key) {
   return Json::json_pointer(pointer);
 }
 
-std::string ValueForm(const Json& value);
-
-void ListLeaves(const Json& value, const std::string& prefix, std::ostream& out) {
-  if (!value.is_object()) {
-    out << prefix << "=" << ValueForm(value) << "\n";
-    return;
-  }
-  for (const auto& [name, member] : value.items()) {
-    if (prefix.empty() && name == kVersionKey) continue;
-    ListLeaves(member, prefix.empty() ? name : prefix + "." + name, out);
-  }
-}
-
 // A text value in the form `get` prints and `set` takes: as it stands, unless it begins with a
-// double quote; then it is a JSON string literal, so that a value copied from `list` (which
-// prints JSON) sets what it shows, and a value that itself begins with a quote survives.
+// double quote; then it is a JSON string literal, so that a value copied from JSON sets what it
+// shows, and a value that itself begins with a quote survives. `get` also quotes a value holding
+// a line break or another control character, which would not read back as one line.
 std::string TextForm(const std::string& text) {
-  if (!text.starts_with('"')) return text;
+  const bool plain = !text.starts_with('"') &&
+                     std::ranges::none_of(text, [](unsigned char c) { return c < 0x20 || c == 0x7F; });
+  if (plain) return text;
   return Json(text).dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
@@ -75,6 +66,17 @@ std::optional<std::string> FromTextForm(const std::string& text) {
 std::string ValueForm(const Json& value) {
   if (value.is_string()) return TextForm(value.get<std::string>());
   return value.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+void ListLeaves(const Json& value, const std::string& prefix, std::ostream& out) {
+  if (!value.is_object()) {
+    out << prefix << "=" << ValueForm(value) << "\n";
+    return;
+  }
+  for (const auto& [name, member] : value.items()) {
+    if (prefix.empty() && name == kVersionKey) continue;
+    ListLeaves(member, prefix.empty() ? name : prefix + "." + name, out);
+  }
 }
 
 template <typename Number>
@@ -120,7 +122,8 @@ std::string Describe(const SettingRule& rule) {
     case SettingRule::Type::Text:
       return "text (one beginning with \" must be a whole JSON string, quotes and all)";
     case SettingRule::Type::Bool: return "true or false";
-    case SettingRule::Type::Unsigned: return "a whole number from 0 to 18446744073709551615";
+    case SettingRule::Type::Unsigned:
+      return "a whole number from 0 to " + std::to_string(std::numeric_limits<std::uint64_t>::max());
     case SettingRule::Type::Integer: {
       if (rule.only.empty()) return "a whole number" + Range(rule.min, rule.max);
       std::string words;

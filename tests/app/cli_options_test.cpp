@@ -95,6 +95,7 @@ TEST_F(SettingsCommandTest, GetPrintsWhatSetTakesBack) {
       {"fileMode.folder", "\"/srv/bodies\"", "/srv/bodies"},
       {"fileMode.folder", "\"\\\"quoted\\\"\"", "\"\\\"quoted\\\"\""},  // the value is "quoted"
       {"fileMode.folder", "", ""},
+      {"fileMode.nameTemplate", "\"a\\nb\"", "\"a\\nb\""},  // a line break stays one line
       {"fileMode.subfolderLevels", "[-1, 2,3]", "[-1,2,3]"},
       {"capture.bufferMiB", "1024", "1024"},
       {"general.useSystemColors", "1", "true"},
