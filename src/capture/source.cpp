@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <limits>
 #include <vector>
 
 #include "capture/classic_pcap.hpp"
@@ -129,9 +130,17 @@ class PcapSource final : public CaptureSource {
                                               : ToAdapterFrame(linkType_, packet, converted_);
   }
 
+  // A damaged or hostile file may claim a time that no 64-bit count of nanoseconds reaches
+  // (outside the years 1677 to 2262): it is pinned to the nearer end instead of wrapping.
   CaptureTime Timestamp(const timeval& stamp) const {
     const std::int64_t fraction = nanoseconds_ ? stamp.tv_usec : std::int64_t{stamp.tv_usec} * 1000;
-    return CaptureTime(std::chrono::nanoseconds(std::int64_t{stamp.tv_sec} * 1'000'000'000 + fraction));
+    std::int64_t total = 0;
+    if (__builtin_mul_overflow(std::int64_t{stamp.tv_sec}, std::int64_t{1'000'000'000}, &total) ||
+        __builtin_add_overflow(total, fraction, &total)) {
+      total = stamp.tv_sec < 0 ? std::numeric_limits<std::int64_t>::min()
+                               : std::numeric_limits<std::int64_t>::max();
+    }
+    return CaptureTime(std::chrono::nanoseconds(total));
   }
 
   void SampleProgress() {
