@@ -148,10 +148,13 @@ void CompareWithModel(const StatisticsEngine& engine, const ModelIpTable& model)
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   ByteReader in(data, size);
   const Ipv4 local = 0x7F000001;
-  LocalAddressList locals;
+  // One engine for every input (its tables are large to make); each input starts it empty.
+  static LocalAddressList locals;
+  static StatisticsEngine engine(locals);
   locals.Replace(std::vector<Ipv4>{local});
   const StatisticsLimits limits = LimitsFrom(in.Byte());
-  StatisticsEngine engine(locals, limits);
+  engine.ClearAll();
+  engine.SetLimits(limits);
   ModelIpTable model;
   model.SetLimits(limits);
   std::vector<std::uint8_t> frame;
