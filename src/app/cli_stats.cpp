@@ -159,6 +159,9 @@ int RunStats(std::span<const std::string> args, std::ostream& out, std::ostream&
   StatsOptions options;
   if (const int status = ParseOptions(args, options, err); status != kExitOk) return status;
 
+  // Before the address refresher's thread starts, so that it inherits the blocked SIGINT and
+  // SIGTERM: a stop signal handed to it would end the process without the table.
+  StopSignals signals;
   stats::LocalAddressList locals;
   std::optional<stats::LocalAddressRefresher> refresher;
   if (options.locals) {
