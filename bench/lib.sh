@@ -38,3 +38,27 @@ compare_peer() {
 
 # field NAME TEXT: the value on the line "NAME value" of a bench program's output.
 field() { awk -v k="$1" '$1 == k { print $2 }' <<<"$2"; }
+
+# capture_during NS ERR TRAFFIC COMMAND...: runs the capture COMMAND in network namespace NS
+# (stderr to ERR) while the command TRAFFIC runs, then stops it with SIGINT and waits for it.
+capture_during() {
+  local ns=$1 err=$2 traffic=$3 pid
+  shift 3
+  timeout -s INT 600 ip netns exec "$ns" "$@" >/dev/null 2>"$err" &
+  pid=$!
+  sleep 1  # until it listens
+  $traffic || true
+  kill -INT "$pid" 2>/dev/null || true
+  wait "$pid" || true
+}
+
+# dropped_counts vormelt|tcpdump ERR: "CAPTURED DROPPED" from a capture's stderr: vormelt-cli's
+# "N packets, M dropped" line or tcpdump's counts; "? ?" when the run did not say.
+dropped_counts() {
+  case $1 in
+    vormelt) awk '/ packets, [0-9]+ dropped/ { c = $1; d = $3 }
+                  END { print (c == "" ? "?" : c), (d == "" ? "?" : d) }' "$2" ;;
+    tcpdump) awk '/packets captured/ { c = $1 } /dropped by kernel/ { d = $1 }
+                  END { print (c == "" ? "?" : c), (d == "" ? "?" : d) }' "$2" ;;
+  esac
+}

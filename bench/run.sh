@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Runs every benchmark script under bench/ (each prints its figure beside a peer tool's):
-# ingest, render, filter, codec, and the live loss benchmark, which needs root for its own
-# network namespace and says so when it cannot have one.
+# ingest, render, filter, codec, and the live loss and downloads benchmarks, which need root for
+# their own network namespace and say so when they cannot have one.
 # Usage: bench/run.sh BUILD_DIR
 set -euo pipefail
 build=${1:-build}

@@ -7,9 +7,11 @@
 #include <charconv>
 #include <chrono>
 #include <condition_variable>
+#include <cstdint>
 #include <functional>
 #include <iosfwd>
 #include <mutex>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -41,6 +43,13 @@ bool ParseNumber(std::string_view text, std::type_identity_t<Number> low,
   value = parsed;
   return true;
 }
+
+// --buffer-mib N, which every capture command takes: the live capture's kernel buffer in MiB.
+// ParseBufferMiB reads N into `mib`; ApplyBufferMiB gives it to the chosen source once all
+// options are read. Each returns the problem for the command's usage line, or "" when fine.
+std::string ParseBufferMiB(const std::string& text, std::optional<std::int32_t>& mib);
+std::string ApplyBufferMiB(const std::optional<std::int32_t>& mib,
+                           std::optional<CaptureTarget>& target);
 
 // Loads the filter profile at `path` into `filter`; false, with one line on `err`, when it
 // cannot be loaded.

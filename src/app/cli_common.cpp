@@ -1,9 +1,10 @@
-// What several vormelt-cli commands do alike: load a filter profile, take SIGINT/SIGTERM as a
-// stop request, and capture until told to stop.
+// What several vormelt-cli commands do alike: the capture buffer option, load a filter profile,
+// take SIGINT/SIGTERM as a stop request, and capture until told to stop.
 #include <pthread.h>
 
 #include <chrono>
 #include <ostream>
+#include <string>
 
 #include "app/cli.hpp"
 #include "app/headless.hpp"
@@ -12,6 +13,26 @@
 #include "filters/filter_settings.hpp"
 
 namespace vormelt::cli {
+
+std::string ParseBufferMiB(const std::string& text, std::optional<std::int32_t>& mib) {
+  std::int32_t value = 0;
+  if (!ParseNumber(text, kMinCaptureBufferMiB, kMaxCaptureBufferMiB, value)) {
+    return "--buffer-mib takes a number of MiB from " + std::to_string(kMinCaptureBufferMiB) +
+           " to " + std::to_string(kMaxCaptureBufferMiB);
+  }
+  mib = value;
+  return {};
+}
+
+std::string ApplyBufferMiB(const std::optional<std::int32_t>& mib,
+                           std::optional<CaptureTarget>& target) {
+  if (!mib) return {};
+  if (!target || target->type == CaptureTarget::Type::File) {
+    return "--buffer-mib applies to live captures only";
+  }
+  target->bufferMiB = *mib;
+  return {};
+}
 
 bool LoadProfileInto(const std::string& path, FilterSettings& filter, std::ostream& err) {
   const ProfileResult profile = LoadFilterProfile(path);

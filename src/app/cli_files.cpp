@@ -36,6 +36,7 @@ constexpr std::size_t kReadChunk = 1 << 16;
 
 struct FilesOptions {
   std::optional<CaptureTarget> target;
+  std::optional<std::int32_t> bufferMiB;  // --buffer-mib
   std::string dumpFile;
   std::optional<DataForm> dumpForm;
   long seconds = 0;
@@ -122,6 +123,10 @@ int ParseValue(const std::string& option, const std::string& value, FilesOptions
     options.filterProfile = value;
   } else if (option == "--manifest") {
     options.manifest = value;
+  } else if (option == "--buffer-mib") {
+    if (const std::string problem = ParseBufferMiB(value, options.bufferMiB); !problem.empty()) {
+      return Usage(err, problem);
+    }
   } else {
     return Usage(err, "unknown option '" + option + "'");
   }
@@ -145,6 +150,10 @@ int ParseOptions(std::span<const std::string> args, FilesOptions& options, std::
   if (options.engine.naming.folder.empty()) return Usage(err, "give --out DIR");
   const bool live = options.target && options.target->type != CaptureTarget::Type::File;
   if (options.seconds && !live) return Usage(err, "--seconds applies to live captures only");
+  if (const std::string problem = ApplyBufferMiB(options.bufferMiB, options.target);
+      !problem.empty()) {
+    return Usage(err, problem);
+  }
   return kExitOk;
 }
 

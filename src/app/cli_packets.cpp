@@ -33,6 +33,7 @@ constexpr std::size_t kFlushBytes = 1 << 16;
 
 struct PacketsOptions {
   std::optional<CaptureTarget> target;
+  std::optional<std::int32_t> bufferMiB;  // --buffer-mib
   long count = 0;  // 0: no limit
   std::string filterProfile;  // empty: no filtering
   bool matchCase = false;
@@ -54,7 +55,7 @@ int Usage(std::ostream& err, const std::string& problem) {
       << "                           [--filter-profile FILE.HBFP [--match-case]]\n"
       << "                           [--render none|text|dec|hex|hex+text [--level LEVEL] [--wide]]\n"
       << "                           [--save FILE --form FORM [--level LEVEL] [--append]]\n"
-      << "                           [--write FILE.pcapng|FILE.pcap]\n"
+      << "                           [--write FILE.pcapng|FILE.pcap] [--buffer-mib N]\n"
       << "                           [--log-folder DIR --log-method single|size|time|size+time\n"
       << "                            [--log-max-kb N] [--log-span-s N] [--log-interval-s N]\n"
       << "                            [--log-form heading|text|dec|hex|hex+text|pcapng] [--log-prune-age-s N]]\n"
@@ -87,7 +88,8 @@ int ParseOptions(std::span<const std::string> args, PacketsOptions& options, std
     if (!hasValue && (option == "--read" || option == "--live" || option == "--adapter" ||
                       option == "--count" || option == "--filter-profile" ||
                       option == "--render" || option == "--level" || option == "--load-dump" ||
-                      option == "--form" || option == "--save" || option == "--write")) {
+                      option == "--form" || option == "--save" || option == "--write" ||
+                      option == "--buffer-mib")) {
       return Usage(err, option + " needs a value");
     }
     if (option == "--read") {
@@ -125,6 +127,10 @@ int ParseOptions(std::span<const std::string> args, PacketsOptions& options, std
       options.save = args[++i];
     } else if (option == "--append") {
       options.append = true;
+    } else if (option == "--buffer-mib") {
+      if (const std::string problem = ParseBufferMiB(args[++i], options.bufferMiB); !problem.empty()) {
+        return Usage(err, problem);
+      }
     } else if (option == "--write") {
       options.write = args[++i];
       if (!CaptureFormatFromPath(options.write)) {
@@ -153,6 +159,10 @@ int ParseOptions(std::span<const std::string> args, PacketsOptions& options, std
   }
   if (const int status = CheckLogFindOptions(options.logFind, err); status != kExitOk) {
     return status;
+  }
+  if (const std::string problem = ApplyBufferMiB(options.bufferMiB, options.target);
+      !problem.empty()) {
+    return Usage(err, problem);
   }
   return kExitOk;
 }

@@ -2,8 +2,11 @@
 // read, for servers without a window to set options in. Keys are the file's own JSON names,
 // joined by dots ("interface.address"). A value is taken only when it reads back unchanged
 // through the same checks the program applies when it loads the file, plus the checks the
-// windows make before they store a value; anything else exits 2 and changes nothing.
+// windows make before they store a value; anything else exits 2, says what the key takes and
+// changes nothing. `get` and `list` print values in the form `set` takes.
+#include <algorithm>
 #include <charconv>
+#include <limits>
 #include <nlohmann/json.hpp>
 #include <ostream>
 #include <string>
@@ -41,9 +44,33 @@ std::optional<Json::json_pointer> PointerOf(std::string_view key) {
   return Json::json_pointer(pointer);
 }
 
+// A text value in the form `get` prints and `set` takes: as it stands, unless it begins with a
+// double quote; then it is a JSON string literal, so that a value copied from JSON sets what it
+// shows, and a value that itself begins with a quote survives. `get` also quotes a value holding
+// a line break or another control character, which would not read back as one line.
+std::string TextForm(const std::string& text) {
+  const bool plain = !text.starts_with('"') &&
+                     std::ranges::none_of(text, [](unsigned char c) { return c < 0x20 || c == 0x7F; });
+  if (plain) return text;
+  return Json(text).dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+std::optional<std::string> FromTextForm(const std::string& text) {
+  if (!text.starts_with('"')) return text;
+  const Json parsed = Json::parse(text, nullptr, false);
+  if (parsed.is_discarded() || !parsed.is_string()) return std::nullopt;
+  return parsed.get<std::string>();
+}
+
+// A value as `get` and `list` print it: the form `set` takes back.
+std::string ValueForm(const Json& value) {
+  if (value.is_string()) return TextForm(value.get<std::string>());
+  return value.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
 void ListLeaves(const Json& value, const std::string& prefix, std::ostream& out) {
   if (!value.is_object()) {
-    out << prefix << "=" << value.dump(-1, ' ', false, Json::error_handler_t::replace) << "\n";
+    out << prefix << "=" << ValueForm(value) << "\n";
     return;
   }
   for (const auto& [name, member] : value.items()) {
@@ -52,39 +79,84 @@ void ListLeaves(const Json& value, const std::string& prefix, std::ostream& out)
   }
 }
 
-// The text of VALUE as the JSON type the key already has; nullopt when it does not read so.
-std::optional<Json> ValueLike(const Json& current, const std::string& text) {
-  if (current.is_string()) return Json(text);
-  if (current.is_boolean()) {
-    if (text == "true" || text == "1") return Json(true);
-    if (text == "false" || text == "0") return Json(false);
-    return std::nullopt;
-  }
-  if (current.is_number_integer()) {
-    long long number = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
-    return Json(number);
-  }
-  if (current.is_array()) {
-    Json parsed = Json::parse(text, nullptr, false);
-    if (parsed.is_discarded() || !parsed.is_array()) return std::nullopt;
-    return parsed;
-  }
-  return std::nullopt;  // a group: set its members one by one
+template <typename Number>
+std::optional<Json> WholeNumber(const std::string& text) {
+  Number number{};
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+  return Json(number);
 }
 
-// What the windows refuse before a value ever reaches the file.
-bool WindowsAccept(std::string_view key, const Json& value) {
+// The text of VALUE as the rule's JSON type; nullopt when it does not read as one.
+std::optional<Json> ValueOf(const SettingRule& rule, const std::string& text) {
+  switch (rule.type) {
+    case SettingRule::Type::Text: {
+      auto value = FromTextForm(text);
+      return value ? std::optional<Json>(Json(std::move(*value))) : std::nullopt;
+    }
+    case SettingRule::Type::Bool:
+      if (text == "true" || text == "1") return Json(true);
+      if (text == "false" || text == "0") return Json(false);
+      return std::nullopt;
+    case SettingRule::Type::Integer: return WholeNumber<long long>(text);
+    case SettingRule::Type::Unsigned: return WholeNumber<std::uint64_t>(text);
+    case SettingRule::Type::IntegerList: {
+      Json parsed = Json::parse(text, nullptr, false);
+      if (parsed.is_discarded() || !parsed.is_array()) return std::nullopt;
+      return parsed;
+    }
+  }
+  return std::nullopt;
+}
+
+std::string Range(long long min, long long max) {
+  constexpr long long kIntMin = std::numeric_limits<int>::min();
+  constexpr long long kIntMax = std::numeric_limits<int>::max();
+  if (min == kIntMin && max == kIntMax) return "";
+  return " from " + std::to_string(min) + " to " + std::to_string(max);
+}
+
+// What the rule takes, in words, for the refusal.
+std::string Describe(const SettingRule& rule) {
+  switch (rule.type) {
+    case SettingRule::Type::Text:
+      return "text (one beginning with \" must be a whole JSON string, quotes and all)";
+    case SettingRule::Type::Bool: return "true or false";
+    case SettingRule::Type::Unsigned:
+      return "a whole number from 0 to " + std::to_string(std::numeric_limits<std::uint64_t>::max());
+    case SettingRule::Type::Integer: {
+      if (rule.only.empty()) return "a whole number" + Range(rule.min, rule.max);
+      std::string words;
+      for (std::size_t i = 0; i < rule.only.size(); ++i) {
+        words += (i == 0 ? "" : i + 1 == rule.only.size() ? " or " : ", ") +
+                 std::to_string(rule.only[i]);
+      }
+      return words;
+    }
+    case SettingRule::Type::IntegerList:
+      return "a JSON list ([1,2]) of " +
+             (rule.listSize ? "exactly " + std::to_string(rule.listSize)
+                            : "up to " + std::to_string(rule.maxListSize)) +
+             " whole numbers" + Range(rule.min, rule.max);
+  }
+  return {};
+}
+
+// What the windows refuse before a value ever reaches the file, in words; empty when they take
+// `value`.
+std::string WindowsRefuse(std::string_view key, const Json& value) {
   if (key == "general.rememberedMode") {
-    return value.get<long long>() >= 0 && value.get<long long>() <= kLastRememberedMode;
+    const long long mode = value.get<long long>();
+    if (mode >= 0 && mode <= kLastRememberedMode) return {};
+    return "0, 1, 2 or 3 (Packet, File, Graphical Packets, Statistical Mode)";
   }
   if (key == "interface.address") {
     statistics::Ipv4 address = 0;
     const std::string text = value.get<std::string>();
-    return text.empty() || statistics::ParseIpv4(text, address);
+    if (text.empty() || statistics::ParseIpv4(text, address)) return {};
+    return "a dotted IPv4 address such as 192.0.2.2, or nothing";
   }
-  return true;
+  return {};
 }
 
 struct SettingsCommand {
@@ -116,22 +188,31 @@ int ParseCommand(std::span<const std::string> args, SettingsCommand& command, st
   return kExitOk;
 }
 
+int Refuse(std::ostream& err, const SettingsCommand& command, const std::string& takes) {
+  return Usage(err, "'" + command.words[1] + "' is not a valid value for " + command.words[0] +
+                        ", which takes " + takes);
+}
+
 int SetValue(const SettingsCommand& command, Json root, std::ostream& err) {
   const std::string& key = command.words[0];
   const auto pointer = PointerOf(key);
   if (!pointer || key == kVersionKey || !root.contains(*pointer)) {
     return Usage(err, "unknown key '" + key + "'");
   }
-  const auto value = ValueLike(root[*pointer], command.words[1]);
-  if (!value || !WindowsAccept(key, *value)) {
-    return Usage(err, "'" + command.words[1] + "' is not a valid value for " + key);
+  const std::optional<SettingRule> rule = FindSettingRule(key);
+  if (!rule) return Usage(err, key + " is a group: set its keys one by one");
+  const auto value = ValueOf(*rule, command.words[1]);
+  if (!value) return Refuse(err, command, Describe(*rule));
+  if (const std::string takes = WindowsRefuse(key, *value); !takes.empty()) {
+    return Refuse(err, command, takes);
   }
   root[*pointer] = *value;
   const auto settings =
       SettingsFromJson(root.dump(-1, ' ', false, Json::error_handler_t::replace), nullptr);
-  // The loader keeps its default for a value out of range: then it did not read back.
+  // The loader keeps its default for a value its rule refuses: then it did not read back.
   if (!settings || Json::parse(SettingsToJson(*settings))[*pointer] != *value) {
-    return Usage(err, "'" + command.words[1] + "' is not a valid value for " + key);
+    return Refuse(err, command, Describe(*rule) +
+                                    (rule->type == SettingRule::Type::Text ? " in UTF-8" : ""));
   }
   std::string error;
   if (!SaveSettings(*settings, command.file, &error)) {
@@ -165,10 +246,8 @@ int RunSettings(std::span<const std::string> args, std::ostream& out, std::ostre
   const Json& value = root[*pointer];
   if (value.is_object()) {
     ListLeaves(value, command.words[0], out);
-  } else if (value.is_string()) {
-    out << value.get<std::string>() << "\n";
   } else {
-    out << value.dump() << "\n";
+    out << ValueForm(value) << "\n";
   }
   return kExitOk;
 }

@@ -26,6 +26,7 @@ constexpr int kExitOk = 0, kExitFailed = 1, kExitUsage = 2;
 
 struct StatsOptions {
   std::optional<CaptureTarget> target;
+  std::optional<std::int32_t> bufferMiB;  // --buffer-mib
   long seconds = 0;  // 0: until the file ends or a signal comes
   stats::StatisticsList list = stats::StatisticsList::IpAddresses;
   stats::StatisticsLimits limits{stats::kTableCapacity, stats::VictimPolicy::LongestAgo};
@@ -72,7 +73,11 @@ int ParseOption(const std::string& option, const std::string& value, StatsOption
   if (option == "--read") return setTarget(CaptureTarget::File(value));
   if (option == "--live") return setTarget(CaptureTarget::Address(value));
   if (option == "--adapter") return setTarget(CaptureTarget::Adapter(value));
-  if (option == "--load-dump") {
+  if (option == "--buffer-mib") {
+    if (const std::string problem = ParseBufferMiB(value, options.bufferMiB); !problem.empty()) {
+      return Usage(err, problem);
+    }
+  } else if (option == "--load-dump") {
     options.loadDump = value;
   } else if (option == "--form") {
     options.form = ParseDataForm(value);
@@ -129,18 +134,23 @@ int ParseOptions(std::span<const std::string> args, StatsOptions& options, std::
   if (options.seconds && (dump || options.target->type == CaptureTarget::Type::File)) {
     return Usage(err, "--seconds applies to live captures only");
   }
+  if (const std::string problem = ApplyBufferMiB(options.bufferMiB, options.target);
+      !problem.empty()) {
+    return Usage(err, problem);
+  }
   return kExitOk;
 }
 
+// `dropped`: what the kernel dropped of a live capture, as `packets` reports it.
 void PrintTable(stats::StatisticsEngine& engine, const StatsOptions& options, std::ostream& out,
-                std::ostream& err) {
+                std::ostream& err, std::uint64_t dropped = 0) {
   std::string text;
   engine.WithTables([&](const stats::StatisticsTables& tables) {
     stats::WriteList(tables, options.list, options.format, UiLanguage::English, text);
   });
   out.write(text.data(), static_cast<std::streamsize>(text.size()));
   out.flush();
-  err << engine.PacketSequence() << " packets counted\n";
+  err << engine.PacketSequence() << " packets, " << dropped << " dropped\n";
 }
 
 }  // namespace
@@ -149,6 +159,9 @@ int RunStats(std::span<const std::string> args, std::ostream& out, std::ostream&
   StatsOptions options;
   if (const int status = ParseOptions(args, options, err); status != kExitOk) return status;
 
+  // Before the address refresher's thread starts, so that it inherits the blocked SIGINT and
+  // SIGTERM: a stop signal handed to it would end the process without the table.
+  StopSignals signals;
   stats::LocalAddressList locals;
   std::optional<stats::LocalAddressRefresher> refresher;
   if (options.locals) {
@@ -182,7 +195,7 @@ int RunStats(std::span<const std::string> args, std::ostream& out, std::ostream&
   }
   if (session.Status().status == CaptureStatus::Idle) return status;
 
-  PrintTable(engine, options, out, err);
+  PrintTable(engine, options, out, err, session.Dropped());
   return status;
 }
 

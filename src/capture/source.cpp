@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <limits>
 #include <optional>
 #include <vector>
 
@@ -23,9 +24,6 @@
 namespace vormelt {
 namespace {
 
-// The kernel buffer that absorbs bursts while the receive thread is busy. Frames are packed
-// into it one after the other (TPACKET_V3), so it holds tens of thousands of small ones.
-constexpr int kBufferSize = 32 << 20;
 // A whole 65,535-byte datagram plus the longest link header we unwrap.
 constexpr int kSnapLength = 65535 + 64;
 // How long the kernel holds a part-filled buffer block before handing it over: the longest a
@@ -143,9 +141,17 @@ class PcapSource final : public CaptureSource {
     return std::nullopt;
   }
 
+  // A damaged or hostile file may claim a time that no 64-bit count of nanoseconds reaches
+  // (outside the years 1677 to 2262): it is pinned to the nearer end instead of wrapping.
   CaptureTime Timestamp(const timeval& stamp) const {
     const std::int64_t fraction = nanoseconds_ ? stamp.tv_usec : std::int64_t{stamp.tv_usec} * 1000;
-    return CaptureTime(std::chrono::nanoseconds(std::int64_t{stamp.tv_sec} * 1'000'000'000 + fraction));
+    std::int64_t total = 0;
+    if (__builtin_mul_overflow(std::int64_t{stamp.tv_sec}, std::int64_t{1'000'000'000}, &total) ||
+        __builtin_add_overflow(total, fraction, &total)) {
+      total = stamp.tv_sec < 0 ? std::numeric_limits<std::int64_t>::min()
+                               : std::numeric_limits<std::int64_t>::max();
+    }
+    return CaptureTime(std::chrono::nanoseconds(total));
   }
 
   void SampleProgress() {
@@ -170,9 +176,11 @@ class PcapSource final : public CaptureSource {
   SkippedPackets skipped_;
 };
 
-// Opens a live capture on `device`. `interfaceText` names it in messages.
+// Opens a live capture on `device` with a kernel buffer of `bufferMiB`. `interfaceText` names
+// it in messages. The buffer absorbs bursts while the receive thread is busy; frames are packed
+// into it one after the other (TPACKET_V3), so it holds tens of thousands of small ones.
 OpenResult OpenLive(const std::string& device, InterfaceKind kind,
-                    const std::string& interfaceText) {
+                    const std::string& interfaceText, std::int32_t bufferMiB) {
   char error[PCAP_ERRBUF_SIZE] = {};
   PcapHandle handle(pcap_create(device.c_str(), error));
   if (!handle) {
@@ -180,7 +188,8 @@ OpenResult OpenLive(const std::string& device, InterfaceKind kind,
                           MessageIcon::Stop, std::nullopt, static_cast<long>(errno)};
   }
   pcap_t* p = handle.get();
-  pcap_set_buffer_size(p, kBufferSize);
+  bufferMiB = std::clamp(bufferMiB, kMinCaptureBufferMiB, kMaxCaptureBufferMiB);
+  pcap_set_buffer_size(p, bufferMiB << 20);
   pcap_set_snaplen(p, kSnapLength);
   pcap_set_promisc(p, 0);
   pcap_set_timeout(p, kReadTimeoutMs);
@@ -201,10 +210,10 @@ OpenResult OpenLive(const std::string& device, InterfaceKind kind,
   return std::make_unique<PcapSource>(std::move(handle), kind, 0);
 }
 
-OpenResult OpenAddress(const std::string& address) {
+OpenResult OpenAddress(const std::string& address, std::int32_t bufferMiB) {
   const std::optional<std::string> device = InterfaceHoldingAddress(address);
   if (!device) return UnableToListen(address);
-  return OpenLive(*device, InterfaceKind::RawSockets, address);
+  return OpenLive(*device, InterfaceKind::RawSockets, address, bufferMiB);
 }
 
 OpenResult OpenFile(const std::string& path) {
@@ -260,15 +269,19 @@ CaptureTarget CaptureTarget::File(std::string path) {
 }
 
 CaptureTarget CaptureTarget::FromSettings(const InterfaceSettings& settings) {
-  if (settings.chosenKind == InterfaceKind::RawSockets) return Address(settings.address);
-  return Adapter(settings.adapterDevice, settings.adapterDisplayName);
+  CaptureTarget target = settings.chosenKind == InterfaceKind::RawSockets
+                             ? Address(settings.address)
+                             : Adapter(settings.adapterDevice, settings.adapterDisplayName);
+  target.bufferMiB = settings.bufferMiB;
+  return target;
 }
 
 OpenResult OpenSource(const CaptureTarget& target) {
   switch (target.type) {
-    case CaptureTarget::Type::Address: return OpenAddress(target.name);
+    case CaptureTarget::Type::Address: return OpenAddress(target.name, target.bufferMiB);
     case CaptureTarget::Type::Adapter:
-      return OpenLive(target.name, InterfaceKind::PacketDriver, target.displayName);
+      return OpenLive(target.name, InterfaceKind::PacketDriver, target.displayName,
+                      target.bufferMiB);
     case CaptureTarget::Type::File: return OpenFile(target.name);
   }
   return UnableToListen(target.name);

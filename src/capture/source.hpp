@@ -22,11 +22,13 @@ struct CaptureTarget {
   Type type = Type::Address;
   std::string name;         // dotted IPv4 address, libpcap device name, or file path
   std::string displayName;  // shown in the status text (the address, adapter or file name)
+  std::int32_t bufferMiB = kDefaultCaptureBufferMiB;  // the kernel buffer of a live capture
 
   static CaptureTarget Address(std::string address);
   static CaptureTarget Adapter(std::string device, std::string displayName = {});
   static CaptureTarget File(std::string path);
-  // The chosen interface of the settings (kind, address, adapter device and display name).
+  // The chosen interface of the settings (kind, address, adapter device and display name) and
+  // its capture buffer.
   static CaptureTarget FromSettings(const InterfaceSettings& settings);
 };
 

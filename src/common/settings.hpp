@@ -22,12 +22,27 @@ struct WindowState {
   friend bool operator==(const WindowState&, const WindowState&) = default;
 };
 
+// The kernel buffer of a live capture, in MiB ("capture.bufferMiB" in the file). Chosen by
+// measurement with bench/downloads.bench.sh: twelve 20 MB downloads on loopback, four at a time,
+// 1 Gbit/s in all, captured by `vormelt-cli files --live` on a busy two-core machine (load 3 to
+// 18). Runs without a kernel drop: 16 MiB 0 of 3, 32 MiB 0 of 6, 64 MiB 1 of 6, 128 MiB 3 of 6
+// (drops whenever the load passed about 7), 256 MiB 5 of 6 (the sixth dropped one packet). A
+// bounded burst is what the buffer rides out while File Mode catches up, and 256 MiB holds the
+// whole 240 MB of this one. The cost is that much kernel memory per running live capture
+// (libpcap settles for less when the kernel has not got it); a small machine may set less.
+inline constexpr std::int32_t kDefaultCaptureBufferMiB = 256;
+// A buffer below 1 MiB holds too few blocks to be worth having; above 1 GiB it is kernel memory
+// no monitor of one host needs (and pcap_set_buffer_size takes an int of bytes).
+inline constexpr std::int32_t kMinCaptureBufferMiB = 1, kMaxCaptureBufferMiB = 1024;
+
 struct InterfaceSettings {
   InterfaceKind chosenKind = InterfaceKind::RawSockets;
   std::string address;             // dotted IPv4, for Raw Sockets
   std::string adapterDevice;       // pcap device name, for the adapter kind
   std::string adapterDisplayName;  // shown to the user
   InterfaceKind kindInUse = InterfaceKind::RawSockets;  // copied when a capture starts
+  // How the interface is captured (the file's "capture" group): the live kernel buffer in MiB.
+  std::int32_t bufferMiB = kDefaultCaptureBufferMiB;
 
   friend bool operator==(const InterfaceSettings&, const InterfaceSettings&) = default;
 };

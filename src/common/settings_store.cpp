@@ -2,8 +2,10 @@
 // Reading is lenient key by key: one bad value costs that value, never the whole file.
 #include "common/settings_store.hpp"
 
+#include <algorithm>
 #include <cerrno>
 #include <fstream>
+#include <initializer_list>
 #include <limits>
 #include <nlohmann/json.hpp>
 #include <system_error>
@@ -32,8 +34,9 @@ constexpr int kMaxRefreshSeconds = 3600;
 constexpr int kMaxPixelSpeed = 10;
 constexpr int kMaxExtraDelayMs = 1000;
 constexpr int kMaxCircularity = 20;
-constexpr int kMaxReplaySpeed = 100;
 constexpr int kMaxLogMethod = 3;
+// File Mode's sub-folder levels: -1 and 0 none, 1 source, 2 destination address, 3 extension.
+constexpr int kFirstSubfolderChoice = -1, kLastSubfolderChoice = 3;
 // Durations up to about 68 years and files up to a terabyte: beyond anything useful, and far
 // from the 64-bit overflow that a duration in seconds times a thousand would reach.
 constexpr long long kMaxLogSeconds = 0x7FFFFFFF;
@@ -166,21 +169,57 @@ Json LoggingToJson(const LoggingSettings& s) {
 
 // One JSON object read leniently: every accessor leaves its field alone unless the key exists
 // with a value of the right type and range.
+//
+// The same reading also states each key's rule: run over nothing with a RuleQuery, it records
+// the type and bounds of the one key asked for, so `settings set` checks and describes a value
+// by the very rule that loading applies.
+struct RuleQuery {
+  std::string_view key;  // dotted: "statistics.maxItems"
+  std::optional<SettingRule> found;
+};
+
+SettingRule Rule(SettingRule::Type type, long long min = 0, long long max = 0) {
+  SettingRule rule;
+  rule.type = type;
+  rule.min = min;
+  rule.max = max;
+  return rule;
+}
+
 class Reader {
  public:
-  explicit Reader(const Json* value) : object_(value && value->is_object() ? value : nullptr) {}
+  explicit Reader(const Json* value, RuleQuery* query = nullptr, std::string prefix = {})
+      : object_(value && value->is_object() ? value : nullptr),
+        query_(query),
+        prefix_(std::move(prefix)) {}
 
-  Reader Group(const char* key) const { return Reader(Find(key)); }
+  Reader Group(const char* key) const {
+    return Reader(Find(key), query_, query_ ? prefix_ + key + "." : std::string());
+  }
 
   void Bool(const char* key, bool& out) const {
+    Note(key, Rule(SettingRule::Type::Bool));
     if (const Json* v = Find(key); v && v->is_boolean()) out = v->get<bool>();
   }
 
   void Int(const char* key, int& out, long long min = std::numeric_limits<int>::min(),
            long long max = std::numeric_limits<int>::max()) const {
+    Note(key, Rule(SettingRule::Type::Integer, min, max));
     const Json* v = Find(key);
     if (!v) return;
     if (auto n = AsInteger(*v); n && *n >= min && *n <= max) out = static_cast<int>(*n);
+  }
+
+  // An integer that must be one of `values`.
+  void IntOf(const char* key, int& out, std::initializer_list<int> values) const {
+    SettingRule rule = Rule(SettingRule::Type::Integer, std::min(values), std::max(values));
+    rule.only.assign(values.begin(), values.end());
+    Note(key, rule);
+    const Json* v = Find(key);
+    if (!v) return;
+    if (auto n = AsInteger(*v); n && std::ranges::find(values, *n) != values.end()) {
+      out = static_cast<int>(*n);
+    }
   }
 
   template <typename Enum>
@@ -191,26 +230,37 @@ class Reader {
   }
 
   void UInt64(const char* key, std::uint64_t& out) const {
+    Note(key, Rule(SettingRule::Type::Unsigned));
     if (const Json* v = Find(key); v && v->is_number_unsigned()) out = v->get<std::uint64_t>();
   }
 
   void Int64(const char* key, std::int64_t& out, long long min, long long max) const {
+    Note(key, Rule(SettingRule::Type::Integer, min, max));
     const Json* v = Find(key);
     if (!v) return;
     if (auto n = AsInteger(*v); n && *n >= min && *n <= max) out = *n;
   }
 
   void String(const char* key, std::string& out) const {
+    Note(key, Rule(SettingRule::Type::Text));
     if (const Json* v = Find(key); v && v->is_string()) out = v->get<std::string>();
   }
 
-  void IntList(const char* key, std::vector<int>& out) const {
+  // A list of integers within [min, max]: exactly `size` of them, or up to kMaxListEntries
+  // when `size` is 0.
+  void IntList(const char* key, std::vector<int>& out,
+               long long min = std::numeric_limits<int>::min(),
+               long long max = std::numeric_limits<int>::max(), std::size_t size = 0) const {
+    SettingRule rule = Rule(SettingRule::Type::IntegerList, min, max);
+    rule.listSize = size;
+    rule.maxListSize = size ? size : kMaxListEntries;
+    Note(key, rule);
     const Json* v = Find(key);
-    if (!v || !v->is_array() || v->size() > kMaxListEntries) return;
+    if (!v || !v->is_array() || v->size() > rule.maxListSize || (size && v->size() != size)) return;
     std::vector<int> list;
     for (const Json& item : *v) {
       auto n = AsInteger(item);
-      if (!n || *n < std::numeric_limits<int>::min() || *n > std::numeric_limits<int>::max()) {
+      if (!n || *n < min || *n > max) {
         return;  // one bad entry spoils the order of the rest: keep the default list
       }
       list.push_back(static_cast<int>(*n));
@@ -230,6 +280,10 @@ class Reader {
   }
 
  private:
+  void Note(const char* key, SettingRule rule) const {
+    if (query_ && query_->key == prefix_ + key) query_->found = std::move(rule);
+  }
+
   const Json* Find(const char* key) const {
     if (!object_) return nullptr;
     auto it = object_->find(key);
@@ -247,6 +301,8 @@ class Reader {
   }
 
   const Json* object_;
+  RuleQuery* query_;
+  std::string prefix_;  // of the key names, only while answering a query
 };
 
 void ReadGeneral(const Reader& r, ProgramSettings& s) {
@@ -266,6 +322,10 @@ void ReadInterface(const Reader& r, InterfaceSettings& s) {
   r.String("adapterDevice", s.adapterDevice);
   r.String("adapterDisplayName", s.adapterDisplayName);
   r.EnumValue("kindInUse", s.kindInUse, kLastKind);
+}
+
+void ReadCapture(const Reader& r, InterfaceSettings& s) {
+  r.Int("bufferMiB", s.bufferMiB, kMinCaptureBufferMiB, kMaxCaptureBufferMiB);
 }
 
 void ReadSaving(const Reader& r, SavingSettings& s) {
@@ -329,9 +389,7 @@ void ReadGraphical(const Reader& r, GraphicalSettings& s) {
   r.Int("circularity", s.circularity, 0, kMaxCircularity);
   r.Bool("oscillate", s.oscillate);
   r.Bool("chirp", s.chirp);
-  int speed = s.replaySpeed;
-  r.Int("replaySpeed", speed, 1, kMaxReplaySpeed);
-  if (speed == 1 || speed == 10 || speed == 100) s.replaySpeed = speed;
+  r.IntOf("replaySpeed", s.replaySpeed, {1, 10, 100});
 }
 
 void ReadFileMode(const Reader& r, FileModeSettings& s) {
@@ -350,9 +408,8 @@ void ReadFileMode(const Reader& r, FileModeSettings& s) {
   r.String("nameTemplate", s.nameTemplate);
   r.String("dateTimeTemplate", s.dateTimeTemplate);
   r.Bool("createSubfolders", s.createSubfolders);
-  std::vector<int> levels;
-  r.IntList("subfolderLevels", levels);
-  if (levels.size() == s.subfolderLevels.size()) s.subfolderLevels = levels;
+  r.IntList("subfolderLevels", s.subfolderLevels, kFirstSubfolderChoice, kLastSubfolderChoice,
+            s.subfolderLevels.size());
   r.UInt64("countInstalled", s.countInstalled);
   r.UInt64("countCustom", s.countCustom);
   r.String("lastCaptureFolder", s.lastCaptureFolder);
@@ -377,11 +434,11 @@ void ReadLogging(const Reader& r, LoggingSettings& s) {
   r.Window("window", s.window);
 }
 
-ProgramSettings SettingsFromObject(const Json& root) {
+ProgramSettings ReadSettings(const Reader& r) {
   ProgramSettings settings;
-  const Reader r(&root);
   ReadGeneral(r.Group("general"), settings);
   ReadInterface(r.Group("interface"), settings.interface);
+  ReadCapture(r.Group("capture"), settings.interface);
   ReadPacketMode(r.Group("packetMode"), settings.packetMode);
   ReadCodec(r.Group("codec"), settings.codec);
   ReadStatistics(r.Group("statistics"), settings.statistics);
@@ -391,6 +448,8 @@ ProgramSettings SettingsFromObject(const Json& root) {
   return settings;
 }
 
+ProgramSettings SettingsFromObject(const Json& root) { return ReadSettings(Reader(&root)); }
+
 }  // namespace
 
 std::filesystem::path DefaultSettingsFile() { return ConfigDirectory() / kSettingsFileName; }
@@ -399,6 +458,7 @@ std::string SettingsToJson(const ProgramSettings& s) {
   const Json root{{"version", kSettingsVersion},
                   {"general", GeneralToJson(s)},
                   {"interface", InterfaceToJson(s.interface)},
+                  {"capture", Json{{"bufferMiB", s.interface.bufferMiB}}},
                   {"packetMode", PacketModeToJson(s.packetMode)},
                   {"codec", CodecToJson(s.codec)},
                   {"statistics", StatisticsToJson(s.statistics)},
@@ -407,6 +467,12 @@ std::string SettingsToJson(const ProgramSettings& s) {
                   {"logging", LoggingToJson(s.logging)}};
   // Strings may hold bytes that are not UTF-8 (folder names); replace them instead of throwing.
   return root.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+std::optional<SettingRule> FindSettingRule(std::string_view key) {
+  RuleQuery query{key, std::nullopt};
+  (void)ReadSettings(Reader(nullptr, &query));
+  return query.found;
 }
 
 std::optional<ProgramSettings> SettingsFromJson(std::string_view text, std::string* error) {

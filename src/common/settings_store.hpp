@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "common/json_file.hpp"
 #include "common/settings.hpp"
@@ -34,6 +35,19 @@ SettingsLoad LoadSettings(const std::filesystem::path& file);
 // in `error` (may be null), ready for the SettingsSaveFailed message beside the file name.
 bool SaveSettings(const ProgramSettings& settings, const std::filesystem::path& file,
                   std::string* error);
+
+// What one key of the file takes, as reading checks it. Loading and `vormelt-cli settings set`
+// both go by it, so a value is refused for the same reason in both.
+struct SettingRule {
+  enum class Type : std::uint8_t { Bool, Integer, Unsigned, Text, IntegerList };
+  Type type = Type::Text;
+  long long min = 0, max = 0;    // Integer, and every entry of an IntegerList
+  std::size_t listSize = 0;      // IntegerList: the entries it must have; 0 = up to maxListSize
+  std::size_t maxListSize = 0;
+  std::vector<long long> only;   // Integer: when not empty, the only values taken
+};
+// The rule of a dotted key ("statistics.maxItems"); nullopt for groups and unknown keys.
+std::optional<SettingRule> FindSettingRule(std::string_view key);
 
 // The JSON form itself, for tests and for the store above.
 std::string SettingsToJson(const ProgramSettings& settings);

@@ -333,7 +333,12 @@ void StatisticalModeWindow::waitForCapture() {
 
 QString StatisticalModeWindow::statusText() const {
   if (!impl_->started) return T(Text::StatsStatusWaiting);
-  return T(isCapturing() ? Text::StatsStatusListening : Text::StatsStatusStopped);
+  QString text = T(isCapturing() ? Text::StatsStatusListening : Text::StatsStatusStopped);
+  // What the kernel could not hold is missing from every count: said as soon as there is any.
+  if (const std::uint64_t dropped = impl_->session.Dropped(); dropped > 0) {
+    text += TF(Text::StatusDropped, static_cast<unsigned long long>(dropped));
+  }
+  return text;
 }
 
 StatisticsList StatisticalModeWindow::visibleList() const {

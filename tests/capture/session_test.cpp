@@ -1,6 +1,12 @@
 // CaptureSession over capture files: the frames a sink receives and their kind, how damaged
 // files end, how a full store ends a capture with its status, and the start/stop/restart
-// races (a sink that holds the receive thread inside Take makes them deterministic).
+// races (a sink that holds the receive thread inside Take makes them deterministic). Live on
+// loopback: a held receive thread behind a small buffer makes the kernel drop, and says so.
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -14,6 +20,7 @@
 #include "capture/session.hpp"
 #include "packets/store.hpp"
 #include "support/frames.hpp"
+#include "support/live_capture.hpp"
 #include "support/pcap_file.hpp"
 
 namespace vormelt {
@@ -198,6 +205,46 @@ TEST(CaptureSessionControl, RestartNeverBlocksItsCallerAndGivesUpOnAStuckCapture
   EXPECT_EQ(messages[0].text, Text::ProblemStoppingListening);
   held.Finish();
   EXPECT_EQ(held.sink.Count(), 1u);  // stopped after the frame it was holding; b never ran
+}
+
+// 4,000 UDP datagrams of 1,400 bytes to a closed port on 127.0.0.1: 5.6 MB, several times a
+// 1 MiB capture buffer.
+void FloodLoopback() {
+  const int fd = socket(AF_INET, SOCK_DGRAM, 0);
+  sockaddr_in to{};
+  to.sin_family = AF_INET;
+  to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  to.sin_port = htons(9);  // discard: nobody listens, the datagrams still cross loopback
+  const std::vector<char> datagram(1400, 'f');
+  for (int i = 0; i < 4000; ++i) {
+    (void)sendto(fd, datagram.data(), datagram.size(), 0, reinterpret_cast<sockaddr*>(&to), sizeof to);
+  }
+  close(fd);
+}
+
+// The buffer size reaches the kernel: with the receive thread held in the sink, a flood larger
+// than a 1 MiB buffer is dropped, counted, and said in the status line. (The program's default
+// buffer would hold the whole flood, so this fails if the setting were not applied.)
+TEST(CaptureLive, AHeldReceiveThreadBehindASmallBufferCountsAndSaysTheDrops) {
+  RecordingSink sink;
+  sink.hold = true;
+  CaptureSession session;
+  CaptureTarget target = CaptureTarget::Address("127.0.0.1");
+  target.bufferMiB = 1;
+  ASSERT_GT(kDefaultCaptureBufferMiB, 8);
+  session.Start(target, sink);
+  if (const std::string reason = test::AwaitListening(session); !reason.empty()) {
+    sink.Release();
+    GTEST_SKIP() << reason;
+  }
+  FloodLoopback();
+  sink.Release();
+  session.Stop();
+  session.Wait();
+  EXPECT_GT(session.Dropped(), 0u);
+  EXPECT_GT(sink.Count(), 0u);
+  const std::string status = StatusText(session.Status(), UiLanguage::English);
+  EXPECT_EQ(status, "Stopped (" + std::to_string(session.Dropped()) + " dropped by the kernel)");
 }
 
 }  // namespace

@@ -2,8 +2,11 @@
 // overwritten.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <limits>
+#include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "common/settings_store.hpp"
@@ -55,6 +58,7 @@ ProgramSettings NonDefaultSettings() {
   f.folder = "/srv/bodies";
   f.nameTemplate = "%FCI";
   f.subfolderLevels = {-1, 2, 3};
+  s.interface.bufferMiB = 7;
   f.countInstalled = 18'446'744'073'709'551'615u;  // beyond what a double holds exactly
   f.countCustom = 7;
   f.lastCaptureFolder = "/tmp";
@@ -87,7 +91,8 @@ TEST(SettingsStore, WrongTypesAndRangesCostOnlyTheirOwnKey) {
     "packetMode": {"dataLevel": 9, "columnOrder": [1, "x", 2], "columnWidths": [10, 20]},
     "codec": {"inputType": -1, "font": ["Mono"], "wordWrap": false},
     "graphical": {"ipTimeout": 301, "blinkMode": -2, "replaySpeed": 50, "curvedLines": true},
-    "fileMode": {"subfolderLevels": [1, 2], "countInstalled": -1, "countCustom": 1.5}
+    "fileMode": {"subfolderLevels": [1, 2], "countInstalled": -1, "countCustom": 1.5},
+    "capture": {"bufferMiB": 0}
   })", nullptr);
   ASSERT_TRUE(read);
   // What was good is kept; each bad key alone falls back to its default.
@@ -99,6 +104,64 @@ TEST(SettingsStore, WrongTypesAndRangesCostOnlyTheirOwnKey) {
   expected.codec.wordWrap = false;
   expected.graphical.curvedLines = true;
   EXPECT_TRUE(*read == expected);
+}
+
+// Every key of the file has a rule, and loading holds to it at its exact edges: the bounds (and
+// list lengths) a rule states are taken, one step beyond is not. `settings set` refuses and
+// describes values by these rules, so a rule that loading does not enforce would mislead it.
+TEST(SettingsStore, EveryKeyHasARuleThatLoadingHoldsToAtItsEdges) {
+  using Json = nlohmann::ordered_json;
+  const Json defaults = Json::parse(SettingsToJson(ProgramSettings{}));
+  const auto loads = [&](const std::string& pointer, const Json& value) {
+    Json root = defaults;
+    root[Json::json_pointer(pointer)] = value;
+    const auto read = SettingsFromJson(root.dump(), nullptr);
+    return read && Json::parse(SettingsToJson(*read))[Json::json_pointer(pointer)] == value;
+  };
+  std::vector<std::string> keys;  // every leaf, lists included, as "group.key"
+  const auto walk = [&](const auto& self, const Json& node, const std::string& prefix) -> void {
+    if (!node.is_object()) return keys.push_back(prefix);
+    for (const auto& [name, member] : node.items()) {
+      if (name != "version") self(self, member, prefix.empty() ? name : prefix + "." + name);
+    }
+  };
+  walk(walk, defaults, "");
+  int checked = 0;
+  for (const std::string& key : keys) {
+    std::string pointer = "/" + key;
+    std::ranges::replace(pointer, '.', '/');
+    const std::optional<SettingRule> rule = FindSettingRule(key);
+    ASSERT_TRUE(rule) << key;
+    ++checked;
+    const long long min = rule->min, max = rule->max;
+    switch (rule->type) {
+      case SettingRule::Type::Integer:
+        EXPECT_TRUE(loads(pointer, rule->only.empty() ? min : rule->only.front())) << key;
+        EXPECT_TRUE(loads(pointer, max)) << key;
+        if (min > std::numeric_limits<long long>::min()) EXPECT_FALSE(loads(pointer, min - 1)) << key;
+        if (max < std::numeric_limits<long long>::max()) EXPECT_FALSE(loads(pointer, max + 1)) << key;
+        if (rule->only.size() > 1) EXPECT_FALSE(loads(pointer, rule->only[0] + 1)) << key;
+        break;
+      case SettingRule::Type::IntegerList: {
+        const Json edges = Json::array({min, max});
+        std::vector<long long> full(std::max<std::size_t>(rule->listSize, 1), max);
+        EXPECT_TRUE(loads(pointer, Json(full))) << key;
+        if (rule->listSize == 0) EXPECT_TRUE(loads(pointer, edges)) << key;
+        full.push_back(max);
+        if (rule->listSize) EXPECT_FALSE(loads(pointer, Json(full))) << key;
+        full.pop_back();
+        full.back() = max == std::numeric_limits<int>::max() ? max : max + 1;
+        if (max < std::numeric_limits<int>::max()) EXPECT_FALSE(loads(pointer, Json(full))) << key;
+        break;
+      }
+      case SettingRule::Type::Bool: EXPECT_FALSE(loads(pointer, "true")) << key; break;
+      case SettingRule::Type::Unsigned: EXPECT_FALSE(loads(pointer, -1)) << key; break;
+      case SettingRule::Type::Text: EXPECT_FALSE(loads(pointer, 1)) << key; break;
+    }
+  }
+  EXPECT_GT(checked, 100);
+  EXPECT_FALSE(FindSettingRule("general"));       // a group
+  EXPECT_FALSE(FindSettingRule("general.none"));  // unknown
 }
 
 // Each of these is kept aside untouched, the defaults are used, and the caller gets a message.

@@ -14,28 +14,13 @@
 #include "filemode/naming.hpp"
 #include "filemode/reassembly.hpp"
 #include "filemode/stream_table.hpp"
+#include "support/fuzz_input.hpp"
 
 using namespace vormelt::filemode;
 
 namespace {
 
-class ByteReader {
- public:
-  ByteReader(const std::uint8_t* data, std::size_t size) : data_(data), size_(size) {}
-  bool AtEnd() const { return pos_ >= size_; }
-  std::uint8_t Byte() { return pos_ < size_ ? data_[pos_++] : 0; }
-  std::span<const std::uint8_t> Take(std::size_t n) {
-    n = std::min(n, size_ - std::min(pos_, size_));
-    const auto part = std::span(data_ + pos_, n);
-    pos_ += n;
-    return part;
-  }
-
- private:
-  const std::uint8_t* data_;
-  std::size_t size_;
-  std::size_t pos_ = 0;
-};
+using vormelt::test::ByteReader;
 
 // One IP packet as the table reads it: fixed 20-byte IP header, TCP header fields at 20..39.
 std::vector<std::uint8_t> SegmentPacket(ByteReader& in, std::uint32_t& sequence) {

@@ -10,27 +10,13 @@
 
 #include "filters/filter_settings.hpp"
 #include "packets/record.hpp"
+#include "support/fuzz_input.hpp"
 
 using namespace vormelt;
 
 namespace {
 
-// Hands out input bytes front to back; past the end it yields zeroes.
-class ByteReader {
- public:
-  ByteReader(const std::uint8_t* data, std::size_t size) : data_(data), size_(size) {}
-  std::uint8_t Byte() { return pos_ < size_ ? data_[pos_++] : 0; }
-  std::uint16_t Word() { return static_cast<std::uint16_t>((Byte() << 8) | Byte()); }
-  std::uint32_t Address() { return (std::uint32_t{Word()} << 16) | Word(); }
-  std::span<const std::uint8_t> Rest() const {
-    return pos_ < size_ ? std::span(data_ + pos_, size_ - pos_) : std::span<const std::uint8_t>();
-  }
-
- private:
-  const std::uint8_t* data_;
-  std::size_t size_;
-  std::size_t pos_ = 0;
-};
+using vormelt::test::ByteReader;
 
 FilterValues BuildValues(ByteReader& in) {
   FilterValues v;
