@@ -1,8 +1,11 @@
 // vormelt-cli files: rebuilds the HTTP response bodies of a capture file, a packet dump or a
 // live capture into a folder, printing one line per file (path, size, content type) as it is
-// written and a summary on stderr. --manifest adds a JSON Lines record per file with its MD5.
-// SIGINT/SIGTERM end a live capture; streams still filling then are dropped, as in the window.
+// written and a summary on stderr. --manifest adds a JSON Lines record per file with its MD5,
+// and one for each body that could not be written (with "complete": false and the reason).
+// Any such failure makes the exit status 1. SIGINT/SIGTERM end a live capture; streams still
+// filling then are dropped, as in the window.
 
+#include <atomic>
 #include <charconv>
 #include <chrono>
 #include <cinttypes>
@@ -19,6 +22,7 @@
 #include "app/file_mode.hpp"
 #include "app/headless.hpp"
 #include "capture/session.hpp"
+#include "common/file_write.hpp"
 #include "filters/filter_settings.hpp"
 #include "tools/md5.hpp"
 
@@ -165,17 +169,21 @@ std::string UtcText(std::int64_t ms) {
 }
 
 std::string ManifestLine(const fm::WrittenFile& file) {
-  const nlohmann::json line{{"path", file.path},
-                            {"size", file.size},
-                            {"contentType", file.contentType},
-                            {"source", FormatIpv4(file.source)},
-                            {"destination", FormatIpv4(file.destination)},
-                            {"sourcePort", file.sourcePort},
-                            {"destinationPort", file.destinationPort},
-                            {"first", UtcText(file.firstMs)},
-                            {"last", UtcText(file.lastMs)},
-                            {"md5", Md5OfFile(file.path)},
-                            {"complete", file.complete}};
+  nlohmann::json line{{"path", file.path},
+                      {"size", file.size},
+                      {"contentType", file.contentType},
+                      {"source", FormatIpv4(file.source)},
+                      {"destination", FormatIpv4(file.destination)},
+                      {"sourcePort", file.sourcePort},
+                      {"destinationPort", file.destinationPort},
+                      {"first", UtcText(file.firstMs)},
+                      {"last", UtcText(file.lastMs)},
+                      {"complete", file.complete}};
+  if (file.written()) {
+    line["md5"] = Md5OfFile(file.path);
+  } else {
+    line["error"] = file.error;
+  }
   return line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
@@ -187,7 +195,7 @@ class Reporter {
 
   void Report(fm::FileModeEngine& engine, MessageQueue* capture) {
     for (const fm::WrittenFile& file : engine.DrainWritten()) {
-      out_ << file.path << '\t' << file.size << '\t' << file.contentType << '\n';
+      if (file.written()) out_ << file.path << '\t' << file.size << '\t' << file.contentType << '\n';
       if (manifest_) *manifest_ << ManifestLine(file) << '\n';
     }
     out_.flush();
@@ -209,13 +217,36 @@ class Reporter {
   bool failed_ = false;
 };
 
-int Capture(const FilesOptions& options, fm::FileModeEngine& engine, Reporter& reporter) {
+// Counts the frames handed to the engine, for the closing "N packets, M dropped" line.
+class CountingSink final : public FrameSink {
+ public:
+  explicit CountingSink(FrameSink& inner) : inner_(inner) {}
+  SinkVerdict Take(const FrameRecord& frame) override {
+    frames_.fetch_add(1, std::memory_order_relaxed);
+    return inner_.Take(frame);
+  }
+  bool IsFull() const override { return inner_.IsFull(); }
+  void Finish() override { inner_.Finish(); }
+  std::uint64_t frames() const { return frames_.load(std::memory_order_relaxed); }
+
+ private:
+  FrameSink& inner_;
+  std::atomic<std::uint64_t> frames_{0};
+};
+
+struct Received {
+  std::uint64_t packets = 0;
+  std::uint64_t dropped = 0;  // by the kernel, live captures only
+};
+
+Received Capture(const FilesOptions& options, fm::FileModeEngine& engine, Reporter& reporter) {
   CaptureSession session;
-  CaptureUntilStopped(session, *options.target, engine, options.seconds,
+  CountingSink counting(engine);
+  CaptureUntilStopped(session, *options.target, counting, options.seconds,
                       [&] { reporter.Report(engine, &session.Messages()); });
   engine.Finish();
   reporter.Report(engine, &session.Messages());
-  return reporter.failed() ? kExitFailed : kExitOk;
+  return {counting.frames(), session.Dropped()};
 }
 
 }  // namespace
@@ -229,8 +260,14 @@ int RunFiles(std::span<const std::string> args, std::ostream& out, std::ostream&
     if (!LoadProfileInto(options.filterProfile, filter, err)) return kExitFailed;
     options.engine.applyFilters = true;
   }
-  std::error_code ignored;
-  std::filesystem::create_directories(options.engine.naming.folder, ignored);
+  // The folder is made here once; a folder that cannot be made would fail every file.
+  std::error_code made;
+  std::filesystem::create_directories(options.engine.naming.folder, made);
+  if (made) {
+    err << "vormelt-cli: cannot create the folder " << options.engine.naming.folder << ": "
+        << ErrnoText(made.value()) << "\n";
+    return kExitFailed;
+  }
   std::ofstream manifest;
   if (!options.manifest.empty()) {
     manifest.open(options.manifest, std::ios::binary | std::ios::trunc);
@@ -245,23 +282,32 @@ int RunFiles(std::span<const std::string> args, std::ostream& out, std::ostream&
   const bool live = options.target && options.target->type != CaptureTarget::Type::File;
   engine.Start(options.engine, live ? fm::StreamClock::Live : fm::StreamClock::File, {});
   int status = kExitOk;
+  Received received;
   if (options.target) {
-    status = Capture(options, engine, reporter);
+    received = Capture(options, engine, reporter);
   } else {
-    const DumpLoadResult loaded = FeedDumpFile(options.dumpFile, *options.dumpForm, engine);
+    CountingSink counting(engine);
+    const DumpLoadResult loaded = FeedDumpFile(options.dumpFile, *options.dumpForm, counting);
     if (const std::string problem = DescribeDumpLoad(loaded, options.dumpFile); !problem.empty()) {
       err << "vormelt-cli: " << problem << "\n";
       status = kExitFailed;
     }
     engine.Finish();
     reporter.Report(engine, nullptr);
-    if (reporter.failed()) status = kExitFailed;
+    received.packets = counting.frames();
+  }
+  if (reporter.failed()) status = kExitFailed;
+  if (manifest.is_open() && !manifest.flush()) {
+    err << "vormelt-cli: the manifest " << options.manifest << " could not be written whole\n";
+    status = kExitFailed;
   }
   const fm::FileModeCounters c = engine.Counters();
-  err << c.filesWritten << " files written (" << c.bytesWritten << " bytes) from "
-      << c.filesProcessing << " streams, " << c.packetsStored << " segments stored";
+  if (c.filesFailed) status = kExitFailed;
+  err << c.filesWritten << " files written, " << c.filesFailed << " failed (" << c.bytesWritten
+      << " bytes) from " << c.filesProcessing << " streams, " << c.packetsStored
+      << " segments stored";
   if (c.packetsDropped) err << ", " << c.packetsDropped << " dropped (table full or clash)";
-  err << "\n";
+  err << "\n" << received.packets << " packets, " << received.dropped << " dropped\n";
   return status;
 }
 

@@ -13,6 +13,7 @@
 #include "app/headless.hpp"
 #include "app/modes.hpp"
 #include "capture/session.hpp"
+#include "common/file_write.hpp"
 #include "common/json_file.hpp"
 #include "common/paths.hpp"
 #include "filemode/engine.hpp"
@@ -264,7 +265,9 @@ class FileHeadless final : public HeadlessMode {
     for (const CaptureMessage& message : engine_.Messages().Drain()) {
       lines.push_back(OneLineMessage(message, language));
     }
+    // Failures were told above, once per run of them.
     for (const fm::WrittenFile& file : engine_.DrainWritten()) {
+      if (!file.written()) continue;
       lines.push_back(FormatText(Text::ServiceFileWritten, language, file.path.c_str(),
                                  static_cast<unsigned long long>(file.size),
                                  file.contentType.empty() ? "-" : file.contentType.c_str()));
@@ -304,6 +307,14 @@ int RunFileHeadless(const ModeStart& start) {
   // The window offers the Downloads folder; a service has none of its own to offer.
   if (start.settings.fileMode.folder.empty()) {
     start.host->Tell(FormatText(Text::ServiceNoFileFolder, start.settings.language));
+    return kHeadlessConfigError;
+  }
+  // Made with its parents, as the log folders are; one that cannot be made would fail every file.
+  std::error_code made;
+  std::filesystem::create_directories(start.settings.fileMode.folder, made);
+  if (made) {
+    const std::string what = start.settings.fileMode.folder + " (" + ErrnoText(made.value()) + ")";
+    start.host->Tell(FormatText(Text::ServiceFileFolderNotMade, start.settings.language, what.c_str()));
     return kHeadlessConfigError;
   }
   FileHeadless mode(start.settings);

@@ -109,10 +109,10 @@ WriteOutcome FileBeside::Write(std::string_view bytes) {
   return Write(std::span(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()));
 }
 
-int FileBeside::Commit(bool replace) {
+int FileBeside::Commit(bool replace, bool durable) {
   if (!fd_) return error_ != 0 ? error_ : EBADF;
   int failure = error_;
-  if (failure == 0 && ::fsync(fd_.get()) != 0) failure = errno;
+  if (failure == 0 && durable && ::fsync(fd_.get()) != 0) failure = errno;
   if (!fd_.Close() && failure == 0) failure = errno;
   if (failure != 0) {
     Abandon();
@@ -131,7 +131,7 @@ int FileBeside::Commit(bool replace) {
     Abandon();
     return error_;
   }
-  SyncDirectory(folder_.get());
+  if (durable) SyncDirectory(folder_.get());
   folder_.Close();
   return 0;
 }

@@ -64,8 +64,10 @@ class FileBeside {
 
   // fsync, close, rename to the final name (replacing it only when `replace`), sync the folder.
   // Returns 0 or the errno that stopped it (EEXIST when the final name was taken and !replace);
-  // on any failure the part file is removed.
-  int Commit(bool replace = true);
+  // on any failure the part file is removed. Without `durable` the two flushes are left out:
+  // the file still appears whole or not at all, but a power cut may lose it, which is the
+  // price of writing hundreds of files a second.
+  int Commit(bool replace = true, bool durable = true);
   // Removes the part file now, if there is one.
   void Abandon();
 

@@ -4,13 +4,13 @@
 // added to the extension: they open with the usual tools and nothing is inflated from the net.
 #include "filemode/engine.hpp"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <chrono>
 #include <utility>
 
+#include "common/file_write.hpp"
 #include "filemode/http_response.hpp"
 #include "filemode/mime_table.hpp"
 #include "filemode/reassembly.hpp"
@@ -28,17 +28,6 @@ std::int64_t Milliseconds(CaptureTime time) {
 
 LocalTime LocalTimeOf(std::int64_t ms) {
   return ToLocalTime(CaptureTime(std::chrono::milliseconds(ms)));
-}
-
-// Writes all of `bytes`; returns how many reached the file.
-std::uint64_t WriteAll(int fd, std::span<const std::uint8_t> bytes) {
-  std::uint64_t done = 0;
-  while (done < bytes.size()) {
-    const ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
-    if (n <= 0) break;
-    done += static_cast<std::uint64_t>(n);
-  }
-  return done;
 }
 
 std::string Folded(std::string_view text) {
@@ -76,12 +65,13 @@ void FileModeEngine::Start(const FileModeOptions& options, StreamClock clock,
   Finish();
   options_ = options;
   clock_ = clock;
-  table_.Reset({options.dirty, options.pshOnly});
-  for (auto* counter : {&bytesReceived_, &filesProcessing_, &filesWritten_, &bytesWritten_,
-                        &packetsStored_, &packetsDropped_}) {
+  table_.Reset({options.dirty, options.pshOnly, options.onlyHttp, options.acceptPartial});
+  for (auto* counter : {&bytesReceived_, &filesProcessing_, &filesWritten_, &filesFailed_,
+                        &bytesWritten_, &packetsStored_, &packetsDropped_}) {
     counter->store(0);
   }
   busyStep_.store(0);
+  failureRun_ = 0;
   {
     std::lock_guard lock(countsMutex_);
     counts_ = counts;
@@ -116,7 +106,12 @@ SinkVerdict FileModeEngine::Take(const FrameRecord& frame) {
       nextPassMs_ = fileNowMs_ + kPassIntervalMs;
     }
   }
-  const AppendResult result = table_.Append(ip, clock_ == StreamClock::File ? fileNowMs_ : nowMs);
+  // Live, a segment is stamped when it is taken here, by the clock the passes read: with the
+  // kernel's stamp, a reader that fell behind (a loaded machine) would make a stream look quiet
+  // while its next segments still waited in the capture buffer, and it would be cut in two.
+  const std::int64_t arrivalMs =
+      clock_ == StreamClock::File ? fileNowMs_ : Milliseconds(CaptureNow());
+  const AppendResult result = table_.Append(ip, arrivalMs);
   switch (result) {
     case AppendResult::Stored:
       packetsStored_.fetch_add(1, std::memory_order_relaxed);
@@ -147,6 +142,7 @@ void FileModeEngine::Finish() {
   } else {
     table_.DiscardAll();
   }
+  EndFailureRun();
 }
 
 void FileModeEngine::RunPasses(std::stop_token stop) {
@@ -196,8 +192,16 @@ void FileModeEngine::Process(Stream& stream, std::int64_t nowMs) {
   if (http->compressed) extension += ".gz";
   const std::uint64_t bodyLength = data.size() - std::min(data.size(), http->bodyOffset);
   if (options_.applyFilters && !PassesFileTests(http->contentType, extension, bodyLength)) return;
+  // A body that says how long it is (a length, or chunks up to the last one, judged as they
+  // are written) is whole when it is that long: a retransmitted copy of bytes already taken
+  // that starts inside another segment is no lost part. Only a body that ends with its
+  // connection has nothing but the segments to go by.
   bool complete = assembled.gapFree;
-  if (http->contentLength && !http->chunked) complete &= *http->contentLength == bodyLength;
+  if (http->chunked) {
+    complete = true;
+  } else if (http->contentLength) {
+    complete = *http->contentLength == bodyLength;
+  }
   Write(stream, data, http->bodyOffset, http->chunked, extension, http->contentType, complete,
         nowMs);
 }
@@ -222,38 +226,63 @@ void FileModeEngine::Write(const Stream& stream, std::span<const std::uint8_t> d
   NameFields fields{stream.source, stream.destination, LocalTimeOf(nowMs), Counts()};
   const std::string name =
       ExpandName(options_.naming.nameTemplate, options_.naming.dateTimeTemplate, fields);
-  OpenedFile file =
-      OpenOutputFile(options_.naming, name, extension, stream.source, stream.destination);
-  if (file.outcome == OpenOutcome::Failed) {
-    CaptureMessage message = ErrorMessage(Text::FileWriteError);
-    message.textArgument = file.path;
-    messages_.Push(std::move(message));
+  bool chunksWhole = true;
+  const PlacedFile placed = PlaceFile(
+      options_.naming, name, extension, stream.source, stream.destination,
+      [&](FileBeside& file) {
+        if (chunked) {
+          chunksWhole = ForEachChunk(data, bodyOffset, [&](std::span<const std::uint8_t> chunk) {
+            file.Write(chunk);
+          });
+        } else {
+          file.Write(data.subspan(std::min(bodyOffset, data.size())));
+        }
+      });
+  if (placed.outcome == PlaceOutcome::InvalidName || placed.outcome == PlaceOutcome::AllTaken) {
+    return;
   }
-  if (file.outcome != OpenOutcome::Opened) return;
-
-  std::uint64_t written = 0;
-  if (chunked) {
-    complete &= ForEachChunk(data, bodyOffset, [&](std::span<const std::uint8_t> chunk) {
-      written += WriteAll(file.fd, chunk);
-    });
-  } else {
-    written = WriteAll(file.fd, data.subspan(std::min(bodyOffset, data.size())));
-  }
-  ::close(file.fd);
-  {
-    std::lock_guard lock(countsMutex_);
-    ++counts_.sinceStart;
-    ++counts_.sinceLaunch;
-    ++counts_.installed;
-    ++counts_.custom;
-  }
-  filesWritten_.fetch_add(1, std::memory_order_relaxed);
-  bytesWritten_.fetch_add(written, std::memory_order_relaxed);
-  WrittenFile record{std::move(file.path), written, std::move(contentType), stream.source,
+  WrittenFile record{placed.path, placed.written, std::move(contentType), stream.source,
                      stream.destination, stream.sourcePort, stream.destinationPort,
-                     stream.firstMs, stream.lastMs, complete};
+                     stream.firstMs, stream.lastMs, complete && chunksWhole, {}};
+  if (placed.outcome == PlaceOutcome::Failed) {
+    record.size = 0;
+    record.complete = false;
+    record.error = ErrnoText(placed.error);
+    ReportFailure(placed);
+  } else {
+    EndFailureRun();
+    {
+      std::lock_guard lock(countsMutex_);
+      ++counts_.sinceStart;
+      ++counts_.sinceLaunch;
+      ++counts_.installed;
+      ++counts_.custom;
+    }
+    filesWritten_.fetch_add(1, std::memory_order_relaxed);
+    bytesWritten_.fetch_add(placed.written, std::memory_order_relaxed);
+  }
   std::lock_guard lock(writtenMutex_);
   written_.push_back(std::move(record));
+}
+
+void FileModeEngine::ReportFailure(const PlacedFile& placed) {
+  filesFailed_.fetch_add(1, std::memory_order_relaxed);
+  if (failureRun_++ != 0) return;
+  // A folder that cannot take the file at all keeps the message that asks for another one; a
+  // disk that fails while writing, or is full, says the file was not kept.
+  const bool diskFailed = placed.created || placed.error == ENOSPC || placed.error == EDQUOT;
+  CaptureMessage message = ErrorMessage(diskFailed ? Text::FileNotWritten : Text::FileWriteError);
+  message.textArgument = placed.path + " (" + ErrnoText(placed.error) + ")";
+  messages_.Push(std::move(message));
+}
+
+void FileModeEngine::EndFailureRun() {
+  if (failureRun_ > 1) {
+    CaptureMessage message = ErrorMessage(Text::FileNotWrittenMore);
+    message.numberArgument = static_cast<long>(failureRun_ - 1);
+    messages_.Push(std::move(message));
+  }
+  failureRun_ = 0;
 }
 
 void FileModeEngine::PushFatal(AppendResult result) {
@@ -267,6 +296,7 @@ FileModeCounters FileModeEngine::Counters() const {
   c.bytesReceived = bytesReceived_.load(std::memory_order_relaxed);
   c.filesProcessing = filesProcessing_.load(std::memory_order_relaxed);
   c.filesWritten = filesWritten_.load(std::memory_order_relaxed);
+  c.filesFailed = filesFailed_.load(std::memory_order_relaxed);
   c.bytesWritten = bytesWritten_.load(std::memory_order_relaxed);
   c.memoryInUse = table_.MemoryInUse();
   c.activeStreams = table_.CountFilling();

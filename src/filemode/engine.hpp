@@ -51,6 +51,7 @@ struct FileModeCounters {
   std::uint64_t bytesReceived = 0;
   std::uint64_t filesProcessing = 0;  // streams taken so far
   std::uint64_t filesWritten = 0;
+  std::uint64_t filesFailed = 0;      // bodies that could not be written whole; none was kept
   std::uint64_t bytesWritten = 0;
   std::int64_t memoryInUse = 0;
   std::uint32_t activeStreams = 0;    // streams filling now
@@ -58,15 +59,19 @@ struct FileModeCounters {
   std::uint64_t packetsDropped = 0;   // dirty-mode clashes and a full table
 };
 
-// One file written, for the window's list, the command line and its manifest.
+// One file written, or one that could not be, for the window's list, the command line and its
+// manifest.
 struct WrittenFile {
-  std::string path;
-  std::uint64_t size = 0;
+  std::string path;         // as written, or the name that was tried
+  std::uint64_t size = 0;   // 0 when not written: nothing of it was kept
   std::string contentType;  // empty for a stream that was not HTTP
   std::uint32_t source = 0, destination = 0;
   std::uint16_t sourcePort = 0, destinationPort = 0;
   std::int64_t firstMs = 0, lastMs = 0;
   bool complete = false;    // no gap, and as long as its length or chunks said
+  std::string error;        // why it could not be written ("No space left on device"); empty
+                            // when it was
+  bool written() const { return error.empty(); }
 };
 
 class FileModeEngine final : public FrameSink {
@@ -103,6 +108,10 @@ class FileModeEngine final : public FrameSink {
              bool chunked, std::string_view extension, std::string contentType, bool complete,
              std::int64_t nowMs);
   void PushFatal(AppendResult result);
+  // A body that could not be written is told once per run of failures: the first with its path
+  // and reason, the rest as a count when writing works again or the capture ends.
+  void ReportFailure(const PlacedFile& placed);
+  void EndFailureRun();
 
   const FilterSettings* filter_;
   StreamTable table_;
@@ -122,6 +131,8 @@ class FileModeEngine final : public FrameSink {
   std::atomic<std::uint64_t> bytesReceived_{0};
   std::atomic<std::uint64_t> filesProcessing_{0};
   std::atomic<std::uint64_t> filesWritten_{0};
+  std::atomic<std::uint64_t> filesFailed_{0};
+  std::uint64_t failureRun_ = 0;  // failures since the last file written; the writing thread's
   std::atomic<std::uint64_t> bytesWritten_{0};
   std::atomic<std::uint64_t> packetsStored_{0};
   std::atomic<std::uint64_t> packetsDropped_{0};

@@ -27,10 +27,13 @@ std::string Transformed(std::string_view text, char (*change)(char)) {
   return out;
 }
 
-bool IsFileStatus(std::string_view data, bool acceptPartial) {
-  if (data.size() < kStatusLength) return false;
+// True when `data` begins with one of the accepted status texts, or with the start of one when
+// `prefixDoes` and it is shorter.
+bool StartsFileStatus(std::string_view data, bool acceptPartial, bool prefixDoes) {
+  if (data.size() < kStatusLength && !prefixDoes) return false;
   const std::string status = Transformed(data.substr(0, kStatusLength), Upper);
-  return status == kHttp11Ok || status == kHttp10Ok || (acceptPartial && status == kHttp11Partial);
+  const auto starts = [&](std::string_view accepted) { return accepted.starts_with(status); };
+  return starts(kHttp11Ok) || starts(kHttp10Ok) || (acceptPartial && starts(kHttp11Partial));
 }
 
 // Finds `name` (upper case) in the upper-cased header block from the scan start.
@@ -81,9 +84,14 @@ std::string HeaderValue(std::string_view text, std::size_t at) {
   return value;
 }
 
+bool MayStartFileResponse(std::span<const std::uint8_t> payload, bool acceptPartial) {
+  return StartsFileStatus({reinterpret_cast<const char*>(payload.data()), payload.size()},
+                          acceptPartial, true);
+}
+
 std::optional<HttpResponse> RecognizeHttp(std::span<const std::uint8_t> data, bool acceptPartial) {
   const std::string_view text(reinterpret_cast<const char*>(data.data()), data.size());
-  if (!IsFileStatus(text, acceptPartial)) return std::nullopt;
+  if (!StartsFileStatus(text, acceptPartial, false)) return std::nullopt;
   HttpResponse response;
   response.extension = "txt";
   if (const std::size_t end = text.find("\r\n\r\n"); end != std::string_view::npos) {
@@ -104,12 +112,13 @@ bool ForEachChunk(std::span<const std::uint8_t> data, std::size_t offset,
                   const std::function<void(std::span<const std::uint8_t>)>& take) {
   const std::string_view text(reinterpret_cast<const char*>(data.data()), data.size());
   std::size_t pos = offset;
+  bool framed = true;  // every chunk so far ended with its CR LF
   while (pos < text.size()) {
     std::uint64_t size = 0;
     const char* begin = text.data() + pos;
     const auto [stop, error] = std::from_chars(begin, text.data() + text.size(), size, 16);
     if (error != std::errc() || stop == begin) return false;
-    if (size == 0) return true;
+    if (size == 0) return framed;
     pos = text.find('\r', pos);
     if (pos == std::string_view::npos) return false;
     // The chunk and its CR LF must lie wholly inside what arrived.
@@ -117,7 +126,11 @@ bool ForEachChunk(std::span<const std::uint8_t> data, std::size_t offset,
       return false;
     }
     take(data.subspan(pos + 2, static_cast<std::size_t>(size)));
-    pos += 4 + static_cast<std::size_t>(size);
+    pos += 2 + static_cast<std::size_t>(size);
+    // The two bytes after the data are stepped over whatever they are, as the sizes have
+    // always been read; a body whose chunks lack them is written but not called whole.
+    framed = framed && text.substr(pos, 2) == "\r\n";
+    pos += 2;
   }
   return false;
 }

@@ -32,6 +32,10 @@ struct HttpResponse {
 // HTTP/1.1 or 1.0, or a 206 of HTTP/1.1 when `acceptPartial`, whose header block ends.
 std::optional<HttpResponse> RecognizeHttp(std::span<const std::uint8_t> data, bool acceptPartial);
 
+// Whether a stream whose first payload (by sequence) is `payload` may be such a response: its
+// bytes, as far as they go, begin one of the accepted status lines.
+bool MayStartFileResponse(std::span<const std::uint8_t> payload, bool acceptPartial);
+
 // The value rule shared by every header: from `at` skip to the first blank, tab or colon, step
 // over a colon, skip blanks and tabs, then copy up to CR, LF, ";" or the end, at most
 // kHeaderValueLimit - 1 bytes.
@@ -39,7 +43,7 @@ std::string HeaderValue(std::string_view text, std::size_t at);
 
 // Walks a chunked body from `offset`, handing each chunk's bytes to `take`, and stops at the
 // zero chunk, an unreadable size, or a chunk that does not fit. True when the zero chunk ended
-// it (the body arrived whole).
+// it and every chunk before it was followed by its CR LF (the body arrived whole).
 bool ForEachChunk(std::span<const std::uint8_t> data, std::size_t offset,
                   const std::function<void(std::span<const std::uint8_t>)>& take);
 

@@ -21,7 +21,7 @@ namespace vormelt::filemode {
 namespace {
 
 constexpr mode_t kFolderMode = 0755;
-constexpr mode_t kFileMode = 0644;
+constexpr unsigned kFileMode = 0644;
 
 void ReplaceAll(std::string& text, std::string_view token, std::string_view value) {
   for (std::size_t at = text.find(token); at != std::string::npos;
@@ -54,7 +54,10 @@ UniqueFd EnterSubfolders(UniqueFd folder, const NamingOptions& options, std::str
     if (level == SubfolderChoice::Destination) component = FormatIpv4(destination);
     if (level == SubfolderChoice::Extension) component = std::string(extension);
     if (component.empty()) continue;
-    if (!IsSafeComponent(component)) return UniqueFd();
+    if (!IsSafeComponent(component)) {
+      errno = EINVAL;
+      return UniqueFd();
+    }
     ::mkdirat(folder.get(), component.c_str(), kFolderMode);
     folder = UniqueFd(::openat(folder.get(), component.c_str(),
                          O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
@@ -64,20 +67,20 @@ UniqueFd EnterSubfolders(UniqueFd folder, const NamingOptions& options, std::str
   return folder;
 }
 
-// One attempt at a name; returns the descriptor or -1 with errno set. O_NONBLOCK keeps a FIFO
-// planted under the name from blocking the writer; anything not a regular file is refused.
-int OpenExactly(int folder, const std::string& fileName, bool overwrite) {
-  const int flags = O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK |
-                    (overwrite ? O_TRUNC : O_EXCL);
-  UniqueFd fd(::openat(folder, fileName.c_str(), flags, kFileMode));
-  if (fd.get() < 0) return -1;
+// How a name stands in the folder: free, taken, or (when over-writing) taken by something a
+// file may not replace. Only regular files are ever over-written; a link, a folder or a FIFO
+// under the name is an error to tell, not a thing to follow or remove.
+enum class NameState : std::uint8_t { Free, Taken, NotAFile, Unusable };
+
+NameState StateOf(int folder, const std::string& fileName, int& error) {
   struct stat status {};
-  if (::fstat(fd.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
-    errno = EINVAL;
-    return -1;
+  if (::fstatat(folder, fileName.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0) {
+    if (S_ISREG(status.st_mode)) return NameState::Taken;
+    error = S_ISLNK(status.st_mode) ? ELOOP : S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
+    return NameState::NotAFile;
   }
-  ::fcntl(fd.get(), F_SETFL, 0);
-  return fd.release();
+  error = errno;
+  return errno == ENOENT ? NameState::Free : NameState::Unusable;
 }
 
 }  // namespace
@@ -140,44 +143,73 @@ std::string TrimFolder(std::string_view folder) {
   return text;
 }
 
-OpenedFile OpenOutputFile(const NamingOptions& options, std::string_view name,
-                          std::string_view extension, std::uint32_t source,
-                          std::uint32_t destination) {
-  OpenedFile result;
+PlacedFile PlaceFile(const NamingOptions& options, std::string_view name,
+                     std::string_view extension, std::uint32_t source, std::uint32_t destination,
+                     const FileFiller& fill) {
+  PlacedFile result;
   const std::string folderText = TrimFolder(options.folder);
   result.path = folderText + "/" + std::string(name) + "." + std::string(extension);
   if (!IsSafeComponent(name)) {
-    result.outcome = OpenOutcome::InvalidName;
+    result.outcome = PlaceOutcome::InvalidName;
     return result;
   }
   UniqueFd folder(::open(folderText.empty() ? "/" : folderText.c_str(),
-                   O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+                         O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   std::string relative;
   if (folder.get() >= 0) {
     folder = EnterSubfolders(std::move(folder), options, extension, source, destination, relative);
   }
   const std::string base = folderText + "/" + relative + std::string(name);
   result.path = base + "." + std::string(extension);
-  if (folder.get() < 0) return result;
+  if (folder.get() < 0) {
+    result.error = errno != 0 ? errno : ENOENT;
+    return result;
+  }
 
   const std::string stem(name);
   for (long number = 1; number <= kLastNumberedSuffix; ++number) {
     const std::string suffix = number == 1 ? "" : "_" + std::to_string(number);
     const std::string fileName = stem + suffix + "." + std::string(extension);
-    const int fd = OpenExactly(folder.get(), fileName, options.overwrite);
-    if (fd >= 0) {
-      result.outcome = OpenOutcome::Opened;
-      result.fd = fd;
-      result.path = base + suffix + "." + std::string(extension);
+    result.path = base + suffix + "." + std::string(extension);
+    int error = 0;
+    switch (StateOf(folder.get(), fileName, error)) {
+      case NameState::Free: break;
+      case NameState::Taken:
+        if (options.overwrite) break;
+        continue;
+      case NameState::NotAFile:
+        if (!options.overwrite) continue;
+        result.error = error;
+        return result;
+      case NameState::Unusable:
+        result.outcome = error == ENAMETOOLONG ? PlaceOutcome::InvalidName : PlaceOutcome::Failed;
+        result.error = error;
+        return result;
+    }
+    FileBeside file = FileBeside::Create(folder.get(), fileName, error, kFileMode);
+    if (!file) {
+      // The part name is a few characters longer than the final one.
+      result.outcome = error == ENAMETOOLONG ? PlaceOutcome::InvalidName : PlaceOutcome::Failed;
+      result.error = error;
       return result;
     }
-    if (errno == ENAMETOOLONG) {
-      result.outcome = OpenOutcome::InvalidName;
+    fill(file);
+    result.written = file.written();
+    // Rebuilt files come by the hundred: each appears whole or not at all, without a flush each.
+    error = file.Commit(options.overwrite, /*durable=*/false);
+    if (error == 0) {
+      result.outcome = PlaceOutcome::Written;
       return result;
     }
-    if (errno != EEXIST || options.overwrite) return result;
+    // Someone else took the name while this one was written: the next number, as for a name
+    // that was taken from the start.
+    if (error == EEXIST && !options.overwrite) continue;
+    result.created = true;
+    result.error = error;
+    return result;
   }
-  result.outcome = OpenOutcome::AllTaken;
+  result.outcome = PlaceOutcome::AllTaken;
+  result.error = 0;
   return result;
 }
 

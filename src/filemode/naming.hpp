@@ -6,11 +6,13 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
 
 #include "common/clock.hpp"
+#include "common/file_write.hpp"
 
 namespace vormelt::filemode {
 
@@ -65,25 +67,31 @@ std::string SafeExtension(std::string_view extension);
 // One level of the naming dialog's preview: a "\" and a sample value, nothing for None.
 std::string_view SubfolderSample(SubfolderChoice level);
 
-enum class OpenOutcome : std::uint8_t {
-  Opened,
+enum class PlaceOutcome : std::uint8_t {
+  Written,      // whole, flushed and under its final name
   InvalidName,  // skipped without a word: the name cannot be a file name here
   AllTaken,     // _2 .. _1024 exist as well: skipped without a word
-  Failed,       // the user is told (folder missing, no permission, a link in the way, ...)
+  Failed,       // the user is told: nothing was kept (folder missing, no room, a link in the way)
 };
 
-struct OpenedFile {
-  OpenOutcome outcome = OpenOutcome::Failed;
-  int fd = -1;           // owned by the caller when Opened
-  std::string path;      // the folder-relative path shown to the user, or what was tried
+struct PlacedFile {
+  PlaceOutcome outcome = PlaceOutcome::Failed;
+  std::string path;        // as written, or the name that was tried
+  int error = 0;           // the errno that stopped a Failed one
+  bool created = false;    // a Failed one got as far as writing (the disk, not the folder, failed)
+  std::uint64_t written = 0;
 };
 
-// Creates the file for `name`.`extension` beneath the folder of `options`, with the sub-folders
-// it asks for. Opens relative to the folder's descriptor, never follows a symbolic link, and
-// creates exclusively unless over-writing.
-OpenedFile OpenOutputFile(const NamingOptions& options, std::string_view name,
-                          std::string_view extension, std::uint32_t source,
-                          std::uint32_t destination);
+// Writes the content `fill` puts into a FileBeside as `name`.`extension` beneath the folder of
+// `options`, with the sub-folders it asks for. The file is written under a part name beside its
+// final one and renamed when whole, so no other program ever sees half a file, and a failed
+// one leaves nothing behind. Folders are opened relative to the chosen one and no symbolic link
+// is followed. Without over-writing the rename never replaces a file that appeared meanwhile:
+// the next numbered name is taken instead and `fill` is asked again.
+using FileFiller = std::function<void(FileBeside&)>;
+PlacedFile PlaceFile(const NamingOptions& options, std::string_view name,
+                     std::string_view extension, std::uint32_t source, std::uint32_t destination,
+                     const FileFiller& fill);
 
 // The folder text as used: at most kFolderTextLimit characters, trailing "/" and "\" removed.
 std::string TrimFolder(std::string_view folder);

@@ -2,29 +2,26 @@
 // own buffers and never reads outside them, whatever the sequence numbers say.
 #pragma once
 
-#include <cstdint>
-#include <vector>
-
+#include "filemode/stream_bytes.hpp"
 #include "filemode/stream_table.hpp"
 
 namespace vormelt::filemode {
 
-inline constexpr std::uint64_t kSequenceWrap = 4'294'967'295;  // not 2^32: see Assemble
-
 struct Assembled {
-  std::vector<std::uint8_t> data;
-  bool gapFree = true;  // every stored segment was used or was a copy of one that was
+  StreamBytes data;
+  bool gapFree = true;  // every stored segment's bytes lie within the data
 };
 
 // "Use latest of duplicate packets.": of neighbours in arrival order with the same sequence
 // number the earlier is dropped, so the later copy wins.
 void DropEarlierDuplicates(Stream& stream);
 
-// Starts at the lowest sequence number (the first of equals in arrival order) and follows
-// sequence + payload length from segment to segment, preferring the next in arrival order and
-// otherwise the first in arrival order that fits; a gap ends the data. A stream whose numbers
-// wrap is cut there: past 4,294,967,295 the next number is taken one short.
-// The stream's buffer may be handed over to the result; the stream is not used afterwards.
+// Starts at the lowest sequence number (the first of equals in arrival order) and follows sequence + payload length from segment to segment, preferring the next in arrival
+// order, otherwise the first in arrival order that starts there, otherwise a retransmission
+// that covers the next byte and carries new ones after it; a gap, or the 2^32 wrap, ends the
+// data.
+// The stream's bytes and segments are handed over to the result or freed: only its addresses,
+// ports and times are left to use afterwards.
 Assembled Assemble(Stream& stream);
 
 }  // namespace vormelt::filemode

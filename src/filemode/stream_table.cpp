@@ -1,7 +1,8 @@
 // Slots are found the way the table has always found them — the first filling slot whose key
 // matches in normal mode, the key's top bits in dirty mode — but the normal search goes through
 // an index instead of a walk over up to 100,000 keys, and each slot keeps its payloads in one
-// buffer rather than one heap block per packet.
+// buffer rather than one heap block per packet. Appending a segment is amortised constant
+// time whatever the stream's length: both the bytes and the segment list grow geometrically.
 #include "filemode/stream_table.hpp"
 
 #include <algorithm>
@@ -9,6 +10,7 @@
 #include <new>
 
 #include "common/byte_order.hpp"
+#include "filemode/http_response.hpp"
 
 
 namespace vormelt::filemode {
@@ -26,6 +28,7 @@ constexpr std::size_t kDataOffsetOffset = 32;
 constexpr std::size_t kFlagsOffset = 33;
 constexpr std::uint8_t kTcpProtocol = 6;
 constexpr std::uint8_t kPshFlag = 0x08;
+constexpr std::uint8_t kSynFlag = 0x02;
 constexpr std::size_t kWordBits = 64;
 
 // Fields are read from the first 40 bytes as received, never from past the cut length.
@@ -44,22 +47,20 @@ std::size_t HeaderLength(std::span<const std::uint8_t> header) {
 }  // namespace
 
 struct StreamTable::Slot {
-  bool filling = false;  // segments may still join (false once taken)
-  bool held = false;     // holds a stream, filling or taken
+  bool filling = true;  // segments may still join (false once taken)
+  bool gaveUp = false;  // not an HTTP file: its segments are counted, not kept
   std::uint32_t key = 0;
   std::int64_t lastMs = 0;
   std::int64_t memory = 0;
   Stream stream;
+  // The lowest sequence number so far, where the rebuild starts, and whether its payload may
+  // open a file.
+  std::uint32_t lowest = 0;
+  bool lowestMayBeHttp = false;
 };
 
-std::int64_t Stream::MemoryBytes() const {
-  std::int64_t total = 0;
-  for (const Segment& s : segments) total += s.packetLength + kSegmentRecordBytes;
-  return total;
-}
-
 StreamTable::StreamTable()
-    : slots_(std::make_unique<Slot[]>(kSlotCapacity)),
+    : slots_(std::make_unique<std::unique_ptr<Slot>[]>(kSlotCapacity)),
       used_((kSlotCapacity + kWordBits - 1) / kWordBits, 0) {}
 
 StreamTable::~StreamTable() = default;
@@ -69,7 +70,7 @@ void StreamTable::Reset(TableOptions options) {
   // Only the slots marked used hold anything; the rest are already empty.
   for (std::size_t word = 0; word < used_.size(); ++word) {
     for (std::uint64_t bits = used_[word]; bits != 0; bits &= bits - 1) {
-      slots_[word * kWordBits + static_cast<std::size_t>(std::countr_zero(bits))] = Slot{};
+      slots_[word * kWordBits + static_cast<std::size_t>(std::countr_zero(bits))].reset();
     }
   }
   std::fill(used_.begin(), used_.end(), 0);
@@ -82,7 +83,8 @@ void StreamTable::Reset(TableOptions options) {
 }
 
 AppendResult StreamTable::Append(std::span<const std::uint8_t> ip, std::int64_t nowMs) {
-  if (ip.size() < kMinPacketLength || ip[kProtocolOffset] != kTcpProtocol) {
+  if (ip.size() < kMinPacketLength || ip.size() >= kMaxPacketLength ||
+      ip[kProtocolOffset] != kTcpProtocol) {
     return AppendResult::NotTcpData;
   }
   // Header fields come from the fixed 40 bytes that were received, whatever the total length.
@@ -102,7 +104,7 @@ AppendResult StreamTable::Append(std::span<const std::uint8_t> ip, std::int64_t 
     if (open) {
       OpenStream(slot, ack, header, ip, nowMs);
     } else {
-      AddSegment(slots_[slot], header, ip, nowMs);
+      AddSegment(*slots_[slot], header, ip, nowMs);
     }
   } catch (const std::bad_alloc&) {
     return open ? AppendResult::NoMemoryNew : AppendResult::NoMemoryAppend;
@@ -115,13 +117,13 @@ AppendResult StreamTable::Append(std::span<const std::uint8_t> ip, std::int64_t 
 std::uint32_t StreamTable::FindSlot(std::uint32_t key, bool& open) {
   if (options_.dirty) {
     const std::uint32_t slot = key >> kDirtySlotShift;
-    const Slot& s = slots_[slot];
-    if (!s.held) {
+    const Slot* s = slots_[slot].get();
+    if (!s) {
       open = true;
       return slot;
     }
     // A different key, or the stream being taken: the packet is lost, never a second stream.
-    return s.filling && s.key == key ? slot : kNoSlot;
+    return s->filling && s->key == key ? slot : kNoSlot;
   }
   if (const auto found = index_.find(key); found != index_.end()) return found->second;
   open = true;
@@ -130,38 +132,68 @@ std::uint32_t StreamTable::FindSlot(std::uint32_t key, bool& open) {
 
 void StreamTable::AddSegment(Slot& slot, std::span<const std::uint8_t> header,
                              std::span<const std::uint8_t> ip, std::int64_t nowMs) {
-  const std::size_t headerLength = HeaderLength(header);
   Stream& stream = slot.stream;
-  const auto payload = ip.subspan(headerLength);
-  stream.segments.reserve(stream.segments.size() + 1);
-  const auto offset = static_cast<std::uint32_t>(stream.bytes.size());
-  stream.bytes.insert(stream.bytes.end(), payload.begin(), payload.end());
-  stream.segments.push_back({Read32(header, kSequenceOffset), offset,
-                             static_cast<std::uint32_t>(payload.size()),
-                             static_cast<std::uint32_t>(ip.size())});
   stream.lastMs = nowMs;
   slot.lastMs = nowMs;
+  if (slot.gaveUp) return;
+  const auto payload = ip.subspan(HeaderLength(header));
+  std::uint32_t sequence = Read32(header, kSequenceOffset);
+  if (header[kFlagsOffset] & kSynFlag) ++sequence;  // the SYN takes a number before the data
+  const bool first = stream.segments.empty();
+  const std::size_t offset = stream.bytes.size();
+  stream.bytes.Append(payload);
+  try {
+    stream.segments.push_back({offset, sequence, static_cast<std::uint16_t>(payload.size()),
+                               static_cast<std::uint16_t>(ip.size())});
+  } catch (const std::bad_alloc&) {
+    stream.bytes.Truncate(offset);
+    throw;
+  }
   const std::int64_t memory = static_cast<std::int64_t>(ip.size()) + kSegmentRecordBytes;
   slot.memory += memory;
   memory_.fetch_add(memory, std::memory_order_relaxed);
+  if (!options_.onlyHttp) return;
+  if (first || sequence < slot.lowest) {
+    slot.lowest = sequence;
+    slot.lowestMayBeHttp = MayStartFileResponse(payload, options_.acceptPartial);
+  }
+  GiveUpIfNotHttp(slot);
+}
+
+// A stream whose first bytes cannot start an HTTP file will never be written when only HTTP
+// files count; past the grace its bytes are given back and later segments only keep it alive.
+void StreamTable::GiveUpIfNotHttp(Slot& slot) {
+  if (slot.lowestMayBeHttp) return;
+  if (slot.stream.bytes.size() <= kNotHttpGraceBytes) return;
+  memory_.fetch_sub(slot.memory, std::memory_order_relaxed);
+  slot.memory = 0;
+  slot.stream.bytes.Clear();
+  slot.stream.segments = {};
+  slot.gaveUp = true;
 }
 
 void StreamTable::OpenStream(std::uint32_t slot, std::uint32_t key,
                              std::span<const std::uint8_t> header,
                              std::span<const std::uint8_t> ip, std::int64_t nowMs) {
-  Slot& s = slots_[slot];
-  s.stream = Stream{};
-  s.stream.slot = slot;
-  s.stream.source = Read32(header, kSourceOffset);
-  s.stream.destination = Read32(header, kDestinationOffset);
-  s.stream.sourcePort = Read16(header, kSourcePortOffset);
-  s.stream.destinationPort = Read16(header, kDestinationPortOffset);
-  s.stream.firstMs = nowMs;
-  AddSegment(s, header, ip, nowMs);
-  s.key = key;
-  s.filling = true;
+  auto s = std::make_unique<Slot>();
+  s->stream.slot = slot;
+  s->stream.source = Read32(header, kSourceOffset);
+  s->stream.destination = Read32(header, kDestinationOffset);
+  s->stream.sourcePort = Read16(header, kSourcePortOffset);
+  s->stream.destinationPort = Read16(header, kDestinationPortOffset);
+  s->stream.firstMs = nowMs;
+  s->key = key;
+  AddSegment(*s, header, ip, nowMs);
+  if (!options_.dirty) {
+    try {
+      index_.emplace(key, slot);
+    } catch (const std::bad_alloc&) {
+      memory_.fetch_sub(s->memory, std::memory_order_relaxed);
+      throw;
+    }
+  }
+  slots_[slot] = std::move(s);
   ++filling_;
-  s.held = true;
   MarkUsed(slot, true);
   if (options_.dirty) {
     // Strictly greater, on purpose: a slot equal to the count stays unscanned until a higher
@@ -170,7 +202,6 @@ void StreamTable::OpenStream(std::uint32_t slot, std::uint32_t key,
     if (slot > count_) count_ = slot + 1;
     return;
   }
-  index_.emplace(key, slot);
   nextFree_ = LowestFreeSlot();
   if (nextFree_ > count_) count_ = nextFree_;
 }
@@ -205,13 +236,13 @@ std::optional<Stream> StreamTable::TakeRipe(std::uint32_t from, std::int64_t cut
       i = static_cast<std::uint32_t>((i / kWordBits + 1) * kWordBits - 1);
       continue;
     }
-    Slot& s = slots_[i];
-    if (!s.filling || (!everything && s.lastMs >= cutoffMs)) continue;
-    s.filling = false;
+    Slot* s = slots_[i].get();
+    if (!s || !s->filling || (!everything && s->lastMs >= cutoffMs)) continue;
+    s->filling = false;
     --filling_;
-    if (!options_.dirty) index_.erase(s.key);
-    s.key = 0;
-    return std::move(s.stream);
+    if (!options_.dirty) index_.erase(s->key);
+    s->key = 0;
+    return std::move(s->stream);
   }
   return std::nullopt;
 }
@@ -224,10 +255,10 @@ std::uint32_t StreamTable::CountFilling() const {
 void StreamTable::Release(std::uint32_t slot) {
   if (slot >= kSlotCapacity) return;
   std::lock_guard lock(mutex_);
-  Slot& s = slots_[slot];
-  if (!s.held || s.filling) return;
-  memory_.fetch_sub(s.memory, std::memory_order_relaxed);
-  s = Slot{};
+  const Slot* s = slots_[slot].get();
+  if (!s || s->filling) return;
+  memory_.fetch_sub(s->memory, std::memory_order_relaxed);
+  slots_[slot].reset();
   MarkUsed(slot, false);
   if (!options_.dirty) nextFree_ = slot;
 }
@@ -235,10 +266,10 @@ void StreamTable::Release(std::uint32_t slot) {
 void StreamTable::DiscardAll() {
   std::lock_guard lock(mutex_);
   for (std::uint32_t i = 0; i < kSlotCapacity; ++i) {
-    Slot& s = slots_[i];
-    if (!s.filling) continue;
-    memory_.fetch_sub(s.memory, std::memory_order_relaxed);
-    s = Slot{};
+    const Slot* s = slots_[i].get();
+    if (!s || !s->filling) continue;
+    memory_.fetch_sub(s->memory, std::memory_order_relaxed);
+    slots_[i].reset();
     MarkUsed(i, false);
   }
   index_.clear();

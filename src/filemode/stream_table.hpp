@@ -2,6 +2,9 @@
 // number, and the capture-side steps that sort a packet into it. One mutex makes each step
 // whole: the capture thread never appends to a stream being taken, and a slot is handed out
 // again only once the stream taken from it is released. No files, no threads here.
+// Memory follows what the streams hold: a slot costs a pointer until a stream opens in it, a
+// stream's payloads grow in one StreamBytes, and a stream that cannot become a file (when only
+// HTTP files are kept) gives its bytes up once it is clearly not one.
 #pragma once
 
 #include <atomic>
@@ -13,6 +16,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "filemode/stream_bytes.hpp"
+
 namespace vormelt::filemode {
 
 inline constexpr std::uint32_t kSlotCapacity = 100'000;  // "100,000 simultaneous files"
@@ -23,30 +28,36 @@ inline constexpr std::uint32_t kMaxPacketLength = 65536;  // this long or longer
 inline constexpr std::uint32_t kIpHeaderLength = 20;      // the stored layout assumes no options
 // What the memory display counts per segment on top of the packet itself.
 inline constexpr std::int64_t kSegmentRecordBytes = 12;
+// A stream whose first bytes (by sequence) are no HTTP file's status line keeps this much before
+// it gives its bytes up: room for the response's first segment to arrive late.
+inline constexpr std::size_t kNotHttpGraceBytes = 64 << 10;
 
-// One stored segment: its place in the slot's byte buffer and its sequence number.
+// One stored segment: its place in the slot's byte buffer and its sequence number (that of its
+// first payload byte: one past the SYN's own number when the SYN carries data).
 struct Segment {
+  std::uint64_t offset = 0;        // payload start in Stream::bytes
   std::uint32_t sequence = 0;
-  std::uint32_t offset = 0;       // payload start in Stream::bytes
-  std::uint32_t payloadLength = 0;
-  std::uint32_t packetLength = 0; // the stored IP length, for the memory display
+  std::uint16_t payloadLength = 0;
+  std::uint16_t packetLength = 0;  // the stored IP length, for the memory display
 };
 
 // A stream as the reconstruction takes it out of its slot.
 struct Stream {
   std::uint32_t slot = kNoSlot;
-  std::vector<std::uint8_t> bytes;  // payloads in arrival order
+  StreamBytes bytes;                // payloads in arrival order
   std::vector<Segment> segments;    // arrival order
   std::uint32_t source = 0, destination = 0;  // of the first stored segment, big-endian
   std::uint16_t sourcePort = 0, destinationPort = 0;
   std::int64_t firstMs = 0, lastMs = 0;  // packet clock, milliseconds since the epoch
-
-  std::int64_t MemoryBytes() const;
 };
 
 struct TableOptions {
   bool dirty = false;    // "Dirty Mode (may be faster)"
   bool pshOnly = false;  // "Only watch PSH packets."
+  // "Only store HTTP based file streams as files": a stream that cannot be one need not keep
+  // its bytes. With "Accept partial content" a 206 answer counts as one.
+  bool onlyHttp = false;
+  bool acceptPartial = false;
 };
 
 // Why a packet was not stored, for counting.
@@ -89,6 +100,7 @@ class StreamTable {
   struct Slot;
 
   std::uint32_t FindSlot(std::uint32_t key, bool& open);
+  void GiveUpIfNotHttp(Slot& slot);
   std::uint32_t LowestFreeSlot() const;
   void MarkUsed(std::uint32_t slot, bool used);
   void OpenStream(std::uint32_t slot, std::uint32_t key, std::span<const std::uint8_t> header,
@@ -97,7 +109,8 @@ class StreamTable {
                   std::span<const std::uint8_t> ip, std::int64_t nowMs);
 
   mutable std::mutex mutex_;
-  std::unique_ptr<Slot[]> slots_;
+  // A slot's state exists only while it holds a stream.
+  std::unique_ptr<std::unique_ptr<Slot>[]> slots_;
   // Which slots hold a stream (filling or being taken), one bit each, for the lowest free slot.
   std::vector<std::uint64_t> used_;
   // Key -> slot of every filling stream: gives the slot the scan of the keys would find first,

@@ -73,10 +73,18 @@ constexpr OptionBox kOptions[] = {
 };
 constexpr int kApplyFiltersBox = 6;
 
-enum Column { kName, kSize, kType, kSource, kDestination, kTime, kColumnCount };
+enum Column { kName, kSize, kType, kSource, kDestination, kTime, kComplete, kColumnCount };
 constexpr Text kColumns[kColumnCount] = {Text::FileColumnName,   Text::FileColumnSize,
                                          Text::FileColumnType,   Text::FileColumnSource,
-                                         Text::FileColumnDestination, Text::FileColumnTime};
+                                         Text::FileColumnDestination, Text::FileColumnTime,
+                                         Text::FileColumnComplete};
+
+// Files that could not be written are told on the message line, not in a box per file: a full
+// disk fails file after file, and File Mode goes on trying.
+bool IsWriteFailure(const CaptureMessage& message) {
+  return message.text == Text::FileWriteError || message.text == Text::FileNotWritten ||
+         message.text == Text::FileNotWrittenMore;
+}
 
 QString Endpoint(std::uint32_t address, std::uint16_t port) {
   return QString::fromStdString(FormatIpv4(address)) + QLatin1Char(':') + QString::number(port);
@@ -109,8 +117,11 @@ struct FileModeWindow::Impl {
   QLabel* written = nullptr;
   QLabel* bytesWritten = nullptr;
   QLabel* memory = nullptr;
+  QLabel* kernelDropped = nullptr;
+  QLabel* kernelDroppedLabel = nullptr;
   QLabel* busy = nullptr;
   QLabel* status = nullptr;
+  QLabel* messageLine = nullptr;
   QTableWidget* files = nullptr;
   QTimer timer;
   QSystemTrayIcon* tray = nullptr;
@@ -189,6 +200,11 @@ QWidget* FileModeWindow::Impl::BuildActivity(QWidget* parent) {
   written = addRow(Text::FileCounterWritten);
   bytesWritten = addRow(Text::FileCounterBytesWritten);
   memory = addRow(Text::FileCounterMemory);
+  // Shown only once the kernel has dropped something: then files may be missing parts.
+  kernelDropped = addRow(Text::FileCounterKernelDropped);
+  kernelDroppedLabel = qobject_cast<QLabel*>(form->labelForField(kernelDropped));
+  kernelDropped->hide();
+  if (kernelDroppedLabel) kernelDroppedLabel->hide();
   busy = new QLabel(QStringLiteral("----"), box);
   QFont mono(QStringLiteral("monospace"));
   mono.setStyleHint(QFont::TypeWriter);
@@ -252,6 +268,12 @@ void FileModeWindow::Impl::BuildWidgets() {
   top->addWidget(BuildActivity(central));
   layout->addLayout(top);
   layout->addWidget(BuildFileList(central), 1);
+  messageLine = new QLabel(central);
+  messageLine->setWordWrap(true);
+  messageLine->setTextInteractionFlags(Qt::TextSelectableByMouse);
+  messageLine->setStyleSheet(QStringLiteral("color: #b00020;"));
+  messageLine->hide();
+  layout->addWidget(messageLine);
   window.setCentralWidget(central);
   status = new QLabel(T(Text::FileStatusIdle), &window);
   window.statusBar()->addWidget(status, 1);
@@ -289,7 +311,10 @@ void FileModeWindow::Impl::BuildTray() {
 }
 
 // An empty folder field means the user's downloads folder; either way it is made if missing.
+// A new run starts with an empty message line.
 void FileModeWindow::Impl::PrepareFolder() {
+  messageLine->clear();
+  messageLine->hide();
   if (folder->text().trimmed().isEmpty()) {
     folder->setText(QStandardPaths::writableLocation(QStandardPaths::DownloadLocation) +
                     QStringLiteral("/VORMELT"));
@@ -310,6 +335,7 @@ void FileModeWindow::Impl::Start(const CaptureTarget& target, fm::StreamClock cl
 
 void FileModeWindow::Impl::TakeWrittenFiles() {
   for (const fm::WrittenFile& f : engine.DrainWritten()) {
+    if (!f.written()) continue;  // told on the message line
     const int row = files->rowCount();
     files->insertRow(row);
     const QString path = QFile::decodeName(f.path.c_str());
@@ -323,6 +349,8 @@ void FileModeWindow::Impl::TakeWrittenFiles() {
     files->setItem(row, kDestination,
                    new QTableWidgetItem(Endpoint(f.destination, f.destinationPort)));
     files->setItem(row, kTime, new QTableWidgetItem(ClockText(f.lastMs)));
+    files->setItem(row, kComplete,
+                   new QTableWidgetItem(T(f.complete ? Text::FileCompleteYes : Text::FileCompleteNo)));
   }
 }
 
@@ -481,12 +509,29 @@ void FileModeWindow::refresh() {
   d.written->setText(QString::number(c.filesWritten));
   d.bytesWritten->setText(Bytes(static_cast<std::int64_t>(c.bytesWritten)));
   d.memory->setText(Bytes(c.memoryInUse));
+  if (const std::uint64_t dropped = d.session.Dropped(); dropped != 0) {
+    d.kernelDropped->setText(QString::number(dropped));
+    d.kernelDropped->show();
+    if (d.kernelDroppedLabel) d.kernelDroppedLabel->show();
+  }
   d.busy->setText(QString::fromStdString(d.engine.BusyText()));
   d.status->setText(statusText());
   d.TakeWrittenFiles();
   d.KeepCounts();
   for (const CaptureMessage& message : d.session.Messages().Drain()) ShowCaptureMessage(this, message);
-  for (const CaptureMessage& message : d.engine.Messages().Drain()) ShowCaptureMessage(this, message);
+  for (const CaptureMessage& message : d.engine.Messages().Drain()) {
+    if (!IsWriteFailure(message)) {
+      ShowCaptureMessage(this, message);
+      continue;
+    }
+    QString line = FromCrLf(FormatMessage(message, Language())).simplified();
+    // The count of a run of failures follows the first one, which stays in view.
+    if (message.text == Text::FileNotWrittenMore && !d.messageLine->text().isEmpty()) {
+      line = d.messageLine->text() + QLatin1Char(' ') + line;
+    }
+    d.messageLine->setText(line);
+    d.messageLine->show();
+  }
   if (!d.dumpRunning && d.dumpResult) {
     const DumpLoadResult result = *std::exchange(d.dumpResult, std::nullopt);
     if (result.end == DumpLoadEnd::OpenFailed) {
@@ -508,6 +553,8 @@ void FileModeWindow::waitForCapture() {
   if (impl_->dumpThread.joinable()) impl_->dumpThread.join();
   refresh();
 }
+
+QString FileModeWindow::messageText() const { return impl_->messageLine->text(); }
 
 QString FileModeWindow::statusText() const {
   const Impl& d = *impl_;

@@ -56,6 +56,8 @@ class FileModeWindow : public QMainWindow {
   void waitForCapture();
 
   QString statusText() const;
+  // The message line under the list: why the last files could not be written, if any were not.
+  QString messageText() const;
   filemode::FileModeEngine& engine() const;
   QTableWidget& fileList() const;
 

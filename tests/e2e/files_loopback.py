@@ -83,6 +83,33 @@ def check(label, out_dir):
     return ok
 
 
+def packet_sockets_on_lo():
+    """Inodes of the packet sockets bound to lo and running, from /proc/net/packet."""
+    index = int(open("/sys/class/net/lo/ifindex").read())
+    inodes = set()
+    with open("/proc/net/packet") as table:
+        next(table)
+        for row in table:
+            fields = row.split()
+            if int(fields[4]) == index and fields[5] == "1":
+                inodes.add(fields[8])
+    return inodes
+
+
+def wait_capturing(pid, seconds):
+    """True once `pid` holds a packet socket that is bound to lo and running."""
+    deadline = time.monotonic() + seconds
+    while time.monotonic() < deadline:
+        try:
+            held = {os.readlink(f"/proc/{pid}/fd/{fd}") for fd in os.listdir(f"/proc/{pid}/fd")}
+        except OSError:
+            held = set()
+        if any(f"socket:[{inode}]" in held for inode in packet_sockets_on_lo()):
+            return True
+        time.sleep(0.02)
+    return False
+
+
 def main():
     if os.geteuid() != 0:
         print("needs root to capture on loopback")
@@ -95,21 +122,41 @@ def main():
     live_out, read_out = os.path.join(WORK, "live"), os.path.join(WORK, "read")
     dump = subprocess.Popen(["tcpdump", "-i", "lo", "-U", "-B", "16384", "-w", pcap, f"tcp port {port}"],
                             stderr=subprocess.DEVNULL)
+    # The default quiet time: a loaded machine may stall a sender for longer than a shorter one,
+    # and the run below waits for the files, not for the time.
     live = subprocess.Popen([CLI, "files", "--live", "127.0.0.1", "--out", live_out, "--template", "%FCS",
-                             "--ack-timeout-ms", "300", "--seconds", "10",
+                             "--ack-timeout-ms", "1000", "--seconds", "120",
                              "--manifest", os.path.join(WORK, "live.jsonl")],
                             stdout=subprocess.PIPE, stderr=subprocess.PIPE)
-    time.sleep(2.5)  # both listening before the first request, even on a busy machine
+    lines = []
+    reader = threading.Thread(target=lambda: lines.extend(iter(live.stdout.readline, b"")), daemon=True)
+    reader.start()
+    # Both must be capturing before the first request, however long starting takes here.
+    for process in (dump, live):
+        if not wait_capturing(process.pid, 30):
+            print(f"pid {process.pid} never started capturing on lo")
+            for p in (dump, live):
+                p.kill()
+            return 1
     for path in ("plain", "chunked", "gzip", "closed", "partial", "missing"):
-        subprocess.run(["curl", "-s", "-o", os.devnull, f"http://127.0.0.1:{port}/{path}"], timeout=10)
-        time.sleep(0.2)
-    out, err = live.communicate(timeout=30)
-    time.sleep(0.5)
+        subprocess.run(["curl", "-s", "-o", os.devnull, f"http://127.0.0.1:{port}/{path}"], timeout=30)
+    # Stopped once it has written what it was sent (or after a minute, to report what is missing)
+    # and the 206 and 404 streams have had their quiet time and a pass: a stop drops streams
+    # still filling, which must not pass for "nothing written".
+    sent = time.monotonic()
+    deadline = sent + 60
+    while (len(lines) < len(EXPECTED) or time.monotonic() < sent + 1.3) and live.poll() is None \
+            and time.monotonic() < deadline:
+        time.sleep(0.05)
+    live.send_signal(signal.SIGINT)
+    err = live.stderr.read()
+    live.wait(timeout=30)
+    reader.join(timeout=10)
     dump.send_signal(signal.SIGINT)
     dump.wait(timeout=10)
     server.shutdown()
     if live.returncode != 0:
-        print("live run failed:", err.decode(errors="replace"))
+        print("live run failed:", live.returncode, err.decode(errors="replace"))
         return 1
     ok = check("live", live_out)
     with open(os.path.join(WORK, "live.jsonl")) as manifest:

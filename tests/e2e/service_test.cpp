@@ -265,9 +265,9 @@ TEST(ServiceRun, FileModeWritesADownloadedBody) {
     GTEST_SKIP() << "curl or python3 is missing";
   }
   TempDir dir;
-  const std::string served = dir.File("served"), out = dir.File("out");
+  // The folder does not exist yet: the service makes it.
+  const std::string served = dir.File("served"), out = dir.File("out/made/here");
   std::filesystem::create_directories(served);
-  std::filesystem::create_directories(out);
   std::string body;
   for (int i = 0; i < 4000; ++i) body += "line " + std::to_string(i) + " of the served page\n";
   std::ofstream(served + "/page.txt") << body;
@@ -295,6 +295,18 @@ TEST(ServiceRun, FileModeWritesADownloadedBody) {
   ASSERT_EQ(written.size(), 1u) << ReadFile(service.errFile);
   EXPECT_TRUE(written[0] == body);
   EXPECT_NE(ReadFile(service.errFile).find("File written: "), std::string::npos);
+}
+
+TEST(ServiceRun, FileModeSaysPlainlyWhenItCannotMakeItsFolder) {
+  if (std::string_view(VORMELT_PROGRAM_PATH).empty()) GTEST_SKIP() << "built without vormelt";
+  TempDir dir;
+  std::ofstream(dir.File("plain")) << "a file, not a folder";
+  NotifySocket notify(dir.File("notify"));
+  const Service service = StartService(dir, 1, notify.path(),
+                                       R"(,"fileMode":{"folder":")" + dir.File("plain/out") + R"("})");
+  EXPECT_EQ(AwaitExit(service.pid, 5s), 78);
+  EXPECT_NE(ReadFile(service.errFile).find("cannot create its folder " + dir.File("plain/out") + " (Not a directory)"),
+            std::string::npos) << ReadFile(service.errFile);
 }
 
 }  // namespace

@@ -15,6 +15,7 @@
 #include "filemode/mime_table.hpp"
 #include "filemode/stream_table.hpp"
 #include "support/pcap_file.hpp"
+#include "support/small_disk.hpp"
 #include "support/tcp_stream.hpp"
 
 namespace vormelt::filemode {
@@ -58,6 +59,14 @@ struct EngineRun {
     files = engine.DrainWritten();
     counters = engine.Counters();
     messages = engine.Messages().Drain();
+  }
+  std::vector<std::string> Listing() const {
+    std::vector<std::string> names;
+    for (const auto& entry : fs::directory_iterator(options.naming.folder)) {
+      names.push_back(entry.path().filename());
+    }
+    std::sort(names.begin(), names.end());
+    return names;
   }
   std::string Body(std::size_t i = 0) const { return ReadFile(files.at(i).path); }
   std::string Name(std::size_t i = 0) const { return fs::path(files.at(i).path).filename(); }
@@ -110,6 +119,14 @@ TEST(HttpRecognition, ChunksStopAtZeroGarbageOrWhatDidNotArrive) {
   EXPECT_EQ(walk("5\r\nhello\r\nffffffffffffffff\r\nabc", &whole), "hello");
   EXPECT_FALSE(whole);
   EXPECT_EQ(walk("3\r\nab"), "");
+  // A chunk must be followed by its CR LF: cut right after the data it is not there yet, and
+  // other bytes in its place leave the body written but not whole.
+  EXPECT_EQ(walk("2\r\nab", &whole), "");
+  EXPECT_FALSE(whole);
+  EXPECT_EQ(walk("2\r\nab\r\n0\r\n\r\n", &whole), "ab");
+  EXPECT_TRUE(whole);
+  EXPECT_EQ(walk("2\r\nabXY0\r\n\r\n", &whole), "ab");
+  EXPECT_FALSE(whole);
   EXPECT_EQ(walk("zz\r\nab"), "");
   EXPECT_EQ(walk("2"), "");
 }
@@ -197,6 +214,19 @@ TEST(FileModeEngine, OutOfOrderDuplicatesAndGaps) {
   ASSERT_EQ(gap.files.size(), 1u);
   EXPECT_EQ(gap.Body(), body.substr(0, 3000 - (response.size() - body.size())));
   EXPECT_FALSE(gap.files[0].complete);
+
+  // A tail-loss probe: the sender sends the end of a segment again, from inside it. The body is
+  // whole by its length; a copy of bytes already there is no lost part.
+  auto probed = test::ResponseSegments(response);
+  test::ResponseFlow probe;
+  probe.firstSequence += 1500;
+  const auto copy = test::ResponseSegments(std::string_view(response).substr(1500, 500), probe);
+  probed.insert(probed.begin() + 2, copy.begin(), copy.end());
+  EngineRun retransmitted;
+  retransmitted.Feed(probed);
+  ASSERT_EQ(retransmitted.files.size(), 1u);
+  EXPECT_EQ(retransmitted.Body(), body);
+  EXPECT_TRUE(retransmitted.files[0].complete);
 
   // Two copies of the last segment: the first found wins, or the later neighbour when asked.
   auto copies = test::ResponseSegments(response);
@@ -303,7 +333,9 @@ TEST(FileModeEngine, LinksAreNeverFollowedAndNumberedNamesEnd) {
   linked.options.naming.overwrite = true;
   fs::create_symlink(outside.File("victim"), linked.dir.File("f0.txt"));
   linked.Feed(test::ResponseSegments(Response("", "x")));
-  EXPECT_TRUE(linked.files.empty());
+  ASSERT_EQ(linked.files.size(), 1u);
+  EXPECT_FALSE(linked.files[0].written());
+  EXPECT_TRUE(fs::is_symlink(linked.dir.File("f0.txt")));
   EXPECT_FALSE(fs::exists(outside.File("victim")));
   ASSERT_EQ(linked.messages.size(), 1u);
   EXPECT_EQ(linked.messages[0].text, Text::FileWriteError);
@@ -321,6 +353,74 @@ TEST(FileModeEngine, LinksAreNeverFollowedAndNumberedNamesEnd) {
   EXPECT_TRUE(taken.files.empty());
   EXPECT_TRUE(taken.messages.empty());
   EXPECT_EQ(ReadFile(taken.dir.File("n.txt")), "old");
+}
+
+// A full disk: each body that does not fit is reported (the first of a run of failures with
+// its path and reason, the rest as a count), leaves neither a short file nor a part file, and
+// the next body that fits is written.
+TEST(FileModeEngine, BodiesThatDoNotFitAreReportedAndNothingOfThemIsKept) {
+  test::SmallDisk disk(256 << 10);
+  VORMELT_REQUIRE_SMALL_DISK(disk);
+  std::vector<test::Bytes> packets;
+  const auto add = [&](std::uint32_t ack, std::size_t size) {
+    test::ResponseFlow flow;
+    flow.ack = ack;
+    flow.segmentSize = 60000;
+    const std::string body(size, static_cast<char>('a' + ack % 26));
+    for (auto& p : test::ResponseSegments(Response("Content-Length: " + std::to_string(size) + "\r\n", body), flow)) {
+      packets.push_back(p);
+    }
+  };
+  add(1, 400'000);
+  add(2, 500'000);
+  add(3, 300'000);
+  add(4, 20'000);
+  EngineRun run;
+  run.options.naming.folder = disk.path();
+  run.Feed(packets);
+  ASSERT_EQ(run.files.size(), 4u);
+  for (std::size_t i = 0; i < 3; ++i) {
+    EXPECT_FALSE(run.files[i].written());
+    EXPECT_EQ(run.files[i].error, "No space left on device");
+    EXPECT_FALSE(run.files[i].complete);
+    EXPECT_EQ(run.files[i].size, 0u);
+  }
+  EXPECT_TRUE(run.files[3].written());
+  EXPECT_EQ(run.Name(3), "f0.txt");  // counted only when written
+  EXPECT_EQ(run.Body(3), std::string(20'000, 'e'));
+  EXPECT_EQ(run.Listing(), std::vector<std::string>{"f0.txt"});
+  EXPECT_EQ(run.counters.filesWritten, 1u);
+  EXPECT_EQ(run.counters.filesFailed, 3u);
+  EXPECT_EQ(run.counters.bytesWritten, 20'000u);
+  ASSERT_EQ(run.messages.size(), 2u);
+  EXPECT_EQ(run.messages[0].text, Text::FileNotWritten);
+  EXPECT_EQ(*run.messages[0].textArgument, run.files[0].path + " (No space left on device)");
+  EXPECT_EQ(run.messages[1].text, Text::FileNotWrittenMore);
+  EXPECT_EQ(run.messages[1].numberArgument, 2);
+}
+
+// Without over-writing, a file that takes the name while ours is being written is left alone
+// and ours gets the next number; with over-writing, ours replaces it.
+TEST(FileNaming, ANameTakenWhileWritingIsNotReplaced) {
+  for (const bool overwrite : {false, true}) {
+    test::TempDir dir;
+    NamingOptions options;
+    options.folder = dir.path();
+    options.overwrite = overwrite;
+    int fills = 0;
+    const PlacedFile placed = PlaceFile(options, "n", "txt", 0, 0, [&](FileBeside& file) {
+      if (fills++ == 0) std::ofstream(dir.File("n.txt")) << "theirs";
+      EXPECT_FALSE(fs::exists(dir.File("n_2.txt")));  // nothing under a final name yet
+      file.Write(std::string_view("ours"));
+    });
+    ASSERT_EQ(placed.outcome, PlaceOutcome::Written);
+    EXPECT_EQ(placed.path, dir.File(overwrite ? "n.txt" : "n_2.txt"));
+    EXPECT_EQ(ReadFile(dir.File("n.txt")), overwrite ? "ours" : "theirs");
+    EXPECT_EQ(ReadFile(placed.path), "ours");
+    EXPECT_EQ(fills, overwrite ? 1 : 2);
+    EXPECT_FALSE(fs::exists(dir.File(".n.txt.part")));
+    EXPECT_FALSE(fs::exists(dir.File(".n_2.txt.part")));
+  }
 }
 
 }  // namespace

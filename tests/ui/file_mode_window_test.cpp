@@ -9,6 +9,7 @@
 #ifndef Q_MOC_RUN
 #include "common/settings.hpp"
 #include "support/pcap_file.hpp"
+#include "support/small_disk.hpp"
 #include "support/tcp_stream.hpp"
 #include "ui/file_mode_window.hpp"
 #include "ui/file_naming_dialog.hpp"
@@ -50,6 +51,13 @@ class FileModeWindowTest : public QObject {
                "HTTP/1.1 200 OK\r\nContent-Type: image/png\r\n\r\n" + std::string(4000, 'p'))) {
         pcap.Write(packet);
       }
+      // A second file that lost its second segment: listed, and marked as not complete.
+      test::ResponseFlow lossy;
+      lossy.ack = 2000;
+      auto segments = test::ResponseSegments(
+          "HTTP/1.1 200 OK\r\nContent-Length: 3000\r\n\r\n" + std::string(3000, 'q'), lossy);
+      segments.erase(segments.begin() + 1);
+      for (const auto& packet : segments) pcap.Write(packet);
     }
     ProgramSettings settings;
     settings.fileMode.folder = dir.File("out");
@@ -58,12 +66,43 @@ class FileModeWindowTest : public QObject {
     QVERIFY(window.openCaptureFile(QString::fromStdString(dir.File("web.pcap"))));
     window.waitForCapture();
     QTableWidget& files = window.fileList();
-    QCOMPARE(files.rowCount(), 1);
+    QCOMPARE(files.rowCount(), 2);
     QCOMPARE(files.item(0, 0)->text(), QStringLiteral("0.png"));
     QCOMPARE(files.item(0, 2)->text(), QStringLiteral("image/png"));
+    QCOMPARE(files.horizontalHeaderItem(6)->text(), language ? QStringLiteral("Vollständig") : QStringLiteral("Complete"));
+    QCOMPARE(files.item(0, 6)->text(), language ? QStringLiteral("Ja") : QStringLiteral("Yes"));
+    QCOMPARE(files.item(1, 0)->text(), QStringLiteral("1.txt"));
+    QVERIFY(files.item(1, 6)->text().startsWith(language ? QStringLiteral("Nein") : QStringLiteral("No")));
     QCOMPARE(window.statusText(), language ? QStringLiteral("Status: Fertig") : QStringLiteral("Status: Done"));
-    QCOMPARE(settings.fileMode.countInstalled, 1u);
+    QCOMPARE(settings.fileMode.countInstalled, 2u);
     Snapshot(window, QStringLiteral("file-mode-window-") + LanguageTag());
+  }
+
+  // A body that does not fit is told on the message line with its path and reason, and is not
+  // listed; the run goes on.
+  void aFullDiskIsToldOnTheMessageLine() {
+    ui::SetLanguage(UiLanguage::English);
+    test::SmallDisk disk(128 << 10);
+    if (!disk.mounted()) QSKIP("no small tmpfs");
+    test::TempDir dir;
+    {
+      test::PcapFileWriter pcap(dir.File("big.pcap"), test::kLinkRaw);
+      test::ResponseFlow flow;
+      flow.segmentSize = 60000;
+      for (const auto& packet : test::ResponseSegments(
+               "HTTP/1.1 200 OK\r\n\r\n" + std::string(300'000, 'b'), flow)) {
+        pcap.Write(packet);
+      }
+    }
+    ProgramSettings settings;
+    settings.fileMode.folder = disk.path().string();
+    settings.fileMode.nameTemplate = "%FCS";
+    ui::FileModeWindow window(settings, false, false);
+    QVERIFY(window.openCaptureFile(QString::fromStdString(dir.File("big.pcap"))));
+    window.waitForCapture();
+    QCOMPARE(window.fileList().rowCount(), 0);
+    QVERIFY2(window.messageText().contains(QString::fromStdString(disk.path().string() + "/0.txt (No space left on device)")),
+             qPrintable(window.messageText()));
   }
 
   void namingPreviewFollowsLevelsAndApplyWrites() {
