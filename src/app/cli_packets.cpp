@@ -392,18 +392,11 @@ int RunPackets(std::span<const std::string> args, std::ostream& out, std::ostrea
   // A stop is how a live capture ends; it does not also cut short writing what was captured.
   // Another one does.
   stop.Lower();
-  if (options.logFind.logging) {
-    engine.StopLogging();
-    const LogStatus logged = engine.LoggingStatus();
-    err << logged.packetsLogged << " packets logged in " << logged.filesBegun << " files\n";
-    if (logged.writeFailed) {
-      err << "vormelt-cli: " << FormatText(Text::LogWriteFailed, UiLanguage::English,
-                                           logged.currentFile.c_str()) << "\n";
-      status = kExitFailed;
-    }
-  }
-  // What a full store holds is written out as well: the limit line has said what it lacks.
-  if (status == kExitOk || !options.loadDump.empty() || engine.Store().LimitReached()) {
+  // What a full store holds is written out as well: the limit line has said what it lacks. A
+  // failed log is no reason to keep back the files asked for.
+  const bool write = status == kExitOk || !options.loadDump.empty() || engine.Store().LimitReached();
+  if (options.logFind.logging) status = FinishLogging(engine, status, err);
+  if (write) {
     status = std::max(status, WriteOutputs(engine.Store(), options, stop, err));
   }
   return status;

@@ -2,18 +2,22 @@
 // the option; a settings problem the logging window would refuse is refused here the same way.
 #include "app/cli_packets_log.hpp"
 
+#include <algorithm>
 #include <cctype>
 #include <charconv>
 #include <ostream>
 
 #include "app/cli.hpp"
+#include "app/headless.hpp"
 #include "packetmode/packet_find.hpp"
 #include "packetmode/packet_logger.hpp"
+#include "packetmode/packet_mode_engine.hpp"
 
 namespace vormelt::cli {
 namespace {
 
 constexpr int kExitUsage = 2;
+constexpr int kExitFailed = 1;
 constexpr std::int64_t kMaxSeconds = 0x7FFFFFFF;
 constexpr std::int64_t kMaxKilobytes = 1LL << 30;
 constexpr std::string_view kSingleLogName = "VORMELT_LOG";
@@ -108,6 +112,30 @@ int CheckLogFindOptions(LogFindOptions& options, std::ostream& err) {
     return Bad(err, Tr(*problem, UiLanguage::English));
   }
   return 0;
+}
+
+int FinishLogging(PacketModeEngine& engine, int status, std::ostream& err) {
+  {
+    // A SIGINT or SIGTERM now must not cut the last pass short; the run is ending anyway, so
+    // those that came meanwhile are taken here rather than left to end the process later.
+    StopSignals holdSignals;
+    engine.StopLogging();
+    while (holdSignals.Wait(std::chrono::milliseconds(0))) {}
+  }
+  const LogStatus logged = engine.LoggingStatus();
+  err << logged.packetsLogged << " packets logged in " << logged.filesBegun << " files";
+  if (logged.notLogged() > 0) err << ", " << logged.notLogged() << " not logged";
+  err << "\n";
+  if (logged.writeFailed()) {
+    std::string line = FormatText(Text::LogWriteFailed, UiLanguage::English,
+                                  (logged.failedFile + ": " + logged.failureReason).c_str());
+    std::erase(line, '\r');
+    line.erase(std::unique(line.begin(), line.end(), [](char a, char b) { return a == '\n' && b == '\n'; }),
+               line.end());
+    std::ranges::replace(line, '\n', ' ');
+    err << "vormelt-cli: " << line << "\n";
+  }
+  return logged.writeFailed() || logged.notLogged() > 0 ? kExitFailed : status;
 }
 
 std::string FindNeedle(const LogFindOptions& options, bool matchCase) {

@@ -12,6 +12,10 @@
 #include "common/settings.hpp"
 #include "packets/record.hpp"
 
+namespace vormelt {
+class PacketModeEngine;
+}
+
 namespace vormelt::cli {
 
 struct LogFindOptions {
@@ -27,6 +31,12 @@ std::optional<int> ParseLogFindOption(std::span<const std::string> args, std::si
                                       LogFindOptions& options, std::ostream& err);
 // The checks that need every option seen: 0 or the usage status.
 int CheckLogFindOptions(LogFindOptions& options, std::ostream& err);
+
+// Ends automatic logging after the capture (the last packets are written, the file closed;
+// a stop signal meanwhile waits until that is done) and prints the summary: packets logged,
+// files, what was not logged, and the failure with its file and reason. Returns `status`, or
+// the failure status when anything could not be logged.
+int FinishLogging(PacketModeEngine& engine, int status, std::ostream& err);
 
 // The --find text as Find searches for it (folded unless `matchCase`); empty without --find.
 std::string FindNeedle(const LogFindOptions& options, bool matchCase);

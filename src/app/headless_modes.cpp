@@ -44,6 +44,9 @@ class PendingLines {
     own_.push_back({Text::ProgramTitle, text, MessageIcon::Information, std::move(argument),
                     std::nullopt});
   }
+  void Add(Text text, long number) {
+    own_.push_back({Text::ProgramTitle, text, MessageIcon::Information, std::nullopt, number});
+  }
   std::vector<std::string> Take(MessageQueue& capture, UiLanguage language) {
     std::vector<std::string> lines;
     for (const CaptureMessage& message : capture.Drain()) {
@@ -68,6 +71,8 @@ class PacketHeadless final : public HeadlessMode {
         dateTimeTemplate_(settings.packetMode.dateTimeTemplate) {
     // As the window sets its engine up: the filter switches from the settings, then the profile.
     engine_.SetDateTimeTemplate(settings.packetMode.dateTimeTemplate);
+    // No one presses Clear here: a full store is renewed, after the logger has logged it.
+    engine_.SetRenewWhenFull(true);
     engine_.Filter().SetFilteringEnabled(settings.packetMode.filteringEnabled);
     engine_.Filter().SetMatchCase(settings.packetMode.matchCase);
     // A damaged filter profile is kept aside and the defaults filter; the journal hears why.
@@ -104,16 +109,33 @@ class PacketHeadless final : public HeadlessMode {
                       static_cast<int>(engine_.Store().ItemCount()));
   }
 
-  // Without logging there is nowhere for old packets to go: the store is emptied and the
-  // capture goes on, so the newest packets are always there.
+  // The engine renews a full store itself; the journal hears how many packets went unlogged,
+  // and each episode of log files that cannot be written, with the file and the reason.
   void Tick(std::chrono::steady_clock::duration) override {
+    if (const std::int64_t dropped = engine_.TakeDroppedUnlogged(); dropped > 0) {
+      lines_.Add(Text::ServiceDroppedUnlogged, static_cast<long>(dropped));
+    }
+    const LogStatus logged = engine_.LoggingStatus();
+    if (logged.failureEpisodes > failuresTold_) {
+      failuresTold_ = logged.failureEpisodes;
+      lines_.Add(Text::LogWriteFailed, logged.failedFile + ": " + logged.failureReason);
+    }
+    // Should a capture end on a full store all the same, it starts again on an empty one.
     if (engine_.Capturing() || !StoppedByFullStore()) return;
     engine_.Clear();
     engine_.StartLive(target_);
     lines_.Add(Text::ServiceStoreRenewed);
   }
 
-  void Stop() override { engine_.Quit(); }
+  // The capture ends first; then the logger writes what is left and closes its file.
+  void Stop() override {
+    engine_.Quit();
+    engine_.StopLogging();
+    Tick({});
+    if (const LogStatus logged = engine_.LoggingStatus(); logged.notLogged() > 0) {
+      lines_.Add(Text::LogNotLoggedAtStop, static_cast<long>(logged.notLogged()));
+    }
+  }
 
   std::vector<std::string> TakeMessages(UiLanguage language) override {
     std::vector<std::string> lines = std::move(told_);
@@ -133,6 +155,7 @@ class PacketHeadless final : public HeadlessMode {
   LoggingSettings logging_;
   std::string dateTimeTemplate_;
   std::vector<std::string> told_;
+  std::int64_t failuresTold_ = 0;
   PendingLines lines_;
   PacketModeEngine engine_;  // last: its capture ends before the rest goes
 };

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "capture/capture_writer.hpp"
+#include "common/file_write.hpp"
 
 namespace vormelt {
 namespace {
@@ -23,7 +24,10 @@ class TextLogForm final : public LogForm {
     Close();
     const int flags = O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOFOLLOW | (fresh ? O_EXCL : 0);
     fd_ = ::open(path.c_str(), flags, 0644);
-    if (fd_ < 0) return errno == EEXIST ? LogOpen::Exists : LogOpen::Failed;
+    if (fd_ < 0) {
+      failure_ = ErrnoText(errno);
+      return errno == EEXIST ? LogOpen::Exists : LogOpen::Failed;
+    }
     struct stat info {};
     size_ = ::fstat(fd_, &info) == 0 ? static_cast<std::uint64_t>(info.st_size) : 0;
     return LogOpen::Opened;
@@ -32,21 +36,20 @@ class TextLogForm final : public LogForm {
   std::size_t Add(PacketRef packet) override { return renderer_.Append(packet, pending_); }
 
   bool Flush() override {
-    std::string_view bytes = pending_;
-    bool ok = fd_ >= 0;
-    while (ok && !bytes.empty()) {
-      const ssize_t written = ::write(fd_, bytes.data(), bytes.size());
-      if (written < 0 && errno == EINTR) continue;
-      if (written <= 0) {
-        ok = false;
-        break;
-      }
-      size_ += static_cast<std::uint64_t>(written);
-      bytes.remove_prefix(static_cast<std::size_t>(written));
+    if (fd_ < 0) {
+      failure_ = ErrnoText(EBADF);
+      return false;
     }
-    pending_.clear();
-    return ok;
+    const WriteOutcome outcome = WriteAll(fd_, pending_);
+    size_ += outcome.written;
+    pending_.erase(0, static_cast<std::size_t>(outcome.written));
+    if (!outcome.ok()) failure_ = ErrnoText(outcome.error);
+    return outcome.ok();
   }
+
+  bool Pending() const override { return !pending_.empty(); }
+  std::string Failure() const override { return failure_; }
+  bool IsOpen() const override { return fd_ >= 0; }
 
   void Close() override {
     if (fd_ >= 0) ::close(fd_);
@@ -58,6 +61,7 @@ class TextLogForm final : public LogForm {
  private:
   PacketRenderer renderer_;
   std::string pending_;
+  std::string failure_;
   int fd_ = -1;
   std::uint64_t size_ = 0;
 };
@@ -69,48 +73,72 @@ class PcapngLogForm final : public LogForm {
   ~PcapngLogForm() override { Close(); }
 
   LogOpen Open(const std::string& path, bool fresh) override {
+    failure_.clear();
+    path_ = path;
     const bool opened = writer_.Open(path, CaptureFileFormat::Pcapng,
                                      fresh ? CaptureOpenMode::CreateNew : CaptureOpenMode::Continue);
     if (opened) return LogOpen::Opened;
+    failure_ = writer_.Error();
+    if (failure_.starts_with(path_ + ": ")) failure_.erase(0, path_.size() + 2);
     return writer_.NameTaken() ? LogOpen::Exists : LogOpen::Failed;
   }
 
   std::size_t Add(PacketRef packet) override {
-    pending_.push_back({bytes_.size(), packet.frameLength, packet.kind, packet.time});
+    pending_.push_back(PendingFrame{bytes_.size(), packet.frameLength, packet.kind, packet.time});
     bytes_.insert(bytes_.end(), packet.frame, packet.frame + packet.frameLength);
     // An Enhanced Packet Block: 32 bytes around the frame, padded to four bytes.
     return 32 + ((packet.frameLength + 3) & ~3u);
   }
 
+  // A frame the writer refused stays, with those after it, for the next Flush. The writer is
+  // buffered: when handing the buffer to the system fails, which frames reached the file is
+  // unknown, so all of them stay (a frame may then be in two files rather than in none).
   bool Flush() override {
-    bool ok = writer_.IsOpen();
-    for (const Pending& packet : pending_) {
-      if (!ok) break;
+    std::size_t done = 0;
+    for (; writer_.IsOpen() && done < pending_.size(); ++done) {
+      const PendingFrame& packet = pending_[done];
       FrameRecord record;
       record.bytes = std::span<const std::uint8_t>(bytes_.data() + packet.offset, packet.length);
       record.wireLength = packet.length;
       record.kind = packet.kind;
       record.time = packet.time;
-      ok = writer_.Write(record);
+      if (!writer_.Write(record)) break;
     }
-    pending_.clear();
-    bytes_.clear();
-    return ok && writer_.Flush();
+    if (done == pending_.size() && writer_.IsOpen() && writer_.Flush()) {
+      pending_.clear();
+      bytes_.clear();
+      return true;
+    }
+    // The writer's text begins with the path, which the logger names itself.
+    failure_ = writer_.Error().empty() ? ErrnoText(EBADF) : writer_.Error();
+    if (failure_.starts_with(path_ + ": ")) failure_.erase(0, path_.size() + 2);
+    if (!writer_.IsOpen()) done = 0;
+    pending_.erase(pending_.begin(), pending_.begin() + static_cast<std::ptrdiff_t>(done));
+    return false;
   }
 
-  void Close() override { writer_.Close(); }
+  bool Pending() const override { return !pending_.empty(); }
+  std::string Failure() const override { return failure_; }
+  bool IsOpen() const override { return writer_.IsOpen(); }
+
+  void Close() override {
+    writer_.Close();
+    failure_.clear();
+  }
   std::uint64_t FileSize() const override { return writer_.FileSize(); }
 
  private:
-  struct Pending {
+  struct PendingFrame {
     std::size_t offset;
     std::uint32_t length;
     InterfaceKind kind;
     CaptureTime time;
   };
   CaptureFileWriter writer_;
-  std::vector<Pending> pending_;
+  std::vector<PendingFrame> pending_;
   std::vector<std::uint8_t> bytes_;
+  std::string path_;
+  std::string failure_;
 };
 
 }  // namespace

@@ -24,10 +24,17 @@ class LogForm {
   // Under the store lock: copies or renders one packet into the form's own buffer.
   // Returns the bytes it will add to the file.
   virtual std::size_t Add(PacketRef packet) = 0;
-  // Without the lock: writes what Add took since the last Flush. False when the write failed
-  // (what was taken is dropped either way, so one bad disk does not grow memory forever).
+  // Without the lock: writes what Add took and no Flush wrote yet. False when a write failed;
+  // what was not written stays for the next Flush (into this file or the next one opened),
+  // so a full disk loses nothing that a later write can still place.
   virtual bool Flush() = 0;
+  // Taken by Add and not yet written.
+  virtual bool Pending() const = 0;
+  // Why the last Open or Flush failed, in the system's words.
+  virtual std::string Failure() const = 0;
   virtual void Close() = 0;
+  // A file is open (a form may close its file itself when a write fails).
+  virtual bool IsOpen() const = 0;
   // The open file's size: what it held when opened plus what was written since.
   virtual std::uint64_t FileSize() const = 0;
 };

@@ -1,8 +1,11 @@
 // Index file appender and pruner. Plain file descriptors: the pruner reads the index byte by
 // byte through a small buffer and copies its tail in 4096-byte blocks, whatever its size.
+// The index is outside input that names files to delete, so the pruner deletes only regular
+// files that sit directly in the log folder, by name relative to the folder it opened.
 #include "packetmode/log_index.hpp"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -10,9 +13,11 @@
 #include <chrono>
 #include <cstdio>
 #include <ctime>
+#include <filesystem>
 #include <optional>
 
 #include "common/clock.hpp"
+#include "common/file_write.hpp"
 #include "common/unique_fd.hpp"
 
 namespace vormelt {
@@ -20,18 +25,7 @@ namespace {
 
 constexpr std::size_t kBlockSize = 4096;
 constexpr std::size_t kMaxPathLine = 4095;
-constexpr std::string_view kTempSuffix = "_TEMP.txt";
 constexpr int kEndOfFile = -1;
-
-bool WriteAll(int fd, std::string_view bytes) {
-  while (!bytes.empty()) {
-    const ssize_t written = ::write(fd, bytes.data(), bytes.size());
-    if (written < 0 && errno == EINTR) continue;
-    if (written <= 0) return false;
-    bytes.remove_prefix(static_cast<std::size_t>(written));
-  }
-  return true;
-}
 
 // Reads the index one byte at a time through a block buffer.
 class ByteReader {
@@ -45,9 +39,9 @@ class ByteReader {
   void Unread() { --pos_; }  // only right after a Next that returned a byte
 
   // Copies what is left (the buffered part first) to `out`. False on a failed read or write.
-  bool CopyRest(int out) {
+  bool CopyRest(FileBeside& out) {
     do {
-      if (!WriteAll(out, std::string_view(buffer_.data() + pos_, size_ - pos_))) return false;
+      if (!out.Write(std::string_view(buffer_.data() + pos_, size_ - pos_)).ok()) return false;
       pos_ = size_;
     } while (Fill());
     return !failed_;
@@ -119,25 +113,47 @@ std::string ReadPathLine(ByteReader& reader) {
   return line.substr(first, last - first + 1);
 }
 
-// Writes the kept entries to a fresh temporary index and puts it in the index's place.
-// False when no temporary file could be made or filled: the caller then deletes the index.
-bool RewriteIndex(const std::string& indexPath, UniqueFd& index, ByteReader& reader,
-                  const std::array<char, kLogStampLength + 1>& stamp) {
-  const std::string tempPath = indexPath.substr(0, indexPath.size() - 4) + std::string(kTempSuffix);
-  UniqueFd temp(::open(tempPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0644));
-  if (temp.get() < 0) return false;
-  if (!WriteAll(temp.get(), "\r\n") ||
-      !WriteAll(temp.get(), std::string_view(stamp.data(), kLogStampLength)) ||
-      !reader.CopyRest(temp.get())) {
-    temp.Close();
-    ::unlink(tempPath.c_str());
-    return false;
+enum class Rewrite : std::uint8_t { Done, Kept, NoTemporary };
+
+// Writes the kept entries to a temporary index beside the index and, once it is whole and on
+// disk, renames it over the index. A temporary that cannot be filled (a full disk) is removed
+// and the old index stays: its expired entries name files already gone, which the next prune
+// passes over, while a lost index would leave every later log unprunable.
+Rewrite RewriteIndex(int folderFd, ByteReader& reader,
+                     const std::array<char, kLogStampLength + 1>& stamp) {
+  int error = 0;
+  FileBeside temp = FileBeside::Create(folderFd, kLogIndexFileName, error);
+  if (!temp) return Rewrite::NoTemporary;
+  temp.Write("\r\n");
+  temp.Write(std::string_view(stamp.data(), kLogStampLength));  // a failure sticks
+  if (temp.error() != 0 || !reader.CopyRest(temp)) return Rewrite::Kept;
+  return temp.Commit(true) == 0 ? Rewrite::Done : Rewrite::Kept;
+}
+
+// The file an entry names, when it is directly in the log folder: its name there. The index
+// and its temporary are never log files.
+std::optional<std::string> NameInFolder(const std::string& logPath, const std::string& folder) {
+  const std::filesystem::path path = std::filesystem::path(logPath).lexically_normal();
+  if (path.parent_path() != std::filesystem::path(folder).lexically_normal()) return std::nullopt;
+  std::string name = path.filename().string();
+  if (name.empty() || name == "." || name == ".." || name == kLogIndexFileName ||
+      name == "." + std::string(kLogIndexFileName) + ".part") {
+    return std::nullopt;
   }
-  index.Close();
-  ::unlink(indexPath.c_str());
-  temp.Close();
-  ::rename(tempPath.c_str(), indexPath.c_str());
-  return true;
+  return name;
+}
+
+// Deletes the entry's file if it is a regular file in the folder; anything else (a path
+// elsewhere, a link, a folder) stays, silently, as a file already gone does.
+void DeleteLogFile(int folderFd, const std::string& logPath, const std::string& folder) {
+  const std::optional<std::string> name = NameInFolder(logPath, folder);
+  if (!name) return;
+  struct stat status {};
+  if (::fstatat(folderFd, name->c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 ||
+      !S_ISREG(status.st_mode)) {
+    return;
+  }
+  ::unlinkat(folderFd, name->c_str(), 0);
 }
 
 }  // namespace
@@ -162,19 +178,50 @@ std::string LogStamp(CaptureTime time) {
   return std::string(text, n > 0 ? static_cast<std::size_t>(n) : 0);
 }
 
-void AppendLogIndexEntry(std::string_view folder, std::string_view logPath, CaptureTime now) {
+int AppendLogIndexEntry(std::string_view folder, std::string_view logPath, CaptureTime now) {
   const std::string path = LogIndexPath(folder);
   UniqueFd index(::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOFOLLOW, 0644));
-  if (index.get() < 0) return;
+  if (!index) return errno;
   std::string entry = "\r\n" + LogStamp(now) + "    ";
   entry += logPath;
-  WriteAll(index.get(), entry);
+  // An entry is whole or absent: a short write (a full disk) is cut off again, so the pruner
+  // never reads half a path and the next entry starts on its own line.
+  struct stat before {};
+  if (::fstat(index.get(), &before) != 0) return errno;
+  const WriteOutcome outcome = WriteAll(index.get(), entry);
+  if (!outcome.ok() && outcome.written > 0) {
+    // Truncating frees blocks, so it works on a full disk too.
+    if (::ftruncate(index.get(), before.st_size) != 0) return outcome.error;
+  }
+  return outcome.error;
+}
+
+void RemoveLastLogIndexEntry(std::string_view folder, std::string_view logPath) {
+  const std::string path = LogIndexPath(folder);
+  UniqueFd index(::open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW));
+  struct stat status {};
+  const std::size_t entryLength = 2 + kLogStampLength + 4 + logPath.size();
+  if (!index || ::fstat(index.get(), &status) != 0 ||
+      static_cast<std::uint64_t>(status.st_size) < entryLength) {
+    return;
+  }
+  const off_t start = status.st_size - static_cast<off_t>(entryLength);
+  std::string tail(entryLength, '\0');
+  if (::pread(index.get(), tail.data(), entryLength, start) != static_cast<ssize_t>(entryLength)) return;
+  if (tail.starts_with("\r\n") && tail.ends_with(std::string("    ") + std::string(logPath))) {
+    ::ftruncate(index.get(), start);
+  }
 }
 
 void PruneLogFiles(std::string_view folder, std::int64_t maxAgeSeconds, CaptureTime now) {
   const std::string indexPath = LogIndexPath(folder);
-  UniqueFd index(::open(indexPath.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW));
-  if (index.get() < 0) return;
+  const std::string folderPath = indexPath.substr(0, indexPath.size() - kLogIndexFileName.size() - 1);
+  UniqueFd folderFd(::open(folderPath.empty() ? "/" : folderPath.c_str(),
+                           O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  if (!folderFd) return;
+  UniqueFd index(::openat(folderFd.get(), std::string(kLogIndexFileName).c_str(),
+                          O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
+  if (!index) return;
   const std::int64_t nowMs = Milliseconds(now);
   ByteReader reader(index.get());
   for (;;) {
@@ -194,14 +241,13 @@ void PruneLogFiles(std::string_view folder, std::int64_t maxAgeSeconds, CaptureT
     // Whole seconds, truncated toward zero: an entry a fraction over the age is still kept.
     const std::int64_t age = stampMs ? (nowMs - *stampMs) / 1000 : 0;
     if (!stampMs || age <= maxAgeSeconds) {
-      if (RewriteIndex(indexPath, index, reader, stamp)) return;
+      if (RewriteIndex(folderFd.get(), reader, stamp) != Rewrite::NoTemporary) return;
       break;
     }
-    const std::string logPath = ReadPathLine(reader);
-    if (!logPath.empty()) ::unlink(logPath.c_str());  // already gone: nothing to say
+    DeleteLogFile(folderFd.get(), ReadPathLine(reader), folderPath.empty() ? "/" : folderPath);
   }
   index.Close();
-  ::unlink(indexPath.c_str());
+  ::unlinkat(folderFd.get(), std::string(kLogIndexFileName).c_str(), 0);
 }
 
 }  // namespace vormelt

@@ -22,12 +22,19 @@ std::string LogIndexPath(std::string_view folder);
 std::string LogStamp(CaptureTime time);
 
 // Appends CR LF, the stamp of `now`, four blanks and `logPath` to the folder's index, creating
-// it when absent. Silent: a failure writes nothing.
-void AppendLogIndexEntry(std::string_view folder, std::string_view logPath, CaptureTime now);
+// it when absent. The entry is written whole or not at all; returns 0 or the errno that
+// stopped it.
+int AppendLogIndexEntry(std::string_view folder, std::string_view logPath, CaptureTime now);
+
+// Takes back the index's last entry when it names `logPath` (a file begun and removed again
+// before it took a byte); otherwise leaves the index as it is.
+void RemoveLastLogIndexEntry(std::string_view folder, std::string_view logPath);
 
 // Deletes the log files whose entries are more than `maxAgeSeconds` older than `now`, from the
 // start of the index up to the first entry that is not, and rewrites the index without them.
-// The index goes altogether when every entry expired or it cannot be read or rewritten.
+// Only regular files directly in `folder` are deleted; entries naming anything else are passed
+// over. The index goes altogether when every entry expired or no temporary index can be made;
+// a rewrite that cannot be completed (a full disk) keeps the old index.
 void PruneLogFiles(std::string_view folder, std::int64_t maxAgeSeconds, CaptureTime now);
 
 }  // namespace vormelt

@@ -3,12 +3,17 @@
 // without it, so capture never waits for the disk.
 #include "packetmode/packet_logger.hpp"
 
+#include <pthread.h>
+#include <signal.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
 #include <utility>
 
+#include "common/file_write.hpp"
 #include "packetmode/log_index.hpp"
 #include "packets/format.hpp"
 
@@ -38,6 +43,15 @@ std::unique_ptr<LogForm> MakeDefaultForm(const LoggingSettings& settings) {
   const auto level = static_cast<DataLevel>(std::clamp(settings.dataLevel, 0, kDataLevelCount - 1));
   return MakeTextLogForm(
       RenderOptions{*form, settings.wideIpGap ? IpGap::Wide : IpGap::Narrow, level});
+}
+
+// The index names files by full path, and the pruner deletes only what lies in the folder it
+// is given: both must see the same absolute folder, whatever the working folder is later.
+void MakeAbsolute(std::string& path) {
+  if (path.empty()) return;
+  std::error_code error;
+  const std::filesystem::path absolute = std::filesystem::absolute(path, error);
+  if (!error) path = absolute.lexically_normal().string();
 }
 
 std::string JoinFolder(std::string_view folder, std::string_view name) {
@@ -109,7 +123,11 @@ void PacketLogger::Configure(LogConfig config) {
   std::lock_guard pass(passMutex_);
   EndFile();
   config_ = std::move(config);
+  MakeAbsolute(config_.settings.folder);
+  MakeAbsolute(config_.settings.singleFilePath);
   clearWanted_.store(false);
+  pendingCount_ = 0;
+  endAfterWrite_ = false;
   carriedBytes_ = 0;
   carriedCount_ = 0;
   form_ = config_.makeForm ? config_.makeForm(config_.settings) : MakeDefaultForm(config_.settings);
@@ -123,7 +141,14 @@ bool PacketLogger::Start(LogConfig config) {
   Stop();
   Configure(std::move(config));
   if (!form_) return false;
-  writeFailed_.store(false);
+  failing_.store(false);
+  failureEpisodes_.store(0);
+  notWritten_.store(0);
+  {
+    std::lock_guard status(statusMutex_);
+    failedFile_.clear();
+    failureReason_.clear();
+  }
   running_.store(true);
   thread_ = std::jthread([this](std::stop_token stop) { Run(stop); });
   return true;
@@ -139,7 +164,20 @@ void PacketLogger::Stop() {
   running_.store(false);
 }
 
+void PacketLogger::Wake() {
+  std::lock_guard lock(wakeMutex_);
+  wakeWanted_ = true;
+  wake_.notify_all();
+}
+
 void PacketLogger::Run(std::stop_token stop) {
+  // SIGINT and SIGTERM are for the thread that waits for them: taken here, their default
+  // action would end the process in the middle of a pass, with a record half written.
+  sigset_t stopSignals;
+  sigemptyset(&stopSignals);
+  sigaddset(&stopSignals, SIGINT);
+  sigaddset(&stopSignals, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
   const LoggingSettings& s = config_.settings;
   const auto interval = std::chrono::seconds(std::max(s.intervalSeconds, 1));
   const auto ageCheck = std::chrono::seconds(std::max<std::int64_t>(s.ageCheckSeconds, 1));
@@ -151,7 +189,8 @@ void PacketLogger::Run(std::stop_token stop) {
     }
     {
       std::unique_lock lock(wakeMutex_);
-      wake_.wait_for(lock, stop, interval, [] { return false; });
+      wake_.wait_for(lock, stop, interval, [this] { return wakeWanted_; });
+      wakeWanted_ = false;
     }
     if (stop.stop_requested()) break;
     Pass(CaptureNow());
@@ -175,6 +214,9 @@ bool PacketLogger::SpanBounded() const {
 void PacketLogger::Pass(CaptureTime now) {
   std::lock_guard pass(passMutex_);
   if (!form_) return;
+  // What an earlier pass could not write goes first; while it cannot be written, nothing more
+  // is taken: the store keeps it, and memory does not grow with a full disk.
+  if (form_->Pending() && !WritePending(now)) return;
   // A span starts when its file is begun; a file whose span is over takes nothing more.
   if (fileOpen_ && SpanBounded() &&
       now - fileBegun_ >= std::chrono::seconds(config_.settings.maxSpanSeconds)) {
@@ -182,10 +224,10 @@ void PacketLogger::Pass(CaptureTime now) {
   }
   const std::uint64_t maxBytes =
       static_cast<std::uint64_t>(std::max<std::int64_t>(config_.settings.maxFileKilobytes, 1)) * 1024;
+  const std::int32_t clearAt = config_.settings.clearAfterLog ? 1 : config_.clearWhenHolding;
   for (;;) {
     std::size_t batch = std::exchange(carriedBytes_, 0);
-    std::int64_t count = std::exchange(carriedCount_, 0);
-    bool cut = false;
+    pendingCount_ += std::exchange(carriedCount_, 0);
     bool more = false;
     {
       auto lock = store_.Lock();
@@ -199,15 +241,17 @@ void PacketLogger::Pass(CaptureTime now) {
         const PacketRef packet = store_.Get(next_++);
         if (!packet.frame) continue;  // its row was deleted
         batch += form_->Add(packet);
-        ++count;
+        ++pendingCount_;
         // A file ends with the packet that brings it to the bound.
         if (SizeBounded() && fileSize + batch >= maxBytes) {
-          cut = true;
+          endAfterWrite_ = true;
           break;
         }
       }
       more = next_ < end;
-      if (!more && config_.settings.clearAfterLog && end > 0) {
+      // Everything read is in the form now, so emptying the store loses nothing: what the
+      // write below cannot place stays in the form for the next pass.
+      if (!more && clearAt > 0 && end >= clearAt) {
         if (config_.clearOnOwnerThread) {
           clearWanted_.store(true);
         } else {
@@ -218,18 +262,42 @@ void PacketLogger::Pass(CaptureTime now) {
       }
       nextShown_.store(next_);
     }
-    if (batch > 0) {
-      const bool written = EnsureFile(now) && form_->Flush();
-      if (!written) {
-        form_->Flush();  // drops what could not be written
-        writeFailed_.store(true);
-      } else {
-        packetsLogged_.fetch_add(count);
-      }
-    }
-    if (cut) EndFile();
+    if (batch > 0 && !WritePending(now)) break;
     if (!more) break;
   }
+  notWritten_.store(pendingCount_);
+}
+
+// Writes what the form holds, into the open file or a new one. The first failure of an episode
+// is recorded with its file and reason; the bytes stay in the form.
+bool PacketLogger::WritePending(CaptureTime now) {
+  // A file pruned or removed underneath would swallow the writes: a new one is begun instead.
+  if (fileOpen_ && FileGone()) {
+    const bool bounded = endAfterWrite_;  // the pending bytes end the new file instead
+    EndFile();
+    endAfterWrite_ = bounded;
+  }
+  if (!EnsureFile(now)) return false;
+  if (!form_->Flush()) {
+    Failed(filePath_, form_->Failure());
+    notWritten_.store(pendingCount_);
+    // A form that lost its file to the failure gets a new one at the next attempt.
+    if (!form_->IsOpen()) EndFile();
+    return false;
+  }
+  packetsLogged_.fetch_add(std::exchange(pendingCount_, 0));
+  notWritten_.store(0);
+  failing_.store(false);
+  if (endAfterWrite_) EndFile();
+  return true;
+}
+
+void PacketLogger::Failed(const std::string& path, const std::string& reason) {
+  if (failing_.exchange(true)) return;  // once per episode
+  std::lock_guard status(statusMutex_);
+  failedFile_ = path;
+  failureReason_ = reason;
+  failureEpisodes_.fetch_add(1);
 }
 
 void PacketLogger::ClearOnOwnerThread() {
@@ -261,17 +329,14 @@ bool PacketLogger::EnsureFile(CaptureTime now) {
   std::error_code ignored;
   const std::filesystem::path single(s.singleFilePath);
   if (single.has_parent_path()) std::filesystem::create_directories(single.parent_path(), ignored);
+  // A file that is there already got its index entry when it was begun.
   const bool existed = std::filesystem::exists(single, ignored);
-  if (form_->Open(s.singleFilePath, false) != LogOpen::Opened) return false;
-  fileOpen_ = true;
-  fileBegun_ = now;
-  if (!existed) {
-    if (!s.folder.empty()) AppendLogIndexEntry(s.folder, s.singleFilePath, now);
-    filesBegun_.fetch_add(1);
+  if (form_->Open(s.singleFilePath, false) != LogOpen::Opened) {
+    Failed(s.singleFilePath, form_->Failure());
+    return false;
   }
-  std::lock_guard status(statusMutex_);
-  currentFile_ = s.singleFilePath;
-  return true;
+  return existed ? (FileOpened(s.singleFilePath, now, false), true)
+                 : IndexNewFile(s.singleFilePath, now);
 }
 
 bool PacketLogger::BeginNewFile(CaptureTime now) {
@@ -285,27 +350,71 @@ bool PacketLogger::BeginNewFile(CaptureTime now) {
   // Many files can begin in one second (small size bounds, a capture file read at full speed):
   // numbering goes on from the last number given to the same name instead of from 1.
   const int firstTry = name == lastName_ ? lastNumber_ + 1 : 1;
+  std::string path;
   for (int n = firstTry; n < firstTry + kMaxNameTries; ++n) {
-    const std::string path = JoinFolder(s.folder, n == 1 ? name : NumberedLogName(name, n));
+    path = JoinFolder(s.folder, n == 1 ? name : NumberedLogName(name, n));
     const LogOpen opened = form_->Open(path, true);
     if (opened == LogOpen::Exists) continue;
-    if (opened == LogOpen::Failed) return false;
+    if (opened == LogOpen::Failed) break;
     lastName_ = name;
     lastNumber_ = n;
-    fileOpen_ = true;
-    fileBegun_ = now;
-    AppendLogIndexEntry(s.folder, path, now);
-    filesBegun_.fetch_add(1);
-    std::lock_guard status(statusMutex_);
-    currentFile_ = path;
-    return true;
+    return IndexNewFile(path, now);
   }
+  Failed(path, form_->Failure());
   return false;
 }
 
+// A new file is named in the index before it takes a byte: a file with data always has its
+// entry. When the entry cannot be written (a full disk), the empty file goes again.
+bool PacketLogger::IndexNewFile(const std::string& path, CaptureTime now) {
+  const std::string& folder = config_.settings.folder;
+  if (const int error = folder.empty() ? 0 : AppendLogIndexEntry(folder, path, now); error != 0) {
+    form_->Close();
+    ::unlink(path.c_str());
+    Failed(LogIndexPath(folder), ErrnoText(error));
+    return false;
+  }
+  filesBegun_.fetch_add(1);
+  FileOpened(path, now, true);
+  return true;
+}
+
+void PacketLogger::FileOpened(const std::string& path, CaptureTime now, bool created) {
+  fileOpen_ = true;
+  fileCreated_ = created;
+  fileBegun_ = now;
+  filePath_ = path;
+  struct stat status {};
+  if (::stat(path.c_str(), &status) == 0) {
+    fileDevice_ = status.st_dev;
+    fileInode_ = status.st_ino;
+  }
+  std::lock_guard lock(statusMutex_);
+  currentFile_ = path;
+}
+
+// The open file's name no longer names it: unlinked (by the pruner or by hand) or replaced.
+bool PacketLogger::FileGone() const {
+  struct stat status {};
+  if (::stat(filePath_.c_str(), &status) != 0) return errno == ENOENT || errno == ENOTDIR;
+  return status.st_dev != fileDevice_ || status.st_ino != fileInode_;
+}
+
 void PacketLogger::EndFile() {
-  if (form_) form_->Close();
+  if (!form_) return;
+  // A file begun while the disk was failing that never took a byte is removed again, and its
+  // index entry with it while it is the last one.
+  struct stat status {};
+  const bool removeEmpty = fileOpen_ && fileCreated_ && !FileGone() &&
+                           ::stat(filePath_.c_str(), &status) == 0 && status.st_size == 0;
+  form_->Close();
+  if (removeEmpty) {
+    ::unlink(filePath_.c_str());
+    if (!config_.settings.folder.empty()) RemoveLastLogIndexEntry(config_.settings.folder, filePath_);
+    filesBegun_.fetch_sub(1);
+  }
   fileOpen_ = false;
+  endAfterWrite_ = false;
 }
 
 LogStatus PacketLogger::Status() const {
@@ -313,9 +422,13 @@ LogStatus PacketLogger::Status() const {
   status.packetsLogged = packetsLogged_.load();
   status.filesBegun = filesBegun_.load();
   status.behind = std::max(0, store_.ItemCount() - nextShown_.load());
-  status.writeFailed = writeFailed_.load();
+  status.notWritten = notWritten_.load();
+  status.failureEpisodes = failureEpisodes_.load();
+  status.failing = failing_.load();
   std::lock_guard lock(statusMutex_);
   status.currentFile = currentFile_;
+  status.failedFile = failedFile_;
+  status.failureReason = failureReason_;
   return status;
 }
 

@@ -51,14 +51,26 @@ struct LogConfig {
   // logger only asks for the clear, and the readers' thread performs it with
   // ClearOnOwnerThread. Headless runs leave it off and the logging thread clears.
   bool clearOnOwnerThread = false;
+  // A store that is emptied when full instead of ending the capture (the service): once a pass
+  // has logged everything and the store holds at least this many packets, it empties the
+  // store, so the store is renewed with nothing unlogged in it. 0: never.
+  std::int32_t clearWhenHolding = 0;
 };
 
 struct LogStatus {
   std::int64_t packetsLogged = 0;
   std::int64_t filesBegun = 0;
-  std::int32_t behind = 0;  // stored but not yet logged
-  bool writeFailed = false;  // a log file could not be made or written (sticky)
+  std::int32_t behind = 0;        // stored but not yet taken into a pass
+  std::int64_t notWritten = 0;    // taken into a pass, waiting for a write that succeeds
+  // Failures come in episodes: from the first failed open or write to the next success.
+  std::int64_t failureEpisodes = 0;
+  bool failing = false;           // the last attempt failed
+  std::string failedFile;         // the file of the first failure of the last episode
+  std::string failureReason;      // and the system's reason
   std::string currentFile;
+  bool writeFailed() const { return failureEpisodes > 0; }
+  // What a summary names as not logged.
+  std::int64_t notLogged() const { return notWritten + behind; }
 };
 
 class PacketLogger {
@@ -73,6 +85,8 @@ class PacketLogger {
   bool Start(LogConfig config);
   // Ends the thread after one last pass, so nothing stored before the call is left out.
   void Stop();
+  // Asks the thread for a pass now rather than at the end of its interval.
+  void Wake();
   bool Running() const { return running_.load(); }
 
   // One logging pass on the caller's thread (the thread runs the same), at wall time `now`.
@@ -91,7 +105,12 @@ class PacketLogger {
   void Configure(LogConfig config);
   bool EnsureFile(CaptureTime now);
   bool BeginNewFile(CaptureTime now);
+  void FileOpened(const std::string& path, CaptureTime now, bool created);
+  bool IndexNewFile(const std::string& path, CaptureTime now);
+  bool FileGone() const;
+  bool WritePending(CaptureTime now);
   void EndFile();
+  void Failed(const std::string& path, const std::string& reason);
   bool SizeBounded() const;
   bool SpanBounded() const;
 
@@ -100,7 +119,13 @@ class PacketLogger {
   LogConfig config_;
   std::unique_ptr<LogForm> form_;
   bool fileOpen_ = false;
+  bool fileCreated_ = false;    // the open file was made by this run (removed again if empty)
+  bool endAfterWrite_ = false;  // the open file reached its size bound with bytes still pending
+  std::string filePath_;
+  std::uint64_t fileDevice_ = 0, fileInode_ = 0;  // what the open file's name named at opening
   CaptureTime fileBegun_{};
+  std::atomic<bool> failing_{false};
+  std::int64_t pendingCount_ = 0;  // packets in the form not yet written
   std::int32_t next_ = 0;  // the next store index to log
   std::string lastName_;   // the last file name made from the template, and its number
   int lastNumber_ = 0;
@@ -113,10 +138,13 @@ class PacketLogger {
   std::atomic<std::int64_t> packetsLogged_{0};
   std::atomic<std::int64_t> filesBegun_{0};
   std::atomic<std::int32_t> nextShown_{0};
-  std::atomic<bool> writeFailed_{false};
+  std::atomic<std::int64_t> notWritten_{0};
+  std::atomic<std::int64_t> failureEpisodes_{0};
+  std::string failedFile_, failureReason_;  // under statusMutex_
   mutable std::mutex statusMutex_;
   std::string currentFile_;
   std::mutex wakeMutex_;
+  bool wakeWanted_ = false;  // under wakeMutex_
   std::condition_variable_any wake_;
   std::jthread thread_;
 };

@@ -60,10 +60,19 @@ class PacketModeEngine final : private FrameSink {
   std::optional<DumpLoadResult> LoadDump(const std::string& path, const DumpLoadOptions& options,
                                          bool throughFilters);
 
+  // A full store is emptied and the capture goes on, rather than ending it (the service, which
+  // has no one to press Clear). With logging running, the logger is woken when the store is
+  // half full and empties it once everything in it is logged; a capture that finds the store
+  // full waits for that. Without logging (or while logs cannot be written) the packets are
+  // dropped, and counted for DroppedUnlogged.
+  void SetRenewWhenFull(bool renew) { renewWhenFull_.store(renew); }
+  // Packets dropped from a full store without being logged, since the last call.
+  std::int64_t TakeDroppedUnlogged() { return droppedUnlogged_.exchange(0); }
+
   // Automatic logging of what the store takes, on the logger's own thread. StartLogging
   // replaces a running logger's settings; false when the settings name no form it can make.
   // StopLogging writes what is still unlogged, then ends the thread.
-  bool StartLogging(LogConfig config) { return logger_.Start(std::move(config)); }
+  bool StartLogging(LogConfig config);
   void StopLogging() { logger_.Stop(); }
   PacketLogger& Logger() { return logger_; }
   LogStatus LoggingStatus() const { return logger_.Status(); }
@@ -76,7 +85,8 @@ class PacketModeEngine final : private FrameSink {
 
  private:
   SinkVerdict Take(const FrameRecord& frame) override;
-  bool IsFull() const override { return store_.IsFull(); }
+  bool IsFull() const override { return !renewWhenFull_.load() && store_.IsFull(); }
+  bool RenewFullStore();
 
   // What the store asks: the filter, unless a dump file is being loaded past it.
   class FilterGate final : public PacketFilterSeam {
@@ -101,6 +111,9 @@ class PacketModeEngine final : private FrameSink {
   std::atomic<long> stopAfter_{0};
   std::atomic<long> storedSinceStart_{0};
   std::atomic<bool> readingFile_{false};
+  std::atomic<bool> renewWhenFull_{false};
+  std::atomic<std::int64_t> droppedUnlogged_{0};
+  std::int32_t wakeLoggerAt_ = 0;  // receive thread: the item count that wakes the logger next
   // After the store it reads, before the session: ends after capture, before the store goes.
   PacketLogger logger_{store_};
   // Last member: its thread is ended (in ~PacketModeEngine) before the rest goes.

@@ -147,7 +147,7 @@ struct PacketModeWindow::Impl {
   QPushButton* cancelFindButton = nullptr;
   QProgressBar* findProgress = nullptr;
   FindController* finder = nullptr;
-  bool logFailureShown = false;
+  std::int64_t logFailuresShown = 0;  // failure episodes of this logging run already shown
 
   QLabel* statusText = nullptr;
   QLabel* memoryText = nullptr;
@@ -399,7 +399,7 @@ void PacketModeWindow::Impl::SelectStoreIndex(std::int32_t index) {
 
 void PacketModeWindow::Impl::StartLogging() {
   engine.StopLogging();
-  logFailureShown = false;
+  logFailuresShown = 0;
   if (!settings.logging.enabled || LoggingProblem(settings.logging)) return;
   LogConfig config;
   config.settings = settings.logging;
@@ -755,11 +755,14 @@ void PacketModeWindow::Impl::UpdateControls() {
 // Capture threads only queue their messages; they are shown here, one modal box at a time.
 // The timer keeps ticking inside a box's loop, so a second tick must not show the next one.
 void PacketModeWindow::Impl::ShowPendingMessages() {
-  if (!logFailureShown && !showingMessages && engine.LoggingStatus().writeFailed) {
-    logFailureShown = true;  // once per logging run: the disk will not heal by itself
+  // Once per failure episode (until a write succeeds again), naming the file that failed.
+  if (const LogStatus logged = engine.LoggingStatus();
+      !showingMessages && logged.failureEpisodes > logFailuresShown) {
+    logFailuresShown = logged.failureEpisodes;
     showingMessages = true;
     ShowNotice(&window, Text::LogInvalidCaption,
-               TF(Text::LogWriteFailed, engine.LoggingStatus().currentFile.c_str()), MessageIcon::Warning);
+               TF(Text::LogWriteFailed, (logged.failedFile + ": " + logged.failureReason).c_str()),
+               MessageIcon::Warning);
     showingMessages = false;
   }
   if (showingMessages || session.Messages().Empty()) return;

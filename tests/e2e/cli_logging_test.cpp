@@ -17,6 +17,7 @@
 #include "support/frames.hpp"
 #include "support/pcap_file.hpp"
 #include "support/process.hpp"
+#include "support/small_disk.hpp"
 
 namespace vormelt {
 namespace {
@@ -110,6 +111,58 @@ TEST(CliLogging, PcapngLogsHoldTheCaptureInIndexOrder) {
                       "--log-method", "single", "--log-form", "pcapng"}).status, 0);
   }
   EXPECT_EQ(FramesOf(single + "/VORMELT_LOG.pcapng").size(), 120u);
+}
+
+// Packets of the hex+text log files in `folder` (each is a summary and a data block).
+std::size_t LoggedPackets(const std::string& folder) {
+  std::size_t blocks = 0;
+  for (const auto& file : fs::directory_iterator(folder)) {
+    if (file.path().filename() == kLogIndexFileName) continue;
+    const std::string text = ReadAll(file.path());
+    for (std::size_t p = 0; (p = text.find("\r\n\r\n", p)) != std::string::npos; p += 4) ++blocks;
+  }
+  return blocks / 2;
+}
+
+// A stop signal while packets are being logged ends the run cleanly: the logger finishes,
+// closes its file and the summary counts exactly what the files hold.
+TEST(CliLogging, AStopSignalDuringLoggingFinishesThePassAndTellsTheCount) {
+  test::TempDir dir;
+  {
+    test::PcapFileWriter pcap(dir.File("in.pcap"), test::kLinkEthernet, 262144, false);
+    const test::Bytes frame = test::RawSocketsFrame(test::TcpPacket({}, {}, test::Bytes(400, 'x')));
+    for (std::uint32_t i = 0; i < 100'000; ++i) pcap.Write(frame, 1700000000 + i / 1000, i % 1000 * 1000);
+  }
+  const std::string logs = dir.File("logs");
+  const auto run = RunCli({"packets", "--read", dir.File("in.pcap"), "--log-folder", logs,
+                           "--log-method", "size", "--log-max-kb", "2000", "--log-form", "hex+text",
+                           "--log-interval-s", "1"},
+                          {}, std::chrono::milliseconds(300));
+  ASSERT_EQ(run.status, 0) << run.err;
+  const std::size_t at = run.err.find(" packets logged in ");
+  ASSERT_NE(at, std::string::npos) << run.err;
+  const std::size_t line = run.err.rfind('\n', at) + 1;
+  EXPECT_EQ(std::stoul(run.err.substr(line, at - line)), LoggedPackets(logs)) << run.err;
+}
+
+// A full disk: the summary says what was not logged and names the file and the reason, once;
+// the run fails; no empty file is left.
+TEST(CliLogging, AFullDiskIsToldOnceWithTheFileAndTheRunFails) {
+  test::SmallDisk disk(256 * 1024);
+  VORMELT_REQUIRE_SMALL_DISK(disk);
+  test::TempDir dir;
+  std::vector<test::Bytes> frames(2000, test::RawSocketsFrame(test::TcpPacket({}, {}, test::Bytes(300, 'y'))));
+  test::WritePcap(dir.File("in.pcap"), test::kLinkEthernet, frames);
+  const std::string logs = disk.path().string();
+  const auto run = RunCli({"packets", "--read", dir.File("in.pcap"), "--log-folder", logs,
+                           "--log-method", "size", "--log-max-kb", "40", "--log-form", "hex+text"});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_NE(run.err.find(" not logged\n"), std::string::npos) << run.err;
+  const std::size_t told = run.err.find("could not be written: " + logs + "/");
+  ASSERT_NE(told, std::string::npos) << run.err;
+  EXPECT_NE(run.err.find(": No space left on device\n", told), std::string::npos) << run.err;
+  EXPECT_EQ(run.err.find("could not be written", told + 1), std::string::npos) << run.err;
+  for (const auto& file : fs::directory_iterator(logs)) EXPECT_GT(fs::file_size(file.path()), 0u) << file.path();
 }
 
 TEST(CliLoggingLive, LoopbackLoggedBySizeMatchesItsIndex) {

@@ -6,14 +6,20 @@
 #include <filesystem>
 #include <fstream>
 #include <random>
+#include <set>
 #include <sstream>
 #include <thread>
 
+#include <cerrno>
+
+#include "common/file_write.hpp"
 #include "packetmode/log_index.hpp"
 #include "packetmode/packet_logger.hpp"
+#include "packetmode/packet_mode_engine.hpp"
 #include "packets/render.hpp"
 #include "support/frames.hpp"
 #include "support/pcap_file.hpp"
+#include "support/small_disk.hpp"
 
 namespace vormelt {
 namespace {
@@ -56,6 +62,17 @@ TEST(LogPruner, EverythingExpiredRemovesTheFilesAndTheIndex) {
   EXPECT_FALSE(fs::exists(dir.File("_VORMELT_LOG_FILE_INDEX_TEMP.txt")));
 }
 
+// Ages are whole seconds, truncated: only a full second past the limit expires an entry.
+TEST(LogPruner, AgesAreTruncatedToWholeSecondsAtTheLimit) {
+  for (const auto& [age, kept] : {std::pair{60500ms, true}, {60999ms, true}, {61000ms, false}}) {
+    test::TempDir dir;
+    WriteAll(dir.File("a.txt"), "a");
+    WriteAll(LogIndexPath(dir.path()), Entry(age, dir.File("a.txt")));
+    PruneLogFiles(dir.path(), 60, kNow);
+    EXPECT_EQ(fs::exists(dir.File("a.txt")), kept) << age.count();
+  }
+}
+
 TEST(LogPruner, AnEntryAsOldAsTheLimitStopsTheScanAndTrimmedPathsAreDeleted) {
   test::TempDir dir;
   for (const char* name : {"old.txt", "edge.txt", "later.txt"}) WriteAll(dir.File(name), name);
@@ -95,6 +112,55 @@ TEST(LogPruner, HostileIndexesNeverCrashAndNeverDeleteByAnUndatedEntry) {
   }
   fs::current_path(before);
   EXPECT_TRUE(fs::exists(dir.File("keep.txt")));
+}
+
+// An index may name anything: only regular files directly in the log folder are deleted.
+TEST(LogPruner, DeletesOnlyRegularFilesInItsOwnFolder) {
+  test::TempDir dir;
+  const std::string logs = dir.File("logs");
+  fs::create_directories(logs + "/sub");
+  for (const char* name : {"outside.txt", "target.txt", "logs/sub/deep.txt", "logs/mine.txt"}) {
+    WriteAll(dir.File(name), name);
+  }
+  fs::create_symlink(dir.File("target.txt"), logs + "/link.txt");
+  std::string index;
+  for (const std::string& path :
+       {dir.File("outside.txt"), logs + "/../outside.txt", logs + "/sub/deep.txt", logs + "/link.txt",
+        logs + "/sub", logs + "/" + std::string(kLogIndexFileName), logs + "/mine.txt"}) {
+    index += Entry(100s, path);
+  }
+  WriteAll(LogIndexPath(logs), index + Entry(1s, logs + "/young.txt"));
+  PruneLogFiles(logs, 60, kNow);
+  EXPECT_TRUE(fs::exists(dir.File("outside.txt")));
+  EXPECT_TRUE(fs::exists(dir.File("target.txt")));
+  EXPECT_TRUE(fs::is_symlink(logs + "/link.txt"));
+  EXPECT_TRUE(fs::exists(logs + "/sub/deep.txt"));
+  EXPECT_FALSE(fs::exists(logs + "/mine.txt"));
+  EXPECT_EQ(ReadAll(LogIndexPath(logs)), Entry(1s, logs + "/young.txt"));
+}
+
+// A rewrite that cannot be completed on a full disk keeps the index as it was, so the files it
+// names can still be pruned once there is room; no temporary file is left behind.
+TEST(LogPrunerFullDisk, TheIndexIsKeptWhenItsRewriteCannotBeCompleted) {
+  test::SmallDisk disk(64 * 1024);
+  VORMELT_REQUIRE_SMALL_DISK(disk);
+  const std::string logs = disk.path().string();
+  WriteAll(logs + "/old.txt", "old");
+  std::string index = Entry(100s, logs + "/old.txt");
+  for (int i = 0; i < 500; ++i) index += Entry(10s, logs + "/young-" + std::to_string(i) + ".txt");
+  WriteAll(LogIndexPath(logs), index);
+  // Fill the disk to its last byte.
+  {
+    std::ofstream filler(logs + "/filler", std::ios::binary);
+    const std::string block(4096, 'f');
+    while (filler.write(block.data(), block.size())) {}
+  }
+  { std::ofstream(logs + "/filler2", std::ios::binary) << std::string(4096, 'f'); }
+  PruneLogFiles(logs, 60, kNow);
+  EXPECT_EQ(ReadAll(LogIndexPath(logs)), index);
+  for (const auto& file : fs::directory_iterator(logs)) {
+    EXPECT_FALSE(file.path().filename().string().ends_with(".part")) << file.path();
+  }
 }
 
 test::Bytes Packet(int i, std::size_t payload) {
@@ -145,6 +211,129 @@ TEST(PacketLogger, SizeBoundFilesMadeInOneSecondKeepEveryPacketInIndexOrder) {
   for (const std::string& file : files) logged += ReadAll(file);
   EXPECT_EQ(logged, expected);
   EXPECT_EQ(logger.Status().packetsLogged, 5);
+}
+
+// The pruner may delete the file being written (its entry is the oldest); the packets after it
+// go to a new file with an index entry of its own, and none is lost.
+TEST(PacketLogger, APrunedOpenFileIsFollowedByANewIndexedFile) {
+  for (const auto method : {LogMethod::BySize, LogMethod::SingleFile}) {
+    test::TempDir dir;
+    PacketStore store;
+    PacketLogger logger(store);
+    LogConfig config = SizeConfig(dir.path(), 100000);
+    config.settings.method = static_cast<std::int32_t>(method);
+    config.settings.singleFilePath = dir.File("all.txt");
+    config.settings.form = 0;  // one summary line per packet
+    ASSERT_TRUE(logger.Start(config));
+    const CaptureTime begun = CaptureNow();
+    for (int i = 0; i < 3; ++i) store.Insert(test::Record(Packet(i, 10), InterfaceKind::RawSockets));
+    logger.Pass(begun);
+    ASSERT_EQ(IndexedFiles(dir.path()).size(), 1u);
+    PruneLogFiles(dir.path(), 0, begun + 10s);
+    ASSERT_FALSE(fs::exists(LogIndexPath(dir.path())));  // the open file went with its entry
+    for (int i = 3; i < 8; ++i) store.Insert(test::Record(Packet(i, 10), InterfaceKind::RawSockets));
+    logger.Pass(begun + 11s);
+    logger.Stop();
+    const std::vector<std::string> files = IndexedFiles(dir.path());
+    ASSERT_EQ(files.size(), 1u) << int(method);
+    const std::string text = ReadAll(files[0]);
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 5) << int(method);
+    EXPECT_EQ(logger.Status().packetsLogged, 8);
+  }
+}
+
+// Logging into a full disk: no empty files, no file without an index entry, no half entry, one
+// failure report naming the file, and every packet that could not be written is kept and
+// written, in order, once there is room again.
+TEST(PacketLoggerFullDisk, NothingIsLostOrLeftHalfAndTheFailureIsToldOnce) {
+  test::SmallDisk disk(320 * 1024);
+  VORMELT_REQUIRE_SMALL_DISK(disk);
+  const std::string logs = disk.path().string() + "/logs";
+  const std::string filler = disk.path().string() + "/filler";
+  WriteAll(filler, std::string(200 * 1024, 'f'));
+  PacketStore store;
+  PacketLogger logger(store);
+  LogConfig config = SizeConfig(logs, 32);
+  config.settings.nameTemplate = "log.txt";
+  config.settings.form = 3;  // hex: several hundred bytes per packet
+  ASSERT_TRUE(logger.Start(config));
+  constexpr int kPackets = 300;
+  std::string expected;
+  PacketRenderer renderer({DataForm::Hex, IpGap::Narrow, DataLevel::Datalink});
+  for (int i = 0; i < kPackets; ++i) {
+    store.Insert(test::Record(Packet(i, 100), InterfaceKind::RawSockets));
+    renderer.Append(store.Get(i), expected);
+  }
+  ASSERT_GT(expected.size(), 150'000u);
+  // Every file there holds data and is named by a whole index entry, and every entry names one.
+  const auto check = [&] {
+    std::set<std::string> named, present;
+    for (const std::string& file : IndexedFiles(logs)) {
+      EXPECT_TRUE(file.starts_with(logs + "/") && file.ends_with(".txt")) << file;
+      named.insert(file);
+    }
+    for (const auto& file : fs::directory_iterator(logs)) {
+      if (file.path().filename() == kLogIndexFileName) continue;
+      present.insert(file.path().string());
+      EXPECT_GT(fs::file_size(file.path()), 0u) << file.path();
+    }
+    EXPECT_EQ(named, present);
+  };
+  for (int pass = 0; pass < 20; ++pass) logger.Pass(kNow + std::chrono::seconds(pass));
+  LogStatus status = logger.Status();
+  EXPECT_EQ(status.failureEpisodes, 1);
+  EXPECT_TRUE(status.failing);
+  EXPECT_TRUE(status.failedFile.starts_with(logs + "/")) << status.failedFile;
+  EXPECT_EQ(status.failureReason, ErrnoText(ENOSPC));
+  EXPECT_EQ(status.packetsLogged + status.notLogged(), kPackets);
+  EXPECT_GT(status.notLogged(), 0);
+  check();
+
+  fs::remove(filler);
+  logger.Pass(kNow + 30s);
+  logger.Stop();
+  status = logger.Status();
+  EXPECT_FALSE(status.failing);
+  EXPECT_EQ(status.failureEpisodes, 1);
+  EXPECT_EQ(status.packetsLogged, kPackets);
+  EXPECT_EQ(status.notLogged(), 0);
+  std::string logged;
+  for (const std::string& file : IndexedFiles(logs)) logged += ReadAll(file);
+  EXPECT_TRUE(logged == expected) << logged.size() << " of " << expected.size();
+  check();
+}
+
+// With the store renewed when full (the service), every packet is logged before the store is
+// emptied, whatever its size; without logging, the packets dropped are counted.
+TEST(PacketModeEngine, ARenewedFullStoreLogsEveryPacketFirst) {
+  test::TempDir dir;
+  constexpr int kFrames = 5000;
+  std::vector<test::Bytes> frames;
+  for (int i = 0; i < kFrames; ++i) frames.push_back(Packet(i, i % 40));
+  test::WritePcap(dir.File("in.pcap"), test::kLinkEthernet, frames);
+  for (const bool logging : {true, false}) {
+    PacketModeEngine engine(1001);
+    engine.SetRenewWhenFull(true);
+    LogConfig config = SizeConfig(dir.File("logs"), 1 << 20);
+    config.settings.form = 0;
+    config.settings.intervalSeconds = 3600;  // only the store filling wakes it
+    if (logging) ASSERT_TRUE(engine.StartLogging(config));
+    ASSERT_TRUE(engine.StartFile(dir.File("in.pcap")));
+    engine.Session().Wait();
+    engine.StopLogging();
+    if (logging) {
+      EXPECT_EQ(engine.LoggingStatus().packetsLogged, kFrames);
+      EXPECT_EQ(engine.TakeDroppedUnlogged(), 0);
+      std::size_t lines = 0;
+      for (const std::string& file : IndexedFiles(dir.File("logs"))) {
+        const std::string text = ReadAll(file);
+        lines += static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
+      }
+      EXPECT_EQ(lines, static_cast<std::size_t>(kFrames));
+    } else {
+      EXPECT_EQ(engine.TakeDroppedUnlogged() + engine.Store().ItemCount(), kFrames);
+    }
+  }
 }
 
 TEST(PacketLogger, NameTemplateTokensAndProblems) {
