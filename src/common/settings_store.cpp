@@ -377,6 +377,8 @@ void ReadLogging(const Reader& r, LoggingSettings& s) {
   r.Window("window", s.window);
 }
 
+void ReadService(const Reader& r, ServiceSettings& s) { r.String("metricsListen", s.metricsListen); }
+
 ProgramSettings SettingsFromObject(const Json& root) {
   ProgramSettings settings;
   const Reader r(&root);
@@ -388,6 +390,7 @@ ProgramSettings SettingsFromObject(const Json& root) {
   ReadGraphical(r.Group("graphical"), settings.graphical);
   ReadFileMode(r.Group("fileMode"), settings.fileMode);
   ReadLogging(r.Group("logging"), settings.logging);
+  ReadService(r.Group("service"), settings.service);
   return settings;
 }
 
@@ -404,7 +407,8 @@ std::string SettingsToJson(const ProgramSettings& s) {
                   {"statistics", StatisticsToJson(s.statistics)},
                   {"graphical", GraphicalToJson(s.graphical)},
                   {"fileMode", FileModeToJson(s.fileMode)},
-                  {"logging", LoggingToJson(s.logging)}};
+                  {"logging", LoggingToJson(s.logging)},
+                  {"service", Json{{"metricsListen", s.service.metricsListen}}}};
   // Strings may hold bytes that are not UTF-8 (folder names); replace them instead of throwing.
   return root.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
 }

@@ -25,7 +25,7 @@ constexpr const char* kUsage =
     "          [--save FILE --form FORM [--level LEVEL] [--append]] [--write FILE.pcapng|FILE.pcap]\n"
     "          [--log-folder DIR --log-method single|size|time|size+time [--log-max-kb N]\n"
     "           [--log-span-s N] [--log-form heading|text|dec|hex|hex+text|pcapng] [--log-interval-s N]\n"
-    "           [--log-prune-age-s N]] [--find TEXT [--match-case]]\n"
+    "           [--log-prune-age-s N]] [--find TEXT [--match-case]] [--metrics-listen [ADDRESS:]PORT]\n"
     "      Capture or read packets into the packet store and print one line per stored packet\n"
     "      (the eleven list columns separated by TABs), or each packet's rendering; then save\n"
     "      them as a packet dump file (FORM: text, dec, hex or hex+text) or a capture file.\n"
