@@ -8,8 +8,9 @@ packages=(
   build-essential g++ cmake ninja-build pkg-config python3
   # libraries
   qt6-base-dev qt6-base-dev-tools qt6-tools-dev qt6-tools-dev-tools libqt6svg6 qt6-translations-l10n
-  libgl-dev libpcap-dev nlohmann-json3-dev libsystemd-dev
-  # tests and benchmarks
+  libgl-dev libpcap-dev nlohmann-json3-dev libsystemd-dev prometheus-cpp-dev
+  # tests and benchmarks (prometheus: the metrics test scrapes the program with a real server)
+  prometheus
   libgtest-dev libgmock-dev googletest libbenchmark-dev
   clang libclang-rt-14-dev
   # registries the name tables are generated from (only the generator script reads them)

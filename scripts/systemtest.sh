@@ -152,6 +152,13 @@ run_mode() {
     status=$(await_status "$counted") && pass "$name: pings counted: '$status'" ||
       fail "$name: pings not counted: '$status'"
   fi
+  # Served for Prometheus where the settings ask for it (curl from this machine, in the
+  # container's network namespace).
+  if [ "$mode" = 3 ]; then
+    scraped=$(nsenter -t "$leader" -n curl -sf http://127.0.0.1:9477/metrics | grep '^vormelt_statistics_packets_total')
+    [[ $scraped =~ \ [1-9][0-9]*$ ]] && pass "$name: metrics served: '$scraped'" ||
+      fail "$name: no metrics at 127.0.0.1:9477: '$scraped'"
+  fi
   inside systemctl stop hbvormelt.service
   [ "$(show Result)" = success ] && pass "$name: clean stop" ||
     fail "$name: stop result '$(show Result)', status $(show ExecMainStatus)"
@@ -159,7 +166,9 @@ run_mode() {
 
 run_mode 0 "Packet Mode" '; [1-9][0-9]* packets stored'
 run_mode 1 "File Mode" ''
+settings service.metricsListen 127.0.0.1:9477 || fail "settings set service.metricsListen"
 run_mode 3 "Statistical Mode" '; [1-9][0-9]* packets counted'
+settings service.metricsListen "" || fail "settings set service.metricsListen to nothing"
 
 # A mode that needs a display: exit 78, and systemd does not try again.
 settings general.rememberedMode 2 || fail "settings set general.rememberedMode 2"

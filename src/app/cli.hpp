@@ -19,6 +19,8 @@
 #include <thread>
 #include <type_traits>
 
+#include "app/metrics_endpoint.hpp"
+
 #include "app/headless.hpp"
 
 namespace vormelt {
@@ -50,6 +52,12 @@ bool ParseNumber(std::string_view text, std::type_identity_t<Number> low,
 std::string ParseBufferMiB(const std::string& text, std::optional<std::int32_t>& mib);
 std::string ApplyBufferMiB(const std::optional<std::int32_t>& mib,
                            std::optional<CaptureTarget>& target);
+// --metrics-listen: serves `collector` at /metrics for as long as `endpoint` lives. An empty
+// `listen` serves nothing. False, with one line on `err`, when it cannot listen there.
+bool ServeMetrics(const std::string& listen, metrics::Collector collector,
+                  std::unique_ptr<metrics::Endpoint>& endpoint, std::ostream& err);
+// Checks a --metrics-listen value while the options are read; false with `problem` set.
+bool MetricsListenUsable(const std::string& listen, std::string& problem);
 
 // Loads the filter profile at `path` into `filter`; false, with one line on `err`, when it
 // cannot be loaded.

@@ -92,4 +92,17 @@ void CaptureUntilStopped(CaptureSession& session, const CaptureTarget& target, F
   session.Wait();
 }
 
+bool ServeMetrics(const std::string& listen, metrics::Collector collector,
+                  std::unique_ptr<metrics::Endpoint>& endpoint, std::ostream& err) {
+  if (listen.empty()) return true;
+  std::string problem;
+  endpoint = metrics::Endpoint::Start(listen, std::move(collector), problem);
+  if (!endpoint) err << "vormelt-cli: metrics: " << problem << "\n";
+  return endpoint != nullptr;
+}
+
+bool MetricsListenUsable(const std::string& listen, std::string& problem) {
+  return metrics::BindAddress(listen, problem).has_value();
+}
+
 }  // namespace vormelt::cli

@@ -19,6 +19,7 @@
 #include <nlohmann/json.hpp>
 
 #include "app/cli.hpp"
+#include "app/mode_metrics.hpp"
 #include "app/file_mode.hpp"
 #include "app/headless.hpp"
 #include "capture/session.hpp"
@@ -43,6 +44,7 @@ struct FilesOptions {
   fm::FileModeOptions engine;
   std::string filterProfile;
   std::string manifest;
+  std::string metricsListen;  // --metrics-listen: serve the counts for Prometheus
 };
 
 int Usage(std::ostream& err, const std::string& problem) {
@@ -127,6 +129,10 @@ int ParseValue(const std::string& option, const std::string& value, FilesOptions
     if (const std::string problem = ParseBufferMiB(value, options.bufferMiB); !problem.empty()) {
       return Usage(err, problem);
     }
+  } else if (option == "--metrics-listen") {
+    std::string problem;
+    if (!MetricsListenUsable(value, problem)) return Usage(err, "--metrics-listen: " + problem);
+    options.metricsListen = value;
   } else {
     return Usage(err, "unknown option '" + option + "'");
   }
@@ -226,31 +232,25 @@ class Reporter {
   bool failed_ = false;
 };
 
-// Counts the frames handed to the engine, for the closing "N packets, M dropped" line.
-class CountingSink final : public FrameSink {
- public:
-  explicit CountingSink(FrameSink& inner) : inner_(inner) {}
-  SinkVerdict Take(const FrameRecord& frame) override {
-    frames_.fetch_add(1, std::memory_order_relaxed);
-    return inner_.Take(frame);
-  }
-  bool IsFull() const override { return inner_.IsFull(); }
-  void Finish() override { inner_.Finish(); }
-  std::uint64_t frames() const { return frames_.load(std::memory_order_relaxed); }
-
- private:
-  FrameSink& inner_;
-  std::atomic<std::uint64_t> frames_{0};
-};
-
 struct Received {
   std::uint64_t packets = 0;
   std::uint64_t dropped = 0;  // by the kernel, live captures only
+  bool served = true;         // false: --metrics-listen could not listen, nothing was captured
 };
 
-Received Capture(const FilesOptions& options, fm::FileModeEngine& engine, Reporter& reporter) {
+Received Capture(const FilesOptions& options, fm::FileModeEngine& engine, Reporter& reporter,
+                 std::ostream& err) {
   CaptureSession session;
   CountingSink counting(engine);
+  std::unique_ptr<metrics::Endpoint> endpoint;
+  const auto collect = [&] {
+    std::vector<metrics::Family> families;
+    metrics::AddCapture(families, options.target->displayName, counting.frames(), counting.bytes(),
+                        session.Dropped());
+    metrics::AddFileMode(families, engine.Counters());
+    return families;
+  };
+  if (!ServeMetrics(options.metricsListen, collect, endpoint, err)) return {0, 0, false};
   CaptureUntilStopped(session, *options.target, counting, options.seconds,
                       [&] { reporter.Report(engine, &session.Messages()); });
   engine.Finish();
@@ -293,7 +293,8 @@ int RunFiles(std::span<const std::string> args, std::ostream& out, std::ostream&
   int status = kExitOk;
   Received received;
   if (options.target) {
-    received = Capture(options, engine, reporter);
+    received = Capture(options, engine, reporter, err);
+    if (!received.served) return kExitFailed;
   } else {
     CountingSink counting(engine);
     const DumpLoadResult loaded = FeedDumpFile(options.dumpFile, *options.dumpForm, counting);

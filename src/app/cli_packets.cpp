@@ -13,6 +13,7 @@
 #include <thread>
 
 #include "app/cli.hpp"
+#include "app/mode_metrics.hpp"
 #include "app/cli_packets_log.hpp"
 #include "app/headless.hpp"
 #include "common/file_write.hpp"
@@ -46,6 +47,7 @@ struct PacketsOptions {
   bool append = false;
   std::string write;                   // capture file out
   LogFindOptions logFind;
+  std::string metricsListen;           // --metrics-listen: serve the counts for Prometheus
 };
 
 int Usage(std::ostream& err, const std::string& problem) {
@@ -56,6 +58,7 @@ int Usage(std::ostream& err, const std::string& problem) {
       << "                           [--render none|text|dec|hex|hex+text [--level LEVEL] [--wide]]\n"
       << "                           [--save FILE --form FORM [--level LEVEL] [--append]]\n"
       << "                           [--write FILE.pcapng|FILE.pcap] [--buffer-mib N]\n"
+      << "                           [--metrics-listen [ADDRESS:]PORT]\n"
       << "                           [--log-folder DIR --log-method single|size|time|size+time\n"
       << "                            [--log-max-kb N] [--log-span-s N] [--log-interval-s N]\n"
       << "                            [--log-form heading|text|dec|hex|hex+text|pcapng] [--log-prune-age-s N]]\n"
@@ -89,7 +92,7 @@ int ParseOptions(std::span<const std::string> args, PacketsOptions& options, std
                       option == "--count" || option == "--filter-profile" ||
                       option == "--render" || option == "--level" || option == "--load-dump" ||
                       option == "--form" || option == "--save" || option == "--write" ||
-                      option == "--buffer-mib")) {
+                      option == "--buffer-mib" || option == "--metrics-listen")) {
       return Usage(err, option + " needs a value");
     }
     if (option == "--read") {
@@ -131,6 +134,10 @@ int ParseOptions(std::span<const std::string> args, PacketsOptions& options, std
       if (const std::string problem = ParseBufferMiB(args[++i], options.bufferMiB); !problem.empty()) {
         return Usage(err, problem);
       }
+    } else if (option == "--metrics-listen") {
+      std::string problem;
+      if (!MetricsListenUsable(args[++i], problem)) return Usage(err, "--metrics-listen: " + problem);
+      options.metricsListen = args[i];
     } else if (option == "--write") {
       options.write = args[++i];
       if (!CaptureFormatFromPath(options.write)) {
@@ -397,6 +404,21 @@ int RunPackets(std::span<const std::string> args, std::ostream& out, std::ostrea
       return kExitFailed;
     }
   }
+  std::unique_ptr<metrics::Endpoint> endpoint;
+  const auto collect = [&] {
+    std::vector<metrics::Family> families;
+    metrics::AddCapture(families, options.target ? options.target->displayName : options.loadDump,
+                        engine.FramesReceived(), engine.BytesReceived(), engine.Session().Dropped());
+    metrics::AddStore(families, static_cast<std::uint64_t>(engine.Store().ItemCount()),
+                      static_cast<std::uint64_t>(engine.Store().Capacity()));
+    if (options.logFind.logging) {
+      const LogStatus logged = engine.LoggingStatus();
+      metrics::AddLogging(families, static_cast<std::uint64_t>(logged.filesBegun),
+                          static_cast<std::uint64_t>(logged.failureEpisodes));
+    }
+    return families;
+  };
+  if (!ServeMetrics(options.metricsListen, collect, endpoint, err)) return kExitFailed;
   int status = options.loadDump.empty() ? RunCapture(engine, *options.target, printer, stop, err)
                                         : LoadDump(engine, options, printer, stop, err);
   // A stop is how a live capture ends; it does not also cut short writing what was captured.

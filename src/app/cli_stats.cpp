@@ -12,6 +12,7 @@
 
 #include "app/cli.hpp"
 #include "app/headless.hpp"
+#include "app/mode_metrics.hpp"
 #include "capture/session.hpp"
 #include "packetmode/dump_file.hpp"
 #include "statistics/engine.hpp"
@@ -34,6 +35,7 @@ struct StatsOptions {
   stats::SaveFormat format = stats::SaveFormat::Text;
   std::string loadDump;  // a packet dump file as the source
   std::optional<DataForm> form;
+  std::string metricsListen;  // --metrics-listen: serve the counts for Prometheus
 };
 
 int Usage(std::ostream& err, const std::string& problem) {
@@ -108,6 +110,10 @@ int ParseOption(const std::string& option, const std::string& value, StatsOption
     if (!ParseLocals(value, *options.locals)) {
       return Usage(err, "--local takes dotted IPv4 addresses separated by commas");
     }
+  } else if (option == "--metrics-listen") {
+    std::string problem;
+    if (!MetricsListenUsable(value, problem)) return Usage(err, "--metrics-listen: " + problem);
+    options.metricsListen = value;
   } else if (option == "--format") {
     const auto format = stats::ParseSaveFormat(value);
     if (!format || value == "text") return Usage(err, "--format takes tsv, csv or json");
@@ -187,7 +193,17 @@ int RunStats(std::span<const std::string> args, std::ostream& out, std::ostream&
   }
 
   CaptureSession session;
-  CaptureUntilStopped(session, *options.target, engine, options.seconds);
+  CountingSink counting(engine);
+  std::unique_ptr<metrics::Endpoint> endpoint;
+  const auto collect = [&] {
+    std::vector<metrics::Family> families;
+    metrics::AddCapture(families, options.target->displayName, counting.frames(), counting.bytes(),
+                        session.Dropped());
+    metrics::AddStatistics(families, engine);
+    return families;
+  };
+  if (!ServeMetrics(options.metricsListen, collect, endpoint, err)) return kExitFailed;
+  CaptureUntilStopped(session, *options.target, counting, options.seconds);
 
   for (const CaptureMessage& message : session.Messages().Drain()) {
     err << "vormelt-cli: " << OneLineMessage(message) << "\n";

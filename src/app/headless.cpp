@@ -68,9 +68,19 @@ void ForwardMessages(HeadlessMode& mode, HeadlessHost& host, UiLanguage language
 }  // namespace
 
 int RunHeadless(HeadlessMode& mode, HeadlessHost& host, StopSignals& signals,
-                UiLanguage language) {
+                UiLanguage language, std::string_view metricsListen) {
   const auto started = std::chrono::steady_clock::now();
   const bool launched = mode.Start();
+  std::unique_ptr<metrics::Endpoint> endpoint;
+  if (launched && !metricsListen.empty()) {
+    std::string problem;
+    endpoint = metrics::Endpoint::Start(metricsListen, [&mode] {
+      std::vector<metrics::Family> families;
+      mode.CollectMetrics(families);
+      return families;
+    }, problem);
+    if (!endpoint) host.Tell(FormatText(Text::ServiceMetricsNotServed, language, problem.c_str()));
+  }
   bool ready = false;
   bool stopAsked = false;
   std::uint64_t lastProgress = mode.Progress();
@@ -97,6 +107,7 @@ int RunHeadless(HeadlessMode& mode, HeadlessHost& host, StopSignals& signals,
     }
   }
   host.Stopping();
+  endpoint.reset();  // no scrape may read the mode while it stops
   mode.Stop();
   ForwardMessages(mode, host, language);
   host.Status(mode.StatusLine(language));

@@ -4,6 +4,8 @@
 // through (HeadlessHost). Nothing here knows systemd or any one mode.
 #pragma once
 
+#include "app/metrics_endpoint.hpp"
+
 #include <signal.h>
 
 #include <chrono>
@@ -83,6 +85,9 @@ class HeadlessMode {
   virtual void Stop() = 0;
   // Messages the mode wants shown since the last call, as one-line texts in `language`.
   virtual std::vector<std::string> TakeMessages(UiLanguage language) = 0;
+  // What the mode counts, for a scrape of the metrics endpoint. Called on the endpoint's
+  // thread while the mode runs: reads only atomics and copies taken under the engine's lock.
+  virtual void CollectMetrics(std::vector<metrics::Family>& out) const { (void)out; }
 };
 
 // Exit statuses of a headless run. 78 (EX_CONFIG) is final for the service unit
@@ -93,8 +98,10 @@ inline constexpr int kHeadlessConfigError = 78;
 
 // Runs `mode` until `signals` sees SIGINT/SIGTERM or the mode ends by itself, reporting to
 // `host`. Returns kHeadlessOk after a stop on request, kHeadlessFailed when the mode could not
-// start or ended by itself. `signals` must exist before any capture thread starts.
+// start or ended by itself. `signals` must exist before any capture thread starts. With
+// `metricsListen` the mode's counts are served for Prometheus while it runs; an endpoint that
+// cannot listen is told to the host and the mode runs on without it.
 int RunHeadless(HeadlessMode& mode, HeadlessHost& host, StopSignals& signals,
-                UiLanguage language);
+                UiLanguage language, std::string_view metricsListen = {});
 
 }  // namespace vormelt

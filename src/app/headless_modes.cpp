@@ -11,6 +11,7 @@
 
 #include "app/file_mode.hpp"
 #include "app/headless.hpp"
+#include "app/mode_metrics.hpp"
 #include "app/modes.hpp"
 #include "capture/session.hpp"
 #include "common/file_write.hpp"
@@ -103,6 +104,18 @@ class PacketHeadless final : public HeadlessMode {
   std::uint64_t Progress() const override { return engine_.Session().LoopTurns(); }
   bool WaitingForFrames() const override { return engine_.Session().WaitingForFrames(); }
 
+  void CollectMetrics(std::vector<metrics::Family>& out) const override {
+    metrics::AddCapture(out, target_.displayName, engine_.FramesReceived(), engine_.BytesReceived(),
+                        engine_.Session().Dropped());
+    metrics::AddStore(out, static_cast<std::uint64_t>(engine_.Store().ItemCount()),
+                      static_cast<std::uint64_t>(engine_.Store().Capacity()));
+    if (logging_.enabled) {
+      const LogStatus logged = engine_.LoggingStatus();
+      metrics::AddLogging(out, static_cast<std::uint64_t>(logged.filesBegun),
+                          static_cast<std::uint64_t>(logged.failureEpisodes));
+    }
+  }
+
   std::string StatusLine(UiLanguage language) const override {
     return FormatText(Text::ServicePacketStatus, language,
                       StatusText(engine_.Session().Status(), language).c_str(),
@@ -179,11 +192,17 @@ class StatisticalHeadless final : public HeadlessMode {
         engine_(locals_, {settings.statistics.maxItems,
                           static_cast<stats::VictimPolicy>(settings.statistics.victimPolicy)}) {}
 
-  bool Start() override { return session_.Start(target_, engine_); }
+  bool Start() override { return session_.Start(target_, counting_); }
   bool Listening() const override { return SessionListening(session_); }
   bool Running() const override { return session_.listening.load(); }
   std::uint64_t Progress() const override { return session_.LoopTurns(); }
   bool WaitingForFrames() const override { return session_.WaitingForFrames(); }
+
+  void CollectMetrics(std::vector<metrics::Family>& out) const override {
+    metrics::AddCapture(out, target_.displayName, counting_.frames(), counting_.bytes(),
+                        session_.Dropped());
+    metrics::AddStatistics(out, engine_);
+  }
 
   std::string StatusLine(UiLanguage language) const override {
     return FormatText(Text::ServiceStatisticsStatus, language,
@@ -241,6 +260,7 @@ class StatisticalHeadless final : public HeadlessMode {
   stats::LocalAddressList locals_;
   stats::LocalAddressRefresher refresher_;
   stats::StatisticsEngine engine_;
+  CountingSink counting_{engine_};
   CaptureSession session_;  // last: its capture ends before the engine it feeds goes
 };
 
@@ -265,7 +285,13 @@ class FileHeadless final : public HeadlessMode {
 
   bool Start() override {
     engine_.Start(options_, fm::StreamClock::Live, counts_);
-    return session_.Start(target_, engine_);
+    return session_.Start(target_, counting_);
+  }
+
+  void CollectMetrics(std::vector<metrics::Family>& out) const override {
+    metrics::AddCapture(out, target_.displayName, counting_.frames(), counting_.bytes(),
+                        session_.Dropped());
+    metrics::AddFileMode(out, engine_.Counters());
   }
   bool Listening() const override { return SessionListening(session_); }
   bool Running() const override { return session_.listening.load(); }
@@ -306,6 +332,7 @@ class FileHeadless final : public HeadlessMode {
   PendingLines lines_;
   FilterSettings filter_;
   fm::FileModeEngine engine_{&filter_};
+  CountingSink counting_{engine_};
   CaptureSession session_;  // last: its capture ends before the engine it feeds goes
 };
 
@@ -322,7 +349,8 @@ bool InterfaceChosen(const ModeStart& start) {
 int RunPacketHeadless(const ModeStart& start) {
   if (!InterfaceChosen(start)) return kHeadlessConfigError;
   PacketHeadless mode(start.settings);
-  return RunHeadless(mode, *start.host, *start.stopSignals, start.settings.language);
+  return RunHeadless(mode, *start.host, *start.stopSignals, start.settings.language,
+                     start.settings.service.metricsListen);
 }
 
 int RunFileHeadless(const ModeStart& start) {
@@ -341,13 +369,15 @@ int RunFileHeadless(const ModeStart& start) {
     return kHeadlessConfigError;
   }
   FileHeadless mode(start.settings);
-  return RunHeadless(mode, *start.host, *start.stopSignals, start.settings.language);
+  return RunHeadless(mode, *start.host, *start.stopSignals, start.settings.language,
+                     start.settings.service.metricsListen);
 }
 
 int RunStatisticalHeadless(const ModeStart& start) {
   if (!InterfaceChosen(start)) return kHeadlessConfigError;
   StatisticalHeadless mode(start.settings, StateDirectory() / kStatisticsListsFileName);
-  return RunHeadless(mode, *start.host, *start.stopSignals, start.settings.language);
+  return RunHeadless(mode, *start.host, *start.stopSignals, start.settings.language,
+                     start.settings.service.metricsListen);
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 // Nothing here may depend on a consumer.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <memory>
@@ -59,6 +60,27 @@ class FrameSink {
   // The capture has ended (stopped, failed or at the end of its file). A sink that holds work
   // back for later packets finishes it now: a file has no later packets to wait for.
   virtual void Finish() {}
+};
+
+// Counts the frames, and their bytes on the wire, that a capture hands to `inner`: for the
+// closing "N packets" lines and the metrics. Readable from any thread.
+class CountingSink final : public FrameSink {
+ public:
+  explicit CountingSink(FrameSink& inner) : inner_(inner) {}
+  SinkVerdict Take(const FrameRecord& frame) override {
+    frames_.fetch_add(1, std::memory_order_relaxed);
+    bytes_.fetch_add(frame.wireLength, std::memory_order_relaxed);
+    return inner_.Take(frame);
+  }
+  bool IsFull() const override { return inner_.IsFull(); }
+  void Finish() override { inner_.Finish(); }
+  std::uint64_t frames() const { return frames_.load(std::memory_order_relaxed); }
+  std::uint64_t bytes() const { return bytes_.load(std::memory_order_relaxed); }
+
+ private:
+  FrameSink& inner_;
+  std::atomic<std::uint64_t> frames_{0};
+  std::atomic<std::uint64_t> bytes_{0};
 };
 
 // Lays out a frame with its spare bytes for sinks that are handed bytes by someone other than

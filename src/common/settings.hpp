@@ -181,6 +181,15 @@ struct LoggingSettings {
   friend bool operator==(const LoggingSettings&, const LoggingSettings&) = default;
 };
 
+// The service's own options.
+struct ServiceSettings {
+  // Where the running service serves its counts for Prometheus ("PORT" on loopback, or
+  // "ADDRESS:PORT"); empty: not served.
+  std::string metricsListen;
+
+  friend bool operator==(const ServiceSettings&, const ServiceSettings&) = default;
+};
+
 struct ProgramSettings {
   // Read at start-up.
   bool showModeChoiceAtStartup = true;  // "Show mode choice at startup."
@@ -198,6 +207,7 @@ struct ProgramSettings {
   GraphicalSettings graphical;
   FileModeSettings fileMode;
   LoggingSettings logging;
+  ServiceSettings service;
 
   friend bool operator==(const ProgramSettings&, const ProgramSettings&) = default;
 };

@@ -434,6 +434,8 @@ void ReadLogging(const Reader& r, LoggingSettings& s) {
   r.Window("window", s.window);
 }
 
+void ReadService(const Reader& r, ServiceSettings& s) { r.String("metricsListen", s.metricsListen); }
+
 ProgramSettings ReadSettings(const Reader& r) {
   ProgramSettings settings;
   ReadGeneral(r.Group("general"), settings);
@@ -445,6 +447,7 @@ ProgramSettings ReadSettings(const Reader& r) {
   ReadGraphical(r.Group("graphical"), settings.graphical);
   ReadFileMode(r.Group("fileMode"), settings.fileMode);
   ReadLogging(r.Group("logging"), settings.logging);
+  ReadService(r.Group("service"), settings.service);
   return settings;
 }
 
@@ -464,7 +467,8 @@ std::string SettingsToJson(const ProgramSettings& s) {
                   {"statistics", StatisticsToJson(s.statistics)},
                   {"graphical", GraphicalToJson(s.graphical)},
                   {"fileMode", FileModeToJson(s.fileMode)},
-                  {"logging", LoggingToJson(s.logging)}};
+                  {"logging", LoggingToJson(s.logging)},
+                  {"service", Json{{"metricsListen", s.service.metricsListen}}}};
   // Strings may hold bytes that are not UTF-8 (folder names); replace them instead of throwing.
   return root.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
 }

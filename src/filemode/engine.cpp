@@ -67,7 +67,7 @@ void FileModeEngine::Start(const FileModeOptions& options, StreamClock clock,
   clock_ = clock;
   table_.Reset({options.dirty, options.pshOnly, options.onlyHttp, options.acceptPartial});
   for (auto* counter : {&bytesReceived_, &filesProcessing_, &filesWritten_, &filesFailed_,
-                        &bytesWritten_, &packetsStored_, &packetsDropped_}) {
+                        &filesIncomplete_, &bytesWritten_, &packetsStored_, &packetsDropped_}) {
     counter->store(0);
   }
   busyStep_.store(0);
@@ -259,6 +259,7 @@ void FileModeEngine::Write(const Stream& stream, std::span<const std::uint8_t> d
       ++counts_.custom;
     }
     filesWritten_.fetch_add(1, std::memory_order_relaxed);
+    if (!record.complete) filesIncomplete_.fetch_add(1, std::memory_order_relaxed);
     bytesWritten_.fetch_add(placed.written, std::memory_order_relaxed);
   }
   std::lock_guard lock(writtenMutex_);
@@ -297,6 +298,7 @@ FileModeCounters FileModeEngine::Counters() const {
   c.filesProcessing = filesProcessing_.load(std::memory_order_relaxed);
   c.filesWritten = filesWritten_.load(std::memory_order_relaxed);
   c.filesFailed = filesFailed_.load(std::memory_order_relaxed);
+  c.filesIncomplete = filesIncomplete_.load(std::memory_order_relaxed);
   c.bytesWritten = bytesWritten_.load(std::memory_order_relaxed);
   c.memoryInUse = table_.MemoryInUse();
   c.activeStreams = table_.CountFilling();

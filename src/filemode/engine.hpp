@@ -52,6 +52,7 @@ struct FileModeCounters {
   std::uint64_t filesProcessing = 0;  // streams taken so far
   std::uint64_t filesWritten = 0;
   std::uint64_t filesFailed = 0;      // bodies that could not be written whole; none was kept
+  std::uint64_t filesIncomplete = 0;  // written, but a part of the body never came
   std::uint64_t bytesWritten = 0;
   std::int64_t memoryInUse = 0;
   std::uint32_t activeStreams = 0;    // streams filling now
@@ -132,6 +133,7 @@ class FileModeEngine final : public FrameSink {
   std::atomic<std::uint64_t> filesProcessing_{0};
   std::atomic<std::uint64_t> filesWritten_{0};
   std::atomic<std::uint64_t> filesFailed_{0};
+  std::atomic<std::uint64_t> filesIncomplete_{0};
   std::uint64_t failureRun_ = 0;  // failures since the last file written; the writing thread's
   std::atomic<std::uint64_t> bytesWritten_{0};
   std::atomic<std::uint64_t> packetsStored_{0};

@@ -88,6 +88,8 @@ bool PacketModeEngine::RenewFullStore() {
 }
 
 SinkVerdict PacketModeEngine::Take(const FrameRecord& frame) {
+  framesReceived_.fetch_add(1, std::memory_order_relaxed);
+  bytesReceived_.fetch_add(frame.wireLength, std::memory_order_relaxed);
   if (renewWhenFull_.load(std::memory_order_relaxed)) {
     if (store_.IsFull() && !RenewFullStore()) return SinkVerdict::ItemLimitReached;
     // Past half full, the logger is woken every few thousand packets until it has caught up

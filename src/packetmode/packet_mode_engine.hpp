@@ -76,6 +76,10 @@ class PacketModeEngine final : private FrameSink {
   void StopLogging() { logger_.Stop(); }
   PacketLogger& Logger() { return logger_; }
   LogStatus LoggingStatus() const { return logger_.Status(); }
+  // Frames the capture handed over since the engine was made, and their bytes on the wire,
+  // whether stored or not (for the metrics); readable from any thread.
+  std::uint64_t FramesReceived() const { return framesReceived_.load(std::memory_order_relaxed); }
+  std::uint64_t BytesReceived() const { return bytesReceived_.load(std::memory_order_relaxed); }
   // For closing: ends the capture and waits for its thread.
   void Quit();
 
@@ -113,6 +117,8 @@ class PacketModeEngine final : private FrameSink {
   std::atomic<bool> readingFile_{false};
   std::atomic<bool> renewWhenFull_{false};
   std::atomic<std::int64_t> droppedUnlogged_{0};
+  std::atomic<std::uint64_t> framesReceived_{0};
+  std::atomic<std::uint64_t> bytesReceived_{0};
   std::int32_t wakeLoggerAt_ = 0;  // receive thread: the item count that wakes the logger next
   // After the store it reads, before the session: ends after capture, before the store goes.
   PacketLogger logger_{store_};

@@ -1,0 +1,30 @@
+// What each mode exposes to Prometheus, as metric families built from the counters the engines
+// already keep: the capture's packets, bytes and kernel drops per interface; the packet store's
+// fill and limit; Statistical Mode's bytes and packets per address (bounded by the table, so a
+// scan of a large network cannot grow the series past the table's maximum items); File Mode's
+// files written, failed and incomplete; logging's files and failures.
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+#include <vector>
+
+#include "app/metrics_endpoint.hpp"
+
+namespace vormelt::statistics {
+class StatisticsEngine;
+}
+namespace vormelt::filemode {
+struct FileModeCounters;
+}
+
+namespace vormelt::metrics {
+
+void AddCapture(std::vector<Family>& out, std::string_view interface, std::uint64_t packets,
+                std::uint64_t bytes, std::uint64_t dropped);
+void AddStore(std::vector<Family>& out, std::uint64_t stored, std::uint64_t limit);
+void AddStatistics(std::vector<Family>& out, const statistics::StatisticsEngine& engine);
+void AddFileMode(std::vector<Family>& out, const filemode::FileModeCounters& counters);
+void AddLogging(std::vector<Family>& out, std::uint64_t filesBegun, std::uint64_t failures);
+
+}  // namespace vormelt::metrics
