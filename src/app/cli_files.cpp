@@ -19,9 +19,9 @@
 #include <nlohmann/json.hpp>
 
 #include "app/cli.hpp"
-#include "app/mode_metrics.hpp"
 #include "app/file_mode.hpp"
 #include "app/headless.hpp"
+#include "app/mode_metrics.hpp"
 #include "capture/session.hpp"
 #include "common/file_write.hpp"
 #include "filters/filter_settings.hpp"
@@ -263,6 +263,11 @@ Received Capture(const FilesOptions& options, fm::FileModeEngine& engine, Report
 int RunFiles(std::span<const std::string> args, std::ostream& out, std::ostream& err) {
   FilesOptions options;
   if (const int status = ParseOptions(args, options, err); status != kExitOk) return status;
+
+  // Before File Mode's pass thread and the metrics threads start, so that they inherit the
+  // blocked SIGINT and SIGTERM: a stop signal handed to one of them would end the process
+  // without its summary.
+  StopSignals signals;
 
   FilterSettings filter;
   if (!options.filterProfile.empty()) {

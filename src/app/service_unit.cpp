@@ -25,7 +25,7 @@ namespace {
 
 constexpr const char* kUnitHead = R"([Unit]
 Description=%DESCRIPTION%
-Documentation=man:vormelt(1) file:///usr/share/doc/hollowbright-vormelt/README.md
+Documentation=file:///usr/share/doc/hollowbright-vormelt/README.md
 After=network-online.target
 Wants=network-online.target
 

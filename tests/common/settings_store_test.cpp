@@ -138,20 +138,32 @@ TEST(SettingsStore, EveryKeyHasARuleThatLoadingHoldsToAtItsEdges) {
       case SettingRule::Type::Integer:
         EXPECT_TRUE(loads(pointer, rule->only.empty() ? min : rule->only.front())) << key;
         EXPECT_TRUE(loads(pointer, max)) << key;
-        if (min > std::numeric_limits<long long>::min()) EXPECT_FALSE(loads(pointer, min - 1)) << key;
-        if (max < std::numeric_limits<long long>::max()) EXPECT_FALSE(loads(pointer, max + 1)) << key;
-        if (rule->only.size() > 1) EXPECT_FALSE(loads(pointer, rule->only[0] + 1)) << key;
+        if (min > std::numeric_limits<long long>::min()) {
+          EXPECT_FALSE(loads(pointer, min - 1)) << key;
+        }
+        if (max < std::numeric_limits<long long>::max()) {
+          EXPECT_FALSE(loads(pointer, max + 1)) << key;
+        }
+        if (rule->only.size() > 1) {
+          EXPECT_FALSE(loads(pointer, rule->only[0] + 1)) << key;
+        }
         break;
       case SettingRule::Type::IntegerList: {
         const Json edges = Json::array({min, max});
         std::vector<long long> full(std::max<std::size_t>(rule->listSize, 1), max);
         EXPECT_TRUE(loads(pointer, Json(full))) << key;
-        if (rule->listSize == 0) EXPECT_TRUE(loads(pointer, edges)) << key;
+        if (rule->listSize == 0) {
+          EXPECT_TRUE(loads(pointer, edges)) << key;
+        }
         full.push_back(max);
-        if (rule->listSize) EXPECT_FALSE(loads(pointer, Json(full))) << key;
+        if (rule->listSize) {
+          EXPECT_FALSE(loads(pointer, Json(full))) << key;
+        }
         full.pop_back();
         full.back() = max == std::numeric_limits<int>::max() ? max : max + 1;
-        if (max < std::numeric_limits<int>::max()) EXPECT_FALSE(loads(pointer, Json(full))) << key;
+        if (max < std::numeric_limits<int>::max()) {
+          EXPECT_FALSE(loads(pointer, Json(full))) << key;
+        }
         break;
       }
       case SettingRule::Type::Bool: EXPECT_FALSE(loads(pointer, "true")) << key; break;

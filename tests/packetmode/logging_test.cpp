@@ -317,7 +317,9 @@ TEST(PacketModeEngine, ARenewedFullStoreLogsEveryPacketFirst) {
     LogConfig config = SizeConfig(dir.File("logs"), 1 << 20);
     config.settings.form = 0;
     config.settings.intervalSeconds = 3600;  // only the store filling wakes it
-    if (logging) ASSERT_TRUE(engine.StartLogging(config));
+    if (logging) {
+      ASSERT_TRUE(engine.StartLogging(config));
+    }
     ASSERT_TRUE(engine.StartFile(dir.File("in.pcap")));
     engine.Session().Wait();
     engine.StopLogging();

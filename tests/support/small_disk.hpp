@@ -29,4 +29,6 @@ class SmallDisk {
 
 // Skips the current test when the disk could not be mounted.
 #define VORMELT_REQUIRE_SMALL_DISK(disk) \
-  if (!(disk).mounted()) GTEST_SKIP() << "no small tmpfs: " << (disk).reason()
+  if ((disk).mounted()) {                \
+  } else                                 \
+    GTEST_SKIP() << "no small tmpfs: " << (disk).reason()
