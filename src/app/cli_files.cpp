@@ -245,8 +245,7 @@ Received Capture(const FilesOptions& options, fm::FileModeEngine& engine, Report
   std::unique_ptr<metrics::Endpoint> endpoint;
   const auto collect = [&] {
     std::vector<metrics::Family> families;
-    metrics::AddCapture(families, options.target->displayName, counting.frames(), counting.bytes(),
-                        session.Dropped());
+    metrics::AddCapture(families, options.target->displayName, counting, session);
     metrics::AddFileMode(families, engine.Counters());
     return families;
   };

@@ -197,8 +197,7 @@ int RunStats(std::span<const std::string> args, std::ostream& out, std::ostream&
   std::unique_ptr<metrics::Endpoint> endpoint;
   const auto collect = [&] {
     std::vector<metrics::Family> families;
-    metrics::AddCapture(families, options.target->displayName, counting.frames(), counting.bytes(),
-                        session.Dropped());
+    metrics::AddCapture(families, options.target->displayName, counting, session);
     metrics::AddStatistics(families, engine);
     return families;
   };

@@ -199,8 +199,7 @@ class StatisticalHeadless final : public HeadlessMode {
   bool WaitingForFrames() const override { return session_.WaitingForFrames(); }
 
   void CollectMetrics(std::vector<metrics::Family>& out) const override {
-    metrics::AddCapture(out, target_.displayName, counting_.frames(), counting_.bytes(),
-                        session_.Dropped());
+    metrics::AddCapture(out, target_.displayName, counting_, session_);
     metrics::AddStatistics(out, engine_);
   }
 
@@ -289,8 +288,7 @@ class FileHeadless final : public HeadlessMode {
   }
 
   void CollectMetrics(std::vector<metrics::Family>& out) const override {
-    metrics::AddCapture(out, target_.displayName, counting_.frames(), counting_.bytes(),
-                        session_.Dropped());
+    metrics::AddCapture(out, target_.displayName, counting_, session_);
     metrics::AddFileMode(out, engine_.Counters());
   }
   bool Listening() const override { return SessionListening(session_); }

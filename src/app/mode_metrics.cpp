@@ -4,6 +4,8 @@
 
 #include <string>
 
+#include "capture/session.hpp"
+#include "common/frame_sink.hpp"
 #include "filemode/engine.hpp"
 #include "statistics/engine.hpp"
 #include "statistics/lists.hpp"
@@ -28,6 +30,11 @@ void AddCapture(std::vector<Family>& out, std::string_view interface, std::uint6
   out.push_back(One("vormelt_capture_dropped_total",
                     "Packets the kernel dropped because the program did not keep up.", Kind::Counter,
                     static_cast<double>(dropped), labels));
+}
+
+void AddCapture(std::vector<Family>& out, std::string_view interface, const CountingSink& counting,
+                const CaptureSession& session) {
+  AddCapture(out, interface, counting.frames(), counting.bytes(), session.Dropped());
 }
 
 void AddStore(std::vector<Family>& out, std::uint64_t stored, std::uint64_t limit) {

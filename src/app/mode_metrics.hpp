@@ -11,6 +11,10 @@
 
 #include "app/metrics_endpoint.hpp"
 
+namespace vormelt {
+class CaptureSession;
+class CountingSink;
+}  // namespace vormelt
 namespace vormelt::statistics {
 class StatisticsEngine;
 }
@@ -22,6 +26,9 @@ namespace vormelt::metrics {
 
 void AddCapture(std::vector<Family>& out, std::string_view interface, std::uint64_t packets,
                 std::uint64_t bytes, std::uint64_t dropped);
+// The same for a capture whose sink is counted by `counting`.
+void AddCapture(std::vector<Family>& out, std::string_view interface, const CountingSink& counting,
+                const CaptureSession& session);
 void AddStore(std::vector<Family>& out, std::uint64_t stored, std::uint64_t limit);
 void AddStatistics(std::vector<Family>& out, const statistics::StatisticsEngine& engine);
 void AddFileMode(std::vector<Family>& out, const filemode::FileModeCounters& counters);
