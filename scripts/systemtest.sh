@@ -11,9 +11,9 @@ cd "$(dirname "$0")/.."
 
 CACHE=${VORMELT_SYSTEMTEST_CACHE:-/var/cache/vormelt-systemtest}
 MIRROR=${VORMELT_SYSTEMTEST_MIRROR:-http://deb.debian.org/debian}
-# What the container needs besides the package: systemd itself and the package's dependencies,
-# so installing the .deb needs no network.
-INCLUDE=systemd,systemd-sysv,dbus,iputils-ping,libcap2-bin,ieee-data,libpcap0.8,libqt6widgets6,libsystemd0
+# What the container needs besides the package: systemd itself, ping, and (read from the
+# package below) its dependencies, so installing the .deb needs no network.
+BASE_INCLUDE=systemd,systemd-sysv,dbus,iputils-ping
 
 skip() { echo "systemtest: skipped: $*"; exit 0; }
 fail() { echo "systemtest: FAILED: $*"; failures=$((failures + 1)); }
@@ -28,6 +28,9 @@ command -v systemd-nspawn >/dev/null || skip "systemd-nspawn is not installed (p
 # 1. The package, built as `make package` builds it.
 deb=$(make -s package | tail -n 1)
 [ -f "$deb" ] || { echo "systemtest: FAILED: make package made no .deb"; exit 1; }
+
+depends=$(dpkg-deb -f "$deb" Depends | tr ',' '\n' | sed 's/[(|].*//; s/ //g' | grep . | sort -u | paste -sd,)
+INCLUDE=$BASE_INCLUDE,$depends
 
 # 2. A Debian 12 root with systemd, made once and kept (made again when the list changes).
 root_cache=$CACHE/bookworm
