@@ -2,6 +2,7 @@
 // word of the desktop program's -help text, is described in its page.
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <fstream>
 #include <regex>
 #include <set>
@@ -51,6 +52,28 @@ TEST(Manual, EveryOptionOfTheHelpTextsIsInItsPage) {
   const std::string programPage = PageText("vormelt");
   for (const std::string& word : words) {
     EXPECT_NE(programPage.find("*" + word + "*"), std::string::npos) << word << " is not in vormelt.1";
+  }
+}
+
+// Tab after "vormelt-cli pa" gives "packets", and every option of the help text can be completed.
+TEST(Manual, BashCompletionKnowsTheCommandsAndOptions) {
+  if (!std::filesystem::exists("/usr/share/bash-completion/bash_completion")) {
+    GTEST_SKIP() << "bash-completion is not installed";
+  }
+  const std::string script = std::string(VORMELT_SOURCE_DIR) + "/packaging/completion/vormelt-cli";
+  int status = -1;
+  const std::string offered = test::ShellOutput(
+      "bash -c 'source /usr/share/bash-completion/bash_completion; source \"" + script + "\"; "
+      "COMP_WORDS=(vormelt-cli pa); COMP_CWORD=1; COMP_LINE=\"vormelt-cli pa\"; "
+      "COMP_POINT=${#COMP_LINE}; _vormelt_cli; echo \"${COMPREPLY[*]}\"'", &status);
+  EXPECT_EQ(offered, "packets\n");
+  std::ifstream in(script);
+  std::ostringstream text;
+  text << in.rdbuf();
+  const test::ProcessRun help = test::RunCli({"--help"});
+  for (const std::string& option : Matches(help.out, std::regex(R"((--[a-z0-9][a-z0-9-]*[a-z0-9])(?![-*a-z0-9]))"))) {
+    if (option == "--help" || option == "--version") continue;
+    EXPECT_NE(text.str().find(option), std::string::npos) << option << " is not completed";
   }
 }
 
