@@ -183,5 +183,14 @@ restarts=$(show NRestarts)
 [ "$main_status" = 78 ] && [ "$restarts" = 0 ] && pass "Graphical Packets Mode: exit 78, no restart" ||
   fail "Graphical Packets Mode: status $main_status, $restarts restarts"
 
+# Removing the package takes the group's grant away and leaves the settings alone.
+inside dpkg -r hollowbright-vormelt >"$work/remove.log" 2>&1 || fail "dpkg -r: $(tail -n 3 "$work/remove.log")"
+overrides=$(inside dpkg-statoverride --list | grep -c vormelt)
+if [ "$overrides" = 0 ] && inside test -f /etc/hollowbright/vormelt/settings.json; then
+  pass "dpkg -r: the group's grant is gone, the settings stay"
+else
+  fail "dpkg -r: $overrides overrides left, or the settings went"
+fi
+
 echo "systemtest: $checks passed, $failures failed"
 [ "$failures" -eq 0 ]
