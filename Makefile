@@ -80,7 +80,7 @@ bench: build
 # built for /usr without tests or benchmarks, into $(PACKAGE_BUILD)/.
 package: deps
 	@cmake -S . -B $(PACKAGE_BUILD) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_INSTALL_PREFIX=/usr \
-	       -DVORMELT_TESTS=OFF -DVORMELT_BENCH=OFF -DVORMELT_EMBED_VENDORS=OFF $(CMAKE_FLAGS) >/dev/null
+	       -DVORMELT_TESTS=OFF -DVORMELT_BENCH=OFF -DVORMELT_EMBED_VENDORS=OFF -DVORMELT_PACKAGE_LAYOUT=ON $(CMAKE_FLAGS) >/dev/null
 	@cmake --build $(PACKAGE_BUILD) -j $(JOBS)
 	@cd $(PACKAGE_BUILD) && rm -f *.deb && cpack -G DEB >/dev/null && ls -1 $$PWD/*.deb
 
