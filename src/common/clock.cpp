@@ -42,10 +42,6 @@ CaptureTime CaptureNow() {
 LocalTime ToLocalTime(CaptureTime time) { return Fields(time, localtime_r); }
 LocalTime ToUtcTime(CaptureTime time) { return Fields(time, gmtime_r); }
 
-LocalTime NowLocal() { return ToLocalTime(CaptureNow()); }
-
-LocalTime NowUtc() { return ToUtcTime(CaptureNow()); }
-
 std::int64_t MillisecondsSinceStart() {
   return std::chrono::duration_cast<std::chrono::milliseconds>(SteadyClock::now() - kProcessStart)
       .count();

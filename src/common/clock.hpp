@@ -18,8 +18,6 @@ struct LocalTime {
   int millisecond;
 };
 
-LocalTime NowLocal();
-LocalTime NowUtc();
 // A capture time in local time / UTC fields.
 LocalTime ToLocalTime(CaptureTime time);
 LocalTime ToUtcTime(CaptureTime time);

@@ -181,16 +181,6 @@ FilterValues FilterSettings::Values() const {
   return values_;
 }
 
-std::string FilterSettings::MustContainText() const {
-  std::lock_guard lock(mutex_);
-  return JoinFilterTexts(values_.mustContain);
-}
-
-std::string FilterSettings::MustNotContainText() const {
-  std::lock_guard lock(mutex_);
-  return JoinFilterTexts(values_.mustNotContain);
-}
-
 void FilterSettings::RebuildColumnTextsLocked() {
   columnTexts_ = std::make_shared<const FilterColumnTexts>(FilterColumnTexts{
       JoinFilterTexts(values_.mustContain), JoinFilterTexts(values_.mustNotContain)});

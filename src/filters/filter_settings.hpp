@@ -102,9 +102,6 @@ class FilterSettings final : public PacketFilterSeam {
   // A copy of every list and scalar as they are now.
   FilterValues Values() const;
 
-  std::string MustContainText() const;
-  std::string MustNotContainText() const;
-
   // The test of one frame. `frame` points at the 14-byte Ethernet header of a stored record;
   // `length` includes that header. Fixed header fields may be read up to 88 bytes past the
   // frame's end (the record's spare bytes); the payload is searched only within `length`.
@@ -116,7 +113,6 @@ class FilterSettings final : public PacketFilterSeam {
   void SetFilteringEnabled(bool enabled) { filteringEnabled_.store(enabled); }
   bool FilteringEnabled() const { return filteringEnabled_.load(); }
   void SetMatchCase(bool matchCase) { matchCase_.store(matchCase); }
-  bool MatchCase() const { return matchCase_.load(); }
 
   // PacketFilterSeam, as the packet store sees it.
   bool Enabled() const override { return FilteringEnabled(); }

@@ -41,7 +41,6 @@ class PairGatherer final : public FrameSink {
   std::uint64_t Packets() const { return packets_.load(std::memory_order_relaxed); }
   // The capture behind it has ended (a file at its end, a stopped capture).
   bool Finished() const { return finished_.load(); }
-  void Rearm() { finished_.store(false); }
 
  private:
   static std::uint64_t KeyOf(Ipv4 source, Ipv4 destination) {

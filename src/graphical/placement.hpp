@@ -39,7 +39,6 @@ class LabelRandom {
  public:
   static constexpr int kMax = 32767;
   explicit LabelRandom(std::uint32_t seed) : state_(seed) {}
-  void Seed(std::uint32_t seed) { state_ = seed; }
   int Next() {
     ++draws_;
     state_ = state_ * 214013u + 2531011u;

@@ -208,7 +208,6 @@ std::optional<DataForm> ParseDataForm(std::string_view word) {
   return std::nullopt;
 }
 
-bool IsPrintableByte(std::uint8_t byte) { return kTables.printable[byte] != '.' || byte == '.'; }
 
 void AppendSummaryLine(std::string& out, PacketRef packet, IpGap gap) {
   const FrameView frame(packet);

@@ -30,9 +30,6 @@ struct RenderOptions {
   DataLevel level = DataLevel::Datalink;
 };
 
-// A byte prints as itself in hex-and-text forms when it is 32 or more and not one of
-// 127, 129, 141, 142, 143, 144; otherwise as '.'.
-bool IsPrintableByte(std::uint8_t byte);
 
 // The pieces, each appended to `out`:
 // the summary fields (no line break; the type column is the packet list's type text), ...

@@ -67,7 +67,6 @@ struct StatisticalModeWindow::Impl {
   QSystemTrayIcon* tray = nullptr;
   bool exitRequested = false;  // the tray's Exit: close even when closing hides to the tray
   bool started = false;  // a capture was started at least once
-  bool autoListen = false;
   bool closing = false;
   std::int32_t pendingSwitch = kNoPendingSwitch;
 
@@ -196,7 +195,6 @@ StatisticalModeWindow::StatisticalModeWindow(ProgramSettings& settings,
   }
   connect(&d.updater, &QTimer::timeout, this, &StatisticalModeWindow::refresh);
   d.updater.start(kUpdaterMilliseconds);
-  d.autoListen = autoListen;
   if (startMinimized) setWindowState(windowState() | Qt::WindowMinimized);
   if (autoListen) QTimer::singleShot(0, this, &StatisticalModeWindow::startListening);
   refresh();
