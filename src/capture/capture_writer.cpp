@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <strings.h>
 
 namespace vormelt {
@@ -55,6 +56,7 @@ CaptureFileWriter::~CaptureFileWriter() { Close(); }
 bool CaptureFileWriter::Fail(const char* what) {
   error_ = path_ + ": " + what + ": " + std::strerror(errno ? errno : EIO);
   file_.reset();
+  beside_.Abandon();
   return false;
 }
 
@@ -81,8 +83,22 @@ bool CaptureFileWriter::Open(const std::string& path, std::optional<CaptureFileF
   int flags = O_WRONLY | O_CREAT | O_CLOEXEC;
   flags |= mode == CaptureOpenMode::Replace ? O_TRUNC : mode == CaptureOpenMode::CreateNew ? O_EXCL : O_APPEND;
   errno = 0;
-  const int fd = ::open(path.c_str(), flags, 0644);
+  // A regular file (or none) is replaced by one written beside it; anything else under the
+  // name (a device, a FIFO) is written as it is.
+  struct stat existing {};
+  const bool beside = mode == CaptureOpenMode::Replace &&
+                      (::lstat(path.c_str(), &existing) != 0 ? errno == ENOENT : S_ISREG(existing.st_mode));
+  int fd = -1;
+  if (beside) {
+    int error = 0;
+    beside_ = FileBeside::Create(std::filesystem::path(path), error);
+    errno = error;
+    if (beside_) fd = ::fcntl(beside_.fd(), F_DUPFD_CLOEXEC, 0);
+  } else {
+    fd = ::open(path.c_str(), flags, 0644);
+  }
   if (fd < 0) {
+    beside_.Abandon();
     nameTaken_ = errno == EEXIST;
     return Fail("cannot create");
   }
@@ -212,6 +228,12 @@ bool CaptureFileWriter::Close() {
   }
   errno = 0;
   if (std::fclose(file_.release()) != 0) return Fail("cannot close");
+  if (beside_) {
+    if (const int error = beside_.Commit(/*replace=*/true); error != 0) {
+      errno = error;
+      return Fail("cannot write");
+    }
+  }
   return true;
 }
 

@@ -13,6 +13,7 @@
 #include <string>
 #include <string_view>
 
+#include "common/file_write.hpp"
 #include "common/frame_sink.hpp"
 #include "common/types.hpp"
 
@@ -72,6 +73,9 @@ class CaptureFileWriter {
                         std::span<const std::uint8_t> bytes, std::uint32_t wireLength);
 
   std::unique_ptr<std::FILE, FileCloser> file_;
+  // Replace writes beside the old file and renames over it on a good Close, so a full disk or
+  // a failed write leaves the old file as it was.
+  FileBeside beside_;
   CaptureFileFormat format_ = CaptureFileFormat::Pcapng;
   std::string path_;
   std::string error_;

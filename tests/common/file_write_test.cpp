@@ -9,6 +9,7 @@
 #include <fstream>
 #include <string>
 
+#include "capture/capture_writer.hpp"
 #include "support/small_disk.hpp"
 
 namespace vormelt {
@@ -53,6 +54,28 @@ TEST(FileBeside, WithoutReplaceATakenNameStaysAndTheNewBytesGo) {
   EXPECT_EQ(other.Commit(false), 0);
   EXPECT_EQ(Slurp(folder / "b.bin"), "whole");
   std::filesystem::remove_all(folder);
+}
+
+// A capture file written over an old one (--write, the window's export) on a full disk: the
+// failure is said and the old file stays as it was.
+TEST(FileBeside, ACaptureFileThatDoesNotFitLeavesTheOldOne) {
+  test::SmallDisk disk(64 * 1024);
+  VORMELT_REQUIRE_SMALL_DISK(disk);
+  const auto target = disk.path() / "out.pcapng";
+  std::ofstream(target) << "old";
+  CaptureFileWriter writer;
+  ASSERT_TRUE(writer.Open(target.string())) << writer.Error();
+  FrameBuffer buffer;
+  const std::vector<std::uint8_t> bytes(1500, 0x45);
+  bool written = true;
+  for (int i = 0; i < 200 && written; ++i) {
+    written = writer.Write(buffer.Fill(bytes, InterfaceKind::PacketDriver, CaptureTime{}));
+  }
+  written = written && writer.Close();
+  EXPECT_FALSE(written);
+  EXPECT_NE(writer.Error().find("No space left on device"), std::string::npos) << writer.Error();
+  EXPECT_EQ(Slurp(target), "old");
+  EXPECT_FALSE(std::filesystem::exists(disk.path() / ".out.pcapng.part"));
 }
 
 }  // namespace
