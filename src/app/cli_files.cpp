@@ -213,7 +213,9 @@ class Reporter {
       if (file.written()) out_ << file.path << '\t' << file.size << '\t' << file.contentType << '\n';
       if (manifest_) *manifest_ << ManifestLine(file) << '\n';
     }
+    // Whole lines, as they come: a script may follow the manifest while the run goes on.
     out_.flush();
+    if (manifest_) manifest_->flush();
     for (const CaptureMessage& message : engine.Messages().Drain()) Say(message);
     if (capture) {
       for (const CaptureMessage& message : capture->Drain()) Say(message);
