@@ -4,9 +4,9 @@
 
 #include <string>
 
-#include "capture/session.hpp"
-#include "common/frame_sink.hpp"
+#include "capture/mode_capture.hpp"
 #include "filemode/engine.hpp"
+#include "packetmode/packet_mode_engine.hpp"
 #include "statistics/engine.hpp"
 #include "statistics/lists.hpp"
 
@@ -32,9 +32,8 @@ void AddCapture(std::vector<Family>& out, std::string_view interface, std::uint6
                     static_cast<double>(dropped), labels));
 }
 
-void AddCapture(std::vector<Family>& out, std::string_view interface, const CountingSink& counting,
-                const CaptureSession& session) {
-  AddCapture(out, interface, counting.frames(), counting.bytes(), session.Dropped());
+void AddCapture(std::vector<Family>& out, std::string_view interface, const ModeCapture& capture) {
+  AddCapture(out, interface, capture.Frames(), capture.Bytes(), capture.Dropped());
 }
 
 void AddStore(std::vector<Family>& out, std::uint64_t stored, std::uint64_t limit) {
@@ -82,6 +81,15 @@ void AddLogging(std::vector<Family>& out, std::uint64_t filesBegun, std::uint64_
                     static_cast<double>(filesBegun)));
   out.push_back(One("vormelt_log_failures_total", "Log writes that failed.", Kind::Counter,
                     static_cast<double>(failures)));
+}
+
+void AddPacketMode(std::vector<Family>& out, const PacketModeEngine& engine, bool logging) {
+  AddStore(out, static_cast<std::uint64_t>(engine.Store().ItemCount()),
+           static_cast<std::uint64_t>(engine.Store().Capacity()));
+  if (!logging) return;
+  const LogStatus logged = engine.LoggingStatus();
+  AddLogging(out, static_cast<std::uint64_t>(logged.filesBegun),
+             static_cast<std::uint64_t>(logged.failureEpisodes));
 }
 
 }  // namespace vormelt::metrics

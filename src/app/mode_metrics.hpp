@@ -12,8 +12,8 @@
 #include "app/metrics_endpoint.hpp"
 
 namespace vormelt {
-class CaptureSession;
-class CountingSink;
+class ModeCapture;
+class PacketModeEngine;
 }  // namespace vormelt
 namespace vormelt::statistics {
 class StatisticsEngine;
@@ -26,12 +26,13 @@ namespace vormelt::metrics {
 
 void AddCapture(std::vector<Family>& out, std::string_view interface, std::uint64_t packets,
                 std::uint64_t bytes, std::uint64_t dropped);
-// The same for a capture whose sink is counted by `counting`.
-void AddCapture(std::vector<Family>& out, std::string_view interface, const CountingSink& counting,
-                const CaptureSession& session);
+// The same for a mode's capture.
+void AddCapture(std::vector<Family>& out, std::string_view interface, const ModeCapture& capture);
 void AddStore(std::vector<Family>& out, std::uint64_t stored, std::uint64_t limit);
 void AddStatistics(std::vector<Family>& out, const statistics::StatisticsEngine& engine);
 void AddFileMode(std::vector<Family>& out, const filemode::FileModeCounters& counters);
 void AddLogging(std::vector<Family>& out, std::uint64_t filesBegun, std::uint64_t failures);
+// Packet Mode's store, and its logging when `logging` runs.
+void AddPacketMode(std::vector<Family>& out, const PacketModeEngine& engine, bool logging);
 
 }  // namespace vormelt::metrics

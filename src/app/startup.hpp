@@ -56,9 +56,8 @@ struct StartupDecision {
   std::optional<UiLanguage> languageKeyword;
   UiLanguage language = UiLanguage::English;  // the language of this run
 
-  bool AnyModeSwitch() const {
-    return packetMode || fileMode || graphicalPacketsMode || statisticalMode || decoder;
-  }
+  // One of the modes' words (the decoder's too) was given.
+  bool AnyModeSwitch() const;
 };
 
 // Keywords are found as plain substrings of the lower-cased line, so "/NoInstall /Packet_Mode",
