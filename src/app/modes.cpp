@@ -15,16 +15,23 @@ constexpr std::string_view kNoInstallWord = "/NoInstall";
 
 using D = StartupDecision;
 
+// name, mode-choice button; keyword and its flag, rememberable; relaunch word, blinking
+// warning; headless runner; vormelt-cli command.
 std::array<ModeEntry, 5> gModes = {{
-    {ProgramMode::Packet, Text::ModePacket, "packet_mode", &D::packetMode, true, "/Packet_Mode",
-     false, RunPacketHeadless, "packets", cli::RunPackets},
-    {ProgramMode::File, Text::ModeFile, "file_mode", &D::fileMode, true, "/File_Mode", false,
+    {ProgramMode::Packet, Text::ModePacket, Text::ModePacket,
+     "packet_mode", &D::packetMode, true, "/Packet_Mode", false,
+     RunPacketHeadless, "packets", cli::RunPackets},
+    {ProgramMode::File, Text::ModeFile, Text::ModeFile,
+     "file_mode", &D::fileMode, true, "/File_Mode", false,
      RunFileHeadless, "files", cli::RunFiles},
-    {ProgramMode::GraphicalPackets, Text::ModeGraphicalPackets, "gp_mode",
-     &D::graphicalPacketsMode, true, "/GP_Mode", true, nullptr, {}, nullptr},
-    {ProgramMode::Statistical, Text::ModeStatistical, "statistical_mode", &D::statisticalMode,
-     true, "/Statistical_Mode", false, RunStatisticalHeadless, "stats", cli::RunStats},
-    {ProgramMode::Decoder, Text::ModeDecoder, "hb_decoder", &D::decoder, false, {}, false,
+    {ProgramMode::GraphicalPackets, Text::ModeGraphicalPackets, Text::ModeChoiceGraphicalButton,
+     "gp_mode", &D::graphicalPacketsMode, true, "/GP_Mode", true,
+     nullptr, {}, nullptr},
+    {ProgramMode::Statistical, Text::ModeStatistical, Text::ModeStatistical,
+     "statistical_mode", &D::statisticalMode, true, "/Statistical_Mode", false,
+     RunStatisticalHeadless, "stats", cli::RunStats},
+    {ProgramMode::Decoder, Text::ModeDecoder, Text::ModeDecoder,
+     "hb_decoder", &D::decoder, false, {}, false,
      nullptr, {}, nullptr},
 }};
 

@@ -42,6 +42,7 @@ using CliRunner = int (*)(std::span<const std::string> args, std::ostream& out, 
 struct ModeEntry {
   ProgramMode mode;
   Text name;                      // "Packet Mode", ...
+  Text choiceButton;              // its button in the mode choice
   std::string_view keyword;       // "packet_mode": the command-line word that asks for it
   bool StartupDecision::*flag;    // the start-up flag that word sets
   bool rememberable;              // may be the remembered mode (the decoder is a tool)

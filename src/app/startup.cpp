@@ -154,6 +154,11 @@ ModeChoiceResult ApplyModeChoice(ModeChoiceButton button, bool rememberChoice,
     case ModeChoiceButton::GraphicalPackets: chosen = ProgramMode::GraphicalPackets; break;
     case ModeChoiceButton::Statistical: chosen = ProgramMode::Statistical; break;
   }
+  return ChooseMode(chosen, rememberChoice, warningAccepted, settings);
+}
+
+ModeChoiceResult ChooseMode(ProgramMode chosen, bool rememberChoice, bool warningAccepted,
+                            ProgramSettings& settings) {
   if (NeedsGraphicalWarning(chosen, settings)) {
     if (!warningAccepted) return ModeChoiceResult::StayOpen;
     settings.graphicalWarningAcknowledged = true;

@@ -90,6 +90,10 @@ bool NeedsGraphicalWarning(ProgramMode target, const ProgramSettings& settings);
 ModeChoiceResult ApplyModeChoice(ModeChoiceButton button, bool rememberChoice,
                                  bool warningAccepted, ProgramSettings& settings,
                                  StartupDecision& decision);
+// A mode button (one per rememberable mode of ModeList()): remembers `chosen`, unless the
+// blinking warning it needs was declined.
+ModeChoiceResult ChooseMode(ProgramMode chosen, bool rememberChoice, bool warningAccepted,
+                            ProgramSettings& settings);
 
 // ---- answers to the Yes/No/Cancel questions -------------------------------------------------
 

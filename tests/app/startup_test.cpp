@@ -3,9 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <optional>
+#include <sstream>
 #include <string>
 #include <vector>
 
+#include "app/cli.hpp"
+#include "app/headless.hpp"
 #include "app/startup.hpp"
 
 namespace vormelt {
@@ -105,6 +108,40 @@ TEST(ModeChoice, ExitAndToolsLeaveTheRememberedModeAlone) {
   EXPECT_EQ(ApplyModeChoice(ModeChoiceButton::ToolsDecoder, true, false, settings, d), ModeChoiceResult::Close);
   EXPECT_TRUE(settings == before);
   EXPECT_EQ(ChooseWindow(d, settings), ProgramMode::Decoder);
+}
+
+struct TellingHost final : HeadlessHost {
+  void Ready() override {}
+  void Status(std::string_view) override {}
+  void Alive() override {}
+  void Stopping() override {}
+  void Tell(std::string_view line) override { told.emplace_back(line); }
+  std::vector<std::string> told;
+};
+
+// Every mode of the registry is reached the ways it claims: its word (and, but for the decoder,
+// the remembered mode) picks it; its headless runner, without an interface to listen on,
+// refuses as a configuration error the service must not retry, saying why; and a mode that runs
+// headless is a vormelt-cli command too, which without a source says so as a usage error.
+TEST(ModeRegistry, EveryModeIsReachedByItsWordHeadlessAndFromVormeltCli) {
+  for (const ModeEntry& entry : ModeList()) {
+    SCOPED_TRACE(entry.keyword);
+    ProgramSettings settings = WithRemembered(static_cast<std::int32_t>(entry.mode), false);
+    const StartupDecision byWord = DecideStartup("-" + std::string(entry.keyword), settings);
+    EXPECT_EQ(ChooseWindow(byWord, settings), entry.mode);
+    EXPECT_EQ(ChooseWindow(DecideStartup("", settings), settings),
+              entry.rememberable ? std::optional(entry.mode) : std::nullopt);
+    ASSERT_EQ(entry.headless != nullptr, entry.cli != nullptr);
+    if (!entry.headless) continue;
+    TellingHost host;
+    StopSignals signals;
+    EXPECT_EQ(entry.headless(ModeStart{byWord, settings, {}, &host, &signals}), kHeadlessConfigError);
+    EXPECT_EQ(host.told.size(), 1u);
+    std::ostringstream out, err;
+    EXPECT_EQ(entry.cli({}, out, err), cli::kExitUsage);
+    EXPECT_EQ(err.str().rfind("vormelt-cli " + std::string(entry.cliCommand) + ": give --read", 0), 0u)
+        << err.str();
+  }
 }
 
 TEST(StartupTexts, FormatTextCopiesArgumentsAsTheyStandAtAnyLength) {
