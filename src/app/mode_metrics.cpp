@@ -20,7 +20,7 @@ Family One(std::string name, std::string help, Kind kind, double value,
 
 }  // namespace
 
-void AddCapture(std::vector<Family>& out, std::string_view interface, std::uint64_t packets,
+static void AddCapture(std::vector<Family>& out, std::string_view interface, std::uint64_t packets,
                 std::uint64_t bytes, std::uint64_t dropped) {
   const std::vector<std::pair<std::string, std::string>> labels{{"interface", std::string(interface)}};
   out.push_back(One("vormelt_capture_packets_total", "Packets the capture handed to the mode.",
@@ -36,7 +36,7 @@ void AddCapture(std::vector<Family>& out, std::string_view interface, const Mode
   AddCapture(out, interface, capture.Frames(), capture.Bytes(), capture.Dropped());
 }
 
-void AddStore(std::vector<Family>& out, std::uint64_t stored, std::uint64_t limit) {
+static void AddStore(std::vector<Family>& out, std::uint64_t stored, std::uint64_t limit) {
   out.push_back(One("vormelt_store_packets", "Packets held in Packet Mode's store.", Kind::Gauge,
                     static_cast<double>(stored)));
   out.push_back(One("vormelt_store_limit_packets", "The most packets the store holds.", Kind::Gauge,
@@ -76,7 +76,7 @@ void AddFileMode(std::vector<Family>& out, const filemode::FileModeCounters& cou
                     Kind::Counter, static_cast<double>(counters.bytesWritten)));
 }
 
-void AddLogging(std::vector<Family>& out, std::uint64_t filesBegun, std::uint64_t failures) {
+static void AddLogging(std::vector<Family>& out, std::uint64_t filesBegun, std::uint64_t failures) {
   out.push_back(One("vormelt_log_files_total", "Log files automatic logging began.", Kind::Counter,
                     static_cast<double>(filesBegun)));
   out.push_back(One("vormelt_log_failures_total", "Log writes that failed.", Kind::Counter,

@@ -3,12 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <optional>
-#include <sstream>
 #include <string>
 #include <vector>
 
-#include "app/cli.hpp"
-#include "app/headless.hpp"
 #include "app/startup.hpp"
 
 namespace vormelt {
@@ -38,21 +35,6 @@ TEST(CommandLine, KeywordsAreSubstringsInAnyCaseAndSpelling) {
   EXPECT_EQ(DecideStartup("-gp_mode --read", settings).captureFile, "");
 }
 
-TEST(CommandLine, EveryRelaunchLineOpensItsOwnModeWithoutInstallCheckOrChoice) {
-  const ProgramSettings settings = WithRemembered(3, /*showChoice=*/true);
-  for (ProgramMode mode : {ProgramMode::Packet, ProgramMode::File, ProgramMode::GraphicalPackets,
-                           ProgramMode::Statistical}) {
-    const std::vector<std::string> args = RelaunchArguments(mode);
-    const StartupDecision d = DecideStartup(CommandLineText(args), settings);
-    SCOPED_TRACE(CommandLineText(args));
-    EXPECT_TRUE(d.noInstall);
-    EXPECT_FALSE(ShouldShowModeChoice(d, settings));
-    EXPECT_EQ(ChooseWindow(d, settings), mode);
-  }
-  // The installed copy is started the same way: no installation check, remembered mode.
-  EXPECT_TRUE(DecideStartup(CommandLineText(InstalledCopyArguments()), settings).noInstall);
-}
-
 // Help beats everything, a line with no keyword is unknown, any word holding "uninstall" runs
 // the deinstaller, and several mode keywords follow a fixed precedence.
 TEST(CommandLine, ActionsAndModeKeywordsFollowTheirPrecedence) {
@@ -72,8 +54,7 @@ TEST(CommandLine, ActionsAndModeKeywordsFollowTheirPrecedence) {
                         Case{"/File_Mode /Packet_Mode", kGo, ProgramMode::Packet},
                         Case{"hb_decoder statistical_mode gp_mode file_mode", kGo, ProgramMode::File},
                         Case{"hb_decoder statistical_mode gp_mode", kGo, ProgramMode::GraphicalPackets},
-                        Case{"hb_decoder statistical_mode", kGo, ProgramMode::Statistical},
-                        Case{"hb_decoder", kGo, ProgramMode::Decoder}}) {
+                        Case{"hb_decoder statistical_mode", kGo, ProgramMode::Statistical}}) {
     SCOPED_TRACE(c.line);
     const StartupDecision d = DecideStartup(c.line, settings);
     EXPECT_EQ(d.action, c.action);
@@ -108,40 +89,6 @@ TEST(ModeChoice, ExitAndToolsLeaveTheRememberedModeAlone) {
   EXPECT_EQ(ApplyModeChoice(ModeChoiceButton::ToolsDecoder, true, false, settings, d), ModeChoiceResult::Close);
   EXPECT_TRUE(settings == before);
   EXPECT_EQ(ChooseWindow(d, settings), ProgramMode::Decoder);
-}
-
-struct TellingHost final : HeadlessHost {
-  void Ready() override {}
-  void Status(std::string_view) override {}
-  void Alive() override {}
-  void Stopping() override {}
-  void Tell(std::string_view line) override { told.emplace_back(line); }
-  std::vector<std::string> told;
-};
-
-// Every mode of the registry is reached the ways it claims: its word (and, but for the decoder,
-// the remembered mode) picks it; its headless runner, without an interface to listen on,
-// refuses as a configuration error the service must not retry, saying why; and a mode that runs
-// headless is a vormelt-cli command too, which without a source says so as a usage error.
-TEST(ModeRegistry, EveryModeIsReachedByItsWordHeadlessAndFromVormeltCli) {
-  for (const ModeEntry& entry : ModeList()) {
-    SCOPED_TRACE(entry.keyword);
-    ProgramSettings settings = WithRemembered(static_cast<std::int32_t>(entry.mode), false);
-    const StartupDecision byWord = DecideStartup("-" + std::string(entry.keyword), settings);
-    EXPECT_EQ(ChooseWindow(byWord, settings), entry.mode);
-    EXPECT_EQ(ChooseWindow(DecideStartup("", settings), settings),
-              entry.rememberable ? std::optional(entry.mode) : std::nullopt);
-    ASSERT_EQ(entry.headless != nullptr, entry.cli != nullptr);
-    if (!entry.headless) continue;
-    TellingHost host;
-    StopSignals signals;
-    EXPECT_EQ(entry.headless(ModeStart{byWord, settings, {}, &host, &signals}), kHeadlessConfigError);
-    EXPECT_EQ(host.told.size(), 1u);
-    std::ostringstream out, err;
-    EXPECT_EQ(entry.cli({}, out, err), cli::kExitUsage);
-    EXPECT_EQ(err.str().rfind("vormelt-cli " + std::string(entry.cliCommand) + ": give --read", 0), 0u)
-        << err.str();
-  }
 }
 
 TEST(StartupTexts, FormatTextCopiesArgumentsAsTheyStandAtAnyLength) {
