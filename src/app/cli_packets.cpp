@@ -4,20 +4,18 @@
 // Errors are one line on `err`, then the count of packets listed and dropped by the kernel;
 // rows go to `out`. SIGINT/SIGTERM end a capture cleanly: the rows and the count still print.
 
-#include <charconv>
-#include <chrono>
+#include <climits>
 #include <cstdint>
 #include <filesystem>
 #include <ostream>
 #include <string>
-#include <thread>
 
 #include "app/cli.hpp"
 #include "app/mode_metrics.hpp"
 #include "app/cli_packets_log.hpp"
 #include "app/headless.hpp"
 #include "common/file_write.hpp"
-#include "capture/session.hpp"
+#include "capture/mode_capture.hpp"
 #include "packetmode/dump_file.hpp"
 #include "packets/list_row.hpp"
 #include "packets/render.hpp"
@@ -65,7 +63,10 @@ int Usage(std::ostream& err, std::string_view problem) {
 
 bool ParseSwitch(const std::string& option, PacketsOptions& options) {
   if (option == "--match-case") return options.matchCase = true;
-  if (option == "--wide") return (options.gap = IpGap::Wide) == IpGap::Wide;
+  if (option == "--wide") {
+    options.gap = IpGap::Wide;
+    return true;
+  }
   if (option == "--append") return options.append = true;
   return false;
 }

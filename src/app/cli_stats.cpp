@@ -3,8 +3,6 @@
 // own addresses, for files captured on another machine. SIGINT/SIGTERM end a live count early.
 // A packet dump file (--load-dump FILE --form FORM) is counted by its own time texts.
 
-#include <charconv>
-#include <chrono>
 #include <optional>
 #include <ostream>
 #include <string>
