@@ -1,6 +1,7 @@
 // The headless commands of vormelt-cli. Each takes the words after its command name and
-// returns the process exit status: 0 success, 1 failure while working, 2 bad command line.
-// Errors are one clear line on `err`; results go to `out` byte for byte.
+// returns the process exit status: kExitOk, kExitFailed (while working) or kExitUsage (bad
+// command line). Errors are one clear line on `err`; results go to `out` byte for byte. The
+// capture commands share their source options and their option loop.
 #pragma once
 
 #include <atomic>
@@ -22,15 +23,24 @@
 #include "app/metrics_endpoint.hpp"
 
 #include "app/headless.hpp"
+#include "capture/source.hpp"
+#include "packets/render.hpp"
 
 namespace vormelt {
-class CaptureSession;
 class FilterSettings;
-class FrameSink;
-struct CaptureTarget;
+class ModeCapture;
 }  // namespace vormelt
 
 namespace vormelt::cli {
+
+inline constexpr int kExitOk = 0, kExitFailed = 1, kExitUsage = 2;
+
+// What follows a complaint about the command line unless the command says otherwise.
+inline constexpr std::string_view kSeeHelp = " (see vormelt-cli --help)\n";
+// The one complaint about a command line: "vormelt-cli COMMAND: PROBLEM" and `after`.
+// Returns kExitUsage.
+int Usage(std::ostream& err, std::string_view command, std::string_view problem,
+          std::string_view after = kSeeHelp);
 
 // `text` read whole as a decimal number within [low, high] into `value`, which is left alone
 // when the text is anything else. The one number reader of the commands' options.
@@ -46,18 +56,42 @@ bool ParseNumber(std::string_view text, std::type_identity_t<Number> low,
   return true;
 }
 
-// --buffer-mib N, which every capture command takes: the live capture's kernel buffer in MiB.
-// ParseBufferMiB reads N into `mib`; ApplyBufferMiB gives it to the chosen source once all
-// options are read. Each returns the problem for the command's usage line, or "" when fine.
-std::string ParseBufferMiB(const std::string& text, std::optional<std::int32_t>& mib);
-std::string ApplyBufferMiB(const std::optional<std::int32_t>& mib,
-                           std::optional<CaptureTarget>& target);
+// Where a capture command's packets come from, and the options every capture command takes.
+struct SourceOptions {
+  std::optional<CaptureTarget> target;    // --read FILE | --live ADDRESS | --adapter NAME
+  std::string loadDump;                   // --load-dump FILE: a packet dump file instead
+  std::optional<DataForm> form;           // --form FORM: the dump file's form
+  std::optional<std::int32_t> bufferMiB;  // --buffer-mib N: the live capture's kernel buffer
+  long seconds = 0;                       // --seconds N (0: until the source ends or a signal)
+  std::string metricsListen;              // --metrics-listen: serve the counts for Prometheus
+
+  bool Live() const { return target && target->type != CaptureTarget::Type::File; }
+  // The name the source goes by in metrics: the interface, or the file.
+  std::string Name() const { return target ? target->displayName : loadDump; }
+};
+
+// One capture command's options beside the source options. Each hook returns nullopt when the
+// option is not the command's own, else kExitOk or the usage status after saying why.
+struct CommandOptions {
+  std::string_view command;           // "files"
+  std::string_view after = kSeeHelp;  // what follows a complaint
+  bool seconds = false;               // takes --seconds (live captures only)
+  std::function<bool(const std::string& option)> takeSwitch;
+  std::function<std::optional<int>(const std::string& option, const std::string& value)> takeValue;
+  int Usage(std::ostream& err, std::string_view problem) const {
+    return cli::Usage(err, command, problem, after);
+  }
+};
+
+// Reads switches and OPTION VALUE pairs, the source options among them, then checks the source:
+// exactly one given, --load-dump with --form, --seconds and --buffer-mib with a live one only.
+// Returns kExitOk, or kExitUsage after one line on `err`.
+int ParseCaptureCommand(std::span<const std::string> args, const CommandOptions& command,
+                        SourceOptions& source, std::ostream& err);
 // --metrics-listen: serves `collector` at /metrics for as long as `endpoint` lives. An empty
 // `listen` serves nothing. False, with one line on `err`, when it cannot listen there.
 bool ServeMetrics(const std::string& listen, metrics::Collector collector,
                   std::unique_ptr<metrics::Endpoint>& endpoint, std::ostream& err);
-// Checks a --metrics-listen value while the options are read; false with `problem` set.
-bool MetricsListenUsable(const std::string& listen, std::string& problem);
 
 // Loads the filter profile at `path` into `filter`; false, with one line on `err`, when it
 // cannot be loaded.
@@ -95,11 +129,15 @@ class StopRequest {
   std::thread watcher_;
 };
 
-// Captures from `target` into `sink` until the source ends, SIGINT or SIGTERM comes, or
-// `seconds` (0: no limit) have passed; `afterWait` runs after every look, which comes at least
-// every 10 ms. Returns once the capture threads have ended.
-void CaptureUntilStopped(CaptureSession& session, const CaptureTarget& target, FrameSink& sink,
-                         long seconds, const std::function<void()>& afterWait = {});
+// Captures from `target` until the source ends, SIGINT or SIGTERM comes, or `seconds` (0: no
+// limit) have passed. `afterWait(busy)` runs after every look and returns whether it found work;
+// the next look comes at once after work, within 1 ms of its end, else within 10 ms (a file's
+// reading ends when its last work is done, and a long wait then would be time added to every
+// read). Returns once the capture threads have ended, and whether a stop ended it.
+bool CaptureUntilStopped(ModeCapture& capture, const CaptureTarget& target, StopRequest& stop,
+                         long seconds, const std::function<bool()>& afterWait = {});
+// Each of the capture's messages as one line on `err`; true when there were any.
+bool TellCaptureMessages(ModeCapture& capture, std::ostream& err);
 
 // vormelt-cli names proto|ethertype|tcp|udp|vendor VALUE
 int RunNames(std::span<const std::string> args, std::ostream& out, std::ostream& err);

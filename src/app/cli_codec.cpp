@@ -103,28 +103,27 @@ int RunCodec(std::span<const std::string> args, std::istream& in, std::ostream& 
              std::ostream& err) {
   CodecCommand command;
   if (const auto complaint = Parse(args, command)) {
-    err << "vormelt-cli codec: " << *complaint << '\n';
-    return 2;
+    return Usage(err, "codec", *complaint, "\n");
   }
   if (command.help) {
     out << kCodecUsage;
-    return 0;
+    return kExitOk;
   }
   try {
     ConvertStream(command, in, out);
   } catch (const std::bad_alloc&) {
     err << English(Text::CodecMemoryErrorTitle) << ": " << English(Text::CodecMemoryError) << '\n';
-    return 1;
+    return kExitFailed;
   }
   if (in.bad()) {
     err << "vormelt-cli codec: reading standard input failed\n";
-    return 1;
+    return kExitFailed;
   }
   if (!out.flush()) {
     err << "vormelt-cli codec: writing the result failed\n";
-    return 1;
+    return kExitFailed;
   }
-  return 0;
+  return kExitOk;
 }
 
 }  // namespace vormelt::cli

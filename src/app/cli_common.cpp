@@ -1,5 +1,6 @@
-// What several vormelt-cli commands do alike: the capture buffer option, load a filter profile,
-// take SIGINT/SIGTERM as a stop request, and capture until told to stop.
+// What the vormelt-cli commands do alike: complain about a command line, read the capture
+// commands' source options and their option loop, load a filter profile, take SIGINT/SIGTERM as
+// a stop request, and capture until told to stop.
 #include <pthread.h>
 
 #include <chrono>
@@ -8,30 +9,93 @@
 
 #include "app/cli.hpp"
 #include "app/headless.hpp"
-#include "capture/session.hpp"
+#include "capture/mode_capture.hpp"
 #include "filters/filter_profile.hpp"
 #include "filters/filter_settings.hpp"
 
 namespace vormelt::cli {
 
-std::string ParseBufferMiB(const std::string& text, std::optional<std::int32_t>& mib) {
-  std::int32_t value = 0;
-  if (!ParseNumber(text, kMinCaptureBufferMiB, kMaxCaptureBufferMiB, value)) {
-    return "--buffer-mib takes a number of MiB from " + std::to_string(kMinCaptureBufferMiB) +
-           " to " + std::to_string(kMaxCaptureBufferMiB);
+int Usage(std::ostream& err, std::string_view command, std::string_view problem,
+          std::string_view after) {
+  err << "vormelt-cli " << command << ": " << problem << after;
+  return kExitUsage;
+}
+
+namespace {
+
+constexpr std::string_view kOneSource = "give only one of --read, --live, --adapter and --load-dump";
+
+// The source options; nullopt when `option` is none of them, else the problem ("" when fine).
+std::optional<std::string> ParseSourceOption(const std::string& option, const std::string& value,
+                                             bool seconds, SourceOptions& source) {
+  const auto setTarget = [&](CaptureTarget target) -> std::string {
+    if (source.target || !source.loadDump.empty()) return std::string(kOneSource);
+    source.target = std::move(target);
+    return {};
+  };
+  if (option == "--read") return setTarget(CaptureTarget::File(value));
+  if (option == "--live") return setTarget(CaptureTarget::Address(value));
+  if (option == "--adapter") return setTarget(CaptureTarget::Adapter(value));
+  if (option == "--load-dump") {
+    if (source.target || !source.loadDump.empty()) return std::string(kOneSource);
+    source.loadDump = value;
+  } else if (option == "--form") {
+    source.form = ParseDataForm(value);
+    if (!source.form || *source.form == DataForm::None) return "--form takes text, dec, hex or hex+text";
+  } else if (option == "--buffer-mib") {
+    std::int32_t mib = 0;
+    if (!ParseNumber(value, kMinCaptureBufferMiB, kMaxCaptureBufferMiB, mib)) {
+      return "--buffer-mib takes a number of MiB from " + std::to_string(kMinCaptureBufferMiB) +
+             " to " + std::to_string(kMaxCaptureBufferMiB);
+    }
+    source.bufferMiB = mib;
+  } else if (option == "--metrics-listen") {
+    std::string problem;
+    if (!metrics::BindAddress(value, problem)) return "--metrics-listen: " + problem;
+    source.metricsListen = value;
+  } else if (option == "--seconds" && seconds) {
+    if (!ParseNumber(value, 1, 31'536'000, source.seconds)) return "--seconds needs a number above 0";
+  } else {
+    return std::nullopt;
   }
-  mib = value;
+  return std::string();
+}
+
+std::string CheckSource(SourceOptions& source) {
+  if (!source.target && source.loadDump.empty()) {
+    return "give --read FILE, --live ADDRESS, --adapter NAME or --load-dump FILE --form FORM";
+  }
+  if (!source.loadDump.empty() && !source.form) return "--load-dump needs --form text|dec|hex|hex+text";
+  if (source.seconds && !source.Live()) return "--seconds applies to live captures only";
+  if (source.bufferMiB) {
+    if (!source.Live()) return "--buffer-mib applies to live captures only";
+    source.target->bufferMiB = *source.bufferMiB;
+  }
   return {};
 }
 
-std::string ApplyBufferMiB(const std::optional<std::int32_t>& mib,
-                           std::optional<CaptureTarget>& target) {
-  if (!mib) return {};
-  if (!target || target->type == CaptureTarget::Type::File) {
-    return "--buffer-mib applies to live captures only";
+}  // namespace
+
+int ParseCaptureCommand(std::span<const std::string> args, const CommandOptions& command,
+                        SourceOptions& source, std::ostream& err) {
+  for (std::size_t i = 0; i < args.size(); ++i) {
+    const std::string& option = args[i];
+    if (command.takeSwitch && command.takeSwitch(option)) continue;
+    if (option.rfind("--", 0) != 0) return command.Usage(err, "unexpected word '" + option + "'");
+    if (i + 1 >= args.size()) return command.Usage(err, option + " needs a value");
+    const std::string& value = args[++i];
+    if (const auto problem = ParseSourceOption(option, value, command.seconds, source)) {
+      if (!problem->empty()) return command.Usage(err, *problem);
+      continue;
+    }
+    const std::optional<int> taken = command.takeValue(option, value);
+    if (!taken) return command.Usage(err, "unknown option '" + option + "'");
+    if (*taken != kExitOk) return *taken;
   }
-  target->bufferMiB = *mib;
-  return {};
+  if (const std::string problem = CheckSource(source); !problem.empty()) {
+    return command.Usage(err, problem);
+  }
+  return kExitOk;
 }
 
 bool LoadProfileInto(const std::string& path, FilterSettings& filter, std::ostream& err) {
@@ -71,25 +135,35 @@ bool StopRequest::Wait(std::chrono::milliseconds timeout) {
   return raised_.wait_for(lock, timeout, [this] { return requested_.load(); });
 }
 
-void CaptureUntilStopped(CaptureSession& session, const CaptureTarget& target, FrameSink& sink,
-                         long seconds, const std::function<void()>& afterWait) {
-  constexpr auto kPollInterval = std::chrono::milliseconds(10);
-  // Made before the capture threads start, so that they inherit the blocked signals.
-  StopRequest stop;
-  session.Start(target, sink);
+bool CaptureUntilStopped(ModeCapture& capture, const CaptureTarget& target, StopRequest& stop,
+                         long seconds, const std::function<bool()>& afterWait) {
+  using std::chrono::milliseconds;
+  capture.Start(target);
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+  bool wasBusy = false;
   bool stopping = false;  // asked once; the request stays raised, so Wait no longer waits
-  while (session.listening.load()) {
+  while (capture.Capturing()) {
+    const bool busy = afterWait && afterWait();
+    const milliseconds wait(busy ? 0 : wasBusy ? 1 : 10);
     if (stopping) {
-      std::this_thread::sleep_for(kPollInterval);
-    } else if (stop.Wait(kPollInterval) ||
-               (seconds && std::chrono::steady_clock::now() >= deadline)) {
-      session.Stop();
+      std::this_thread::sleep_for(wait);
+    } else if (stop.Wait(wait) || (seconds && std::chrono::steady_clock::now() >= deadline)) {
+      capture.Stop();
       stopping = true;
     }
-    if (afterWait) afterWait();
+    wasBusy = busy;
   }
-  session.Wait();
+  capture.Wait();
+  return stopping;
+}
+
+bool TellCaptureMessages(ModeCapture& capture, std::ostream& err) {
+  bool any = false;
+  for (const CaptureMessage& message : capture.Messages().Drain()) {
+    err << "vormelt-cli: " << OneLineMessage(message) << "\n";
+    any = true;
+  }
+  return any;
 }
 
 bool ServeMetrics(const std::string& listen, metrics::Collector collector,
@@ -99,10 +173,6 @@ bool ServeMetrics(const std::string& listen, metrics::Collector collector,
   endpoint = metrics::Endpoint::Start(listen, std::move(collector), problem);
   if (!endpoint) err << "vormelt-cli: metrics: " << problem << "\n";
   return endpoint != nullptr;
-}
-
-bool MetricsListenUsable(const std::string& listen, std::string& problem) {
-  return metrics::BindAddress(listen, problem).has_value();
 }
 
 }  // namespace vormelt::cli

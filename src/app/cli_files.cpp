@@ -21,10 +21,9 @@
 #include "app/cli.hpp"
 #include "app/file_mode.hpp"
 #include "app/headless.hpp"
+#include "app/mode_engines.hpp"
 #include "app/mode_metrics.hpp"
-#include "capture/session.hpp"
 #include "common/file_write.hpp"
-#include "filters/filter_settings.hpp"
 #include "tools/md5.hpp"
 
 namespace vormelt::cli {
@@ -32,25 +31,15 @@ namespace {
 
 namespace fm = vormelt::filemode;
 
-constexpr int kExitOk = 0, kExitFailed = 1, kExitUsage = 2;
+constexpr std::string_view kCommand = "files";
 constexpr std::size_t kReadChunk = 1 << 16;
 
 struct FilesOptions {
-  std::optional<CaptureTarget> target;
-  std::optional<std::int32_t> bufferMiB;  // --buffer-mib
-  std::string dumpFile;
-  std::optional<DataForm> dumpForm;
-  long seconds = 0;
+  SourceOptions source;
   fm::FileModeOptions engine;
   std::string filterProfile;
   std::string manifest;
-  std::string metricsListen;  // --metrics-listen: serve the counts for Prometheus
 };
-
-int Usage(std::ostream& err, const std::string& problem) {
-  err << "vormelt-cli files: " << problem << " (see vormelt-cli --help)\n";
-  return kExitUsage;
-}
 
 bool ParseSubdirs(const std::string& text, fm::NamingOptions& naming) {
   naming.createSubfolders = true;
@@ -85,81 +74,42 @@ bool ParseSwitch(const std::string& option, fm::FileModeOptions& o) {
   return false;
 }
 
-int ParseValue(const std::string& option, const std::string& value, FilesOptions& options,
-               std::ostream& err) {
-  const auto setTarget = [&](CaptureTarget target) {
-    if (options.target || !options.dumpFile.empty()) {
-      return Usage(err, "give only one of --read, --load-dump, --live and --adapter");
-    }
-    options.target = std::move(target);
-    return kExitOk;
-  };
+// The command's own options with a value; nullopt for anything else.
+std::optional<int> ParseValue(const std::string& option, const std::string& value,
+                              FilesOptions& options, std::ostream& err) {
   long number = 0;
-  if (option == "--read") return setTarget(CaptureTarget::File(value));
-  if (option == "--live") return setTarget(CaptureTarget::Address(value));
-  if (option == "--adapter") return setTarget(CaptureTarget::Adapter(value));
-  if (option == "--load-dump") {
-    if (options.target) return Usage(err, "give only one of --read, --load-dump, --live and --adapter");
-    options.dumpFile = value;
-  } else if (option == "--form") {
-    options.dumpForm = ParseDataForm(value);
-    if (!options.dumpForm || *options.dumpForm == DataForm::None) {
-      return Usage(err, "--form takes text, dec, hex or hex+text");
-    }
-  } else if (option == "--out") {
+  if (option == "--out") {
     options.engine.naming.folder = value;
-  } else if (option == "--seconds") {
-    if (!ParseNumber(value, 1, 31'536'000, options.seconds)) {
-      return Usage(err, "--seconds needs a number above 0");
-    }
   } else if (option == "--template") {
     options.engine.naming.nameTemplate = value;
   } else if (option == "--ack-timeout-ms") {
-    if (!ParseNumber(value, 0, INT32_MAX, number)) return Usage(err, "--ack-timeout-ms needs a number");
+    if (!ParseNumber(value, 0, INT32_MAX, number)) return Usage(err, kCommand, "--ack-timeout-ms needs a number");
     options.engine.ackTimeoutMs = static_cast<std::int32_t>(number);
   } else if (option == "--subdirs") {
     if (!ParseSubdirs(value, options.engine.naming)) {
-      return Usage(err, "--subdirs takes up to three of sip, dip and ext, separated by commas");
+      return Usage(err, kCommand, "--subdirs takes up to three of sip, dip and ext, separated by commas");
     }
   } else if (option == "--filter-profile") {
     options.filterProfile = value;
   } else if (option == "--manifest") {
     options.manifest = value;
-  } else if (option == "--buffer-mib") {
-    if (const std::string problem = ParseBufferMiB(value, options.bufferMiB); !problem.empty()) {
-      return Usage(err, problem);
-    }
-  } else if (option == "--metrics-listen") {
-    std::string problem;
-    if (!MetricsListenUsable(value, problem)) return Usage(err, "--metrics-listen: " + problem);
-    options.metricsListen = value;
   } else {
-    return Usage(err, "unknown option '" + option + "'");
+    return std::nullopt;
   }
   return kExitOk;
 }
 
 int ParseOptions(std::span<const std::string> args, FilesOptions& options, std::ostream& err) {
-  for (std::size_t i = 0; i < args.size(); ++i) {
-    if (ParseSwitch(args[i], options.engine)) continue;
-    if (args[i].rfind("--", 0) != 0) return Usage(err, "unexpected word '" + args[i] + "'");
-    if (i + 1 >= args.size()) return Usage(err, args[i] + " needs a value");
-    if (const int status = ParseValue(args[i], args[i + 1], options, err); status != kExitOk) {
-      return status;
-    }
-    ++i;
+  const CommandOptions command{
+      .command = kCommand, .seconds = true,
+      .takeSwitch = [&](const std::string& option) { return ParseSwitch(option, options.engine); },
+      .takeValue = [&](const std::string& option, const std::string& value) {
+        return ParseValue(option, value, options, err);
+      }};
+  if (const int status = ParseCaptureCommand(args, command, options.source, err); status != kExitOk) {
+    return status;
   }
-  if (!options.target && options.dumpFile.empty()) {
-    return Usage(err, "give --read FILE, --load-dump FILE --form F, --live ADDRESS or --adapter NAME");
-  }
-  if (!options.dumpFile.empty() && !options.dumpForm) return Usage(err, "--load-dump needs --form");
-  if (options.engine.naming.folder.empty()) return Usage(err, "give --out DIR");
-  const bool live = options.target && options.target->type != CaptureTarget::Type::File;
-  if (options.seconds && !live) return Usage(err, "--seconds applies to live captures only");
-  if (const std::string problem = ApplyBufferMiB(options.bufferMiB, options.target);
-      !problem.empty()) {
-    return Usage(err, problem);
-  }
+  if (options.engine.naming.folder.empty()) return Usage(err, kCommand, "give --out DIR");
   return kExitOk;
 }
 
@@ -240,23 +190,24 @@ struct Received {
   bool served = true;         // false: --metrics-listen could not listen, nothing was captured
 };
 
-Received Capture(const FilesOptions& options, fm::FileModeEngine& engine, Reporter& reporter,
-                 std::ostream& err) {
-  CaptureSession session;
-  CountingSink counting(engine);
+Received Capture(const FilesOptions& options, FileModeRun& run, Reporter& reporter,
+                 StopRequest& stop, std::ostream& err) {
+  ModeCapture& capture = run.Capture();
   std::unique_ptr<metrics::Endpoint> endpoint;
   const auto collect = [&] {
     std::vector<metrics::Family> families;
-    metrics::AddCapture(families, options.target->displayName, counting, session);
-    metrics::AddFileMode(families, engine.Counters());
+    metrics::AddCapture(families, options.source.Name(), capture);
+    metrics::AddFileMode(families, run.Engine().Counters());
     return families;
   };
-  if (!ServeMetrics(options.metricsListen, collect, endpoint, err)) return {0, 0, false};
-  CaptureUntilStopped(session, *options.target, counting, options.seconds,
-                      [&] { reporter.Report(engine, &session.Messages()); });
-  engine.Finish();
-  reporter.Report(engine, &session.Messages());
-  return {counting.frames(), session.Dropped()};
+  if (!ServeMetrics(options.source.metricsListen, collect, endpoint, err)) return {0, 0, false};
+  CaptureUntilStopped(capture, *options.source.target, stop, options.source.seconds, [&] {
+    reporter.Report(run.Engine(), &capture.Messages());
+    return false;
+  });
+  run.Engine().Finish();
+  reporter.Report(run.Engine(), &capture.Messages());
+  return {capture.Frames(), capture.Dropped()};
 }
 
 }  // namespace
@@ -268,11 +219,11 @@ int RunFiles(std::span<const std::string> args, std::ostream& out, std::ostream&
   // Before File Mode's pass thread and the metrics threads start, so that they inherit the
   // blocked SIGINT and SIGTERM: a stop signal handed to one of them would end the process
   // without its summary.
-  StopSignals signals;
+  StopRequest stop;
 
-  FilterSettings filter;
+  FileModeRun run;
   if (!options.filterProfile.empty()) {
-    if (!LoadProfileInto(options.filterProfile, filter, err)) return kExitFailed;
+    if (!LoadProfileInto(options.filterProfile, run.Filter(), err)) return kExitFailed;
     options.engine.applyFilters = true;
   }
   // The folder is made here once; a folder that cannot be made would fail every file.
@@ -293,18 +244,20 @@ int RunFiles(std::span<const std::string> args, std::ostream& out, std::ostream&
   }
   Reporter reporter(out, err, manifest.is_open() ? &manifest : nullptr);
 
-  fm::FileModeEngine engine(&filter);
-  const bool live = options.target && options.target->type != CaptureTarget::Type::File;
-  engine.Start(options.engine, live ? fm::StreamClock::Live : fm::StreamClock::File, {});
+  fm::FileModeEngine& engine = run.Engine();
+  run.SetOptions(options.engine, {});
   int status = kExitOk;
   Received received;
-  if (options.target) {
-    received = Capture(options, engine, reporter, err);
+  if (options.source.target) {
+    received = Capture(options, run, reporter, stop, err);
     if (!received.served) return kExitFailed;
   } else {
+    // A dump file is read by its own times, as a capture file is.
+    engine.Start(options.engine, fm::StreamClock::File, {});
     CountingSink counting(engine);
-    const DumpLoadResult loaded = FeedDumpFile(options.dumpFile, *options.dumpForm, counting);
-    if (const std::string problem = DescribeDumpLoad(loaded, options.dumpFile); !problem.empty()) {
+    const std::string& file = options.source.loadDump;
+    const DumpLoadResult loaded = FeedDumpFile(file, *options.source.form, counting);
+    if (const std::string problem = DescribeDumpLoad(loaded, file); !problem.empty()) {
       err << "vormelt-cli: " << problem << "\n";
       status = kExitFailed;
     }

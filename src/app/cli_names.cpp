@@ -14,7 +14,6 @@
 namespace vormelt::cli {
 namespace {
 
-constexpr int kBadCommandLine = 2;
 constexpr std::uint64_t kLastProtocol = 0xFF;
 constexpr std::uint64_t kLastPort = 0xFFFF;
 constexpr std::uint64_t kLastEtherType = 0xFFFF;
@@ -35,21 +34,18 @@ std::optional<std::uint64_t> ParseNumber(std::string_view text, std::uint64_t la
 }
 
 int Usage(std::ostream& err, std::string_view problem) {
-  err << "vormelt-cli names: " << problem
-      << " (usage: names proto|ethertype|tcp|udp|vendor VALUE)\n";
-  return kBadCommandLine;
+  return cli::Usage(err, "names", problem, " (usage: names proto|ethertype|tcp|udp|vendor VALUE)\n");
 }
 
 int BadValue(std::ostream& err, std::string_view table, std::string_view value,
              std::string_view expected) {
-  err << "vormelt-cli names: '" << value << "' is not a valid " << table << " value ("
-      << expected << ")\n";
-  return kBadCommandLine;
+  return cli::Usage(err, "names", "'" + std::string(value) + "' is not a valid " + std::string(table) +
+                                      " value (" + std::string(expected) + ")", "\n");
 }
 
 int PrintOr(std::ostream& out, const char* text, Text unknown) {
   out << (text != nullptr ? std::string_view(text) : English(unknown)) << '\n';
-  return 0;
+  return kExitOk;
 }
 
 }  // namespace
@@ -63,7 +59,7 @@ int RunNames(std::span<const std::string> args, std::ostream& out, std::ostream&
     const auto protocol = ParseNumber(value, kLastProtocol);
     if (!protocol) return BadValue(err, table, value, "0-255, decimal or 0x-hex");
     out << names::ProtocolName(static_cast<std::uint8_t>(*protocol)) << '\n';
-    return 0;
+    return kExitOk;
   }
   if (table == "ethertype") {
     const auto etherType = ParseNumber(value, kLastEtherType);

@@ -4,20 +4,18 @@
 // Errors are one line on `err`, then the count of packets listed and dropped by the kernel;
 // rows go to `out`. SIGINT/SIGTERM end a capture cleanly: the rows and the count still print.
 
-#include <charconv>
-#include <chrono>
+#include <climits>
 #include <cstdint>
 #include <filesystem>
 #include <ostream>
 #include <string>
-#include <thread>
 
 #include "app/cli.hpp"
 #include "app/mode_metrics.hpp"
 #include "app/cli_packets_log.hpp"
 #include "app/headless.hpp"
 #include "common/file_write.hpp"
-#include "capture/session.hpp"
+#include "capture/mode_capture.hpp"
 #include "packetmode/dump_file.hpp"
 #include "packets/list_row.hpp"
 #include "packets/render.hpp"
@@ -27,151 +25,102 @@
 namespace vormelt::cli {
 namespace {
 
-constexpr int kExitOk = 0, kExitFailed = 1, kExitUsage = 2;
-constexpr auto kPollInterval = std::chrono::milliseconds(10);
-constexpr auto kShortPoll = std::chrono::milliseconds(1);
+constexpr std::string_view kCommand = "packets";
 constexpr std::size_t kFlushBytes = 1 << 16;
 
 struct PacketsOptions {
-  std::optional<CaptureTarget> target;
-  std::optional<std::int32_t> bufferMiB;  // --buffer-mib
+  SourceOptions source;
   long count = 0;  // 0: no limit
   std::string filterProfile;  // empty: no filtering
   bool matchCase = false;
   std::optional<DataForm> render;  // set: print each packet's rendering instead of its row
   DataLevel level = DataLevel::Datalink;
   IpGap gap = IpGap::Narrow;
-  std::string loadDump;                // a dump file as the source
-  std::optional<DataForm> form;        // the dump file's form, loading and saving
-  std::string save;                    // dump file out
+  std::string save;                    // dump file out, in the --form of the source options
   bool append = false;
   std::string write;                   // capture file out
   LogFindOptions logFind;
-  std::string metricsListen;           // --metrics-listen: serve the counts for Prometheus
 };
 
-int Usage(std::ostream& err, const std::string& problem) {
-  err << "vormelt-cli packets: " << problem << "\n"
-      << "usage: vormelt-cli packets (--read FILE | --live ADDRESS | --adapter NAME |\n"
-      << "                            --load-dump FILE --form FORM) [--count N]\n"
-      << "                           [--filter-profile FILE.HBFP [--match-case]]\n"
-      << "                           [--render none|text|dec|hex|hex+text [--level LEVEL] [--wide]]\n"
-      << "                           [--save FILE --form FORM [--level LEVEL] [--append]]\n"
-      << "                           [--write FILE.pcapng|FILE.pcap] [--buffer-mib N]\n"
-      << "                           [--metrics-listen [ADDRESS:]PORT]\n"
-      << "                           [--log-folder DIR --log-method single|size|time|size+time\n"
-      << "                            [--log-max-kb N] [--log-span-s N] [--log-interval-s N]\n"
-      << "                            [--log-form heading|text|dec|hex|hex+text|pcapng] [--log-prune-age-s N]]\n"
-      << "                           [--find TEXT [--match-case]]\n"
-      << "       FORM: text, dec, hex or hex+text\n";
-  return kExitUsage;
+constexpr std::string_view kUsageAfter =
+    "\n"
+    "usage: vormelt-cli packets (--read FILE | --live ADDRESS | --adapter NAME |\n"
+    "                            --load-dump FILE --form FORM) [--count N]\n"
+    "                           [--filter-profile FILE.HBFP [--match-case]]\n"
+    "                           [--render none|text|dec|hex|hex+text [--level LEVEL] [--wide]]\n"
+    "                           [--save FILE --form FORM [--level LEVEL] [--append]]\n"
+    "                           [--write FILE.pcapng|FILE.pcap] [--buffer-mib N]\n"
+    "                           [--metrics-listen [ADDRESS:]PORT]\n"
+    "                           [--log-folder DIR --log-method single|size|time|size+time\n"
+    "                            [--log-max-kb N] [--log-span-s N] [--log-interval-s N]\n"
+    "                            [--log-form heading|text|dec|hex|hex+text|pcapng] [--log-prune-age-s N]]\n"
+    "                           [--find TEXT [--match-case]]\n"
+    "       FORM: text, dec, hex or hex+text\n";
+
+int Usage(std::ostream& err, std::string_view problem) {
+  return cli::Usage(err, kCommand, problem, kUsageAfter);
 }
 
-bool ParseCount(const std::string& text, long& count) {
-  const char* end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data(), end, count);
-  return error == std::errc() && stop == end && count > 0;
+bool ParseSwitch(const std::string& option, PacketsOptions& options) {
+  if (option == "--match-case") return options.matchCase = true;
+  if (option == "--wide") {
+    options.gap = IpGap::Wide;
+    return true;
+  }
+  if (option == "--append") return options.append = true;
+  return false;
+}
+
+// The command's own options with a value; nullopt for anything else.
+std::optional<int> ParseValue(const std::string& option, const std::string& value,
+                              PacketsOptions& options, std::ostream& err) {
+  if (const auto taken = ParseLogFindOption(option, value, options.logFind, err)) return taken;
+  if (option == "--count") {
+    if (!ParseNumber(value, 1, LONG_MAX, options.count)) return Usage(err, "--count needs a number above 0");
+  } else if (option == "--filter-profile") {
+    options.filterProfile = value;
+  } else if (option == "--render") {
+    options.render = ParseDataForm(value);
+    if (!options.render) return Usage(err, "--render takes none, text, dec, hex or hex+text");
+  } else if (option == "--level") {
+    const std::optional<DataLevel> level = ParseDataLevel(value);
+    if (!level) return Usage(err, "--level takes datalink, network, transport or presentation");
+    options.level = *level;
+  } else if (option == "--save") {
+    options.save = value;
+  } else if (option == "--write") {
+    options.write = value;
+    if (!CaptureFormatFromPath(options.write)) {
+      return Usage(err, "--write needs a file name ending in .pcapng or .pcap");
+    }
+  } else {
+    return std::nullopt;
+  }
+  return kExitOk;
 }
 
 // Returns kExitOk, or the usage status after printing the problem.
 int ParseOptions(std::span<const std::string> args, PacketsOptions& options, std::ostream& err) {
-  for (std::size_t i = 0; i < args.size(); ++i) {
-    const std::string& option = args[i];
-    const bool hasValue = i + 1 < args.size();
-    const auto setTarget = [&](CaptureTarget target) {
-      if (options.target) return Usage(err, "give only one of --read, --live and --adapter");
-      options.target = std::move(target);
-      return kExitOk;
-    };
-    if (const auto taken = ParseLogFindOption(args, i, options.logFind, err)) {
-      if (*taken != kExitOk) return *taken;
-      continue;
-    }
-    int status = kExitOk;
-    if (!hasValue && (option == "--read" || option == "--live" || option == "--adapter" ||
-                      option == "--count" || option == "--filter-profile" ||
-                      option == "--render" || option == "--level" || option == "--load-dump" ||
-                      option == "--form" || option == "--save" || option == "--write" ||
-                      option == "--buffer-mib" || option == "--metrics-listen")) {
-      return Usage(err, option + " needs a value");
-    }
-    if (option == "--read") {
-      status = setTarget(CaptureTarget::File(args[++i]));
-    } else if (option == "--live") {
-      status = setTarget(CaptureTarget::Address(args[++i]));
-    } else if (option == "--adapter") {
-      status = setTarget(CaptureTarget::Adapter(args[++i]));
-    } else if (option == "--count") {
-      if (!ParseCount(args[++i], options.count)) return Usage(err, "--count needs a number above 0");
-    } else if (option == "--filter-profile") {
-      options.filterProfile = args[++i];
-    } else if (option == "--match-case") {
-      options.matchCase = true;
-    } else if (option == "--render") {
-      options.render = ParseDataForm(args[++i]);
-      if (!options.render) return Usage(err, "--render takes none, text, dec, hex or hex+text");
-    } else if (option == "--level") {
-      const std::optional<DataLevel> level = ParseDataLevel(args[++i]);
-      if (!level) return Usage(err, "--level takes datalink, network, transport or presentation");
-      options.level = *level;
-    } else if (option == "--wide") {
-      options.gap = IpGap::Wide;
-    } else if (option == "--load-dump") {
-      if (options.target || !options.loadDump.empty()) {
-        return Usage(err, "give only one of --read, --live, --adapter and --load-dump");
-      }
-      options.loadDump = args[++i];
-    } else if (option == "--form") {
-      options.form = ParseDataForm(args[++i]);
-      if (!options.form || *options.form == DataForm::None) {
-        return Usage(err, "--form takes text, dec, hex or hex+text");
-      }
-    } else if (option == "--save") {
-      options.save = args[++i];
-    } else if (option == "--append") {
-      options.append = true;
-    } else if (option == "--buffer-mib") {
-      if (const std::string problem = ParseBufferMiB(args[++i], options.bufferMiB); !problem.empty()) {
-        return Usage(err, problem);
-      }
-    } else if (option == "--metrics-listen") {
-      std::string problem;
-      if (!MetricsListenUsable(args[++i], problem)) return Usage(err, "--metrics-listen: " + problem);
-      options.metricsListen = args[i];
-    } else if (option == "--write") {
-      options.write = args[++i];
-      if (!CaptureFormatFromPath(options.write)) {
-        return Usage(err, "--write needs a file name ending in .pcapng or .pcap");
-      }
-    } else {
-      return Usage(err, "unknown option '" + option + "'");
-    }
-    if (status != kExitOk) return status;
+  const CommandOptions command{
+      .command = kCommand, .after = kUsageAfter,
+      .takeSwitch = [&](const std::string& option) { return ParseSwitch(option, options); },
+      .takeValue = [&](const std::string& option, const std::string& value) {
+        return ParseValue(option, value, options, err);
+      }};
+  if (const int status = ParseCaptureCommand(args, command, options.source, err); status != kExitOk) {
+    return status;
   }
-  if (options.target && !options.loadDump.empty()) {
-    return Usage(err, "give only one of --read, --live, --adapter and --load-dump");
-  }
-  if (!options.target && options.loadDump.empty()) {
-    return Usage(err, "give --read FILE, --live ADDRESS, --adapter NAME or --load-dump FILE");
-  }
-  if ((!options.loadDump.empty() || !options.save.empty()) && !options.form) {
+  if (!options.save.empty() && !options.source.form) {
     return Usage(err, "--load-dump and --save need --form text|dec|hex|hex+text");
   }
-  if (options.form && options.loadDump.empty() && options.save.empty()) {
+  if (options.source.form && options.source.loadDump.empty() && options.save.empty()) {
     return Usage(err, "--form applies to --load-dump and --save only");
   }
   if (options.append && options.save.empty()) return Usage(err, "--append needs --save");
   if (options.matchCase && options.filterProfile.empty() && !options.logFind.find) {
     return Usage(err, "--match-case needs --filter-profile or --find");
   }
-  if (const int status = CheckLogFindOptions(options.logFind, err); status != kExitOk) {
-    return status;
-  }
-  if (const std::string problem = ApplyBufferMiB(options.bufferMiB, options.target);
-      !problem.empty()) {
-    return Usage(err, problem);
-  }
-  return kExitOk;
+  return CheckLogFindOptions(options.logFind, err);
 }
 
 // Prints the rows stored since the last call: the eleven list columns, TAB-separated.
@@ -253,54 +202,32 @@ void ReportSkipped(const SkippedPackets& skipped, std::ostream& err) {
 // Captures live or from a capture file, printing rows as they come. Returns the exit status.
 int RunCapture(PacketModeEngine& engine, const CaptureTarget& target, RowPrinter& printer,
                StopRequest& stop, std::ostream& err) {
-  CaptureSession& session = engine.Session();
-  if (target.type == CaptureTarget::Type::File) {
-    engine.StartFile(target.name);
-  } else {
-    engine.StartLive(target);
-  }
-  // Rows are printed as fast as they come; only a loop that found none waits, and then shows
-  // what it holds, so a quiet live capture's rows appear at once. Right after rows came the
-  // wait is short: a file's rows stop coming when its reading ends, and a long wait then would
-  // be time added to every read.
-  bool wasBusy = false;
-  bool stopping = false;  // asked once; the request stays raised, so Wait no longer waits
-  while (session.listening.load()) {
+  ModeCapture& capture = engine.Capture();
+  // Rows are printed as fast as they come; only a look that found none flushes, so a quiet live
+  // capture's rows appear at once.
+  const bool stopped = CaptureUntilStopped(capture, target, stop, 0, [&] {
     const bool busy = printer.PrintNewRows();
     if (!busy) printer.Flush();
-    const auto wait = busy ? std::chrono::milliseconds(0) : wasBusy ? kShortPoll : kPollInterval;
-    if (stopping) {
-      std::this_thread::sleep_for(wait);
-    } else if (stop.Wait(wait)) {
-      session.Stop();
-      stopping = true;
-    }
-    wasBusy = busy;
-  }
-  session.Wait();
+    return busy;
+  });
   printer.PrintNewRows();
   printer.Flush();
 
-  int status = kExitOk;
-  for (const CaptureMessage& message : session.Messages().Drain()) {
-    err << "vormelt-cli: " << OneLineMessage(message) << "\n";
-    status = kExitFailed;
-  }
-  ReportSkipped(session.Skipped(), err);
+  int status = TellCaptureMessages(capture, err) ? kExitFailed : kExitOk;
+  ReportSkipped(capture.Skipped(), err);
   // A stop is a live capture's end; a file it cuts short is said to be cut short.
-  if (stopping && target.type == CaptureTarget::Type::File &&
-      session.Status().status == CaptureStatus::Stopped &&
-      session.BytesRead() < session.BytesTotal()) {
-    err << "vormelt-cli: " << target.name << ": reading was stopped at byte " << session.BytesRead()
-        << " of " << session.BytesTotal() << "\n";
+  if (stopped && capture.FileCutShort()) {
+    err << "vormelt-cli: " << target.name << ": reading was stopped at byte " << capture.BytesRead()
+        << " of " << capture.BytesTotal() << "\n";
     status = kExitFailed;
   }
-  if (session.Status().status == CaptureStatus::ItemLimitReached) {
-    status = std::max(status, ReportStoreLimit(engine.Store(), session.NotTaken(), err));
+  const CaptureStatus ended = capture.Status().status;
+  if (ended == CaptureStatus::ItemLimitReached) {
+    status = std::max(status, ReportStoreLimit(engine.Store(), capture.NotTaken(), err));
   }
   // A capture that never opened has no count to report; its error line says it all.
-  if (session.Status().status != CaptureStatus::Idle) {
-    err << printer.Printed() << " packets, " << session.Dropped() << " dropped\n";
+  if (ended != CaptureStatus::Idle) {
+    err << printer.Printed() << " packets, " << capture.Dropped() << " dropped\n";
   }
   return status;
 }
@@ -310,16 +237,16 @@ int RunCapture(PacketModeEngine& engine, const CaptureTarget& target, RowPrinter
 int LoadDump(PacketModeEngine& engine, const PacketsOptions& options, RowPrinter& printer,
              const StopRequest& stop, std::ostream& err) {
   DumpLoadOptions load;
-  load.form = *options.form;
+  load.form = *options.source.form;
   load.cancel = &stop.Flag();
-  const DumpLoadResult result =
-      *engine.LoadDump(options.loadDump, load, !options.filterProfile.empty());
+  const std::string& file = options.source.loadDump;
+  const DumpLoadResult result = *engine.LoadDump(file, load, !options.filterProfile.empty());
   printer.PrintNewRows();
   printer.Flush();
   int status = kExitOk;
   if (result.end == DumpLoadEnd::ItemLimitReached) {
     status = ReportStoreLimit(engine.Store(), result.notTaken, err);
-  } else if (const std::string problem = DescribeDumpLoad(result, options.loadDump); !problem.empty()) {
+  } else if (const std::string problem = DescribeDumpLoad(result, file); !problem.empty()) {
     err << "vormelt-cli: " << problem << "\n";
     status = kExitFailed;
   }
@@ -334,7 +261,7 @@ int WriteOutputs(const PacketStore& store, const PacketsOptions& options, const 
   int status = kExitOk;
   if (!options.save.empty()) {
     DumpSaveOptions save;
-    save.render = RenderOptions{*options.form, IpGap::Narrow, options.level};
+    save.render = RenderOptions{*options.source.form, IpGap::Narrow, options.level};
     save.append = options.append;
     save.cancel = &stop.Flag();
     const DumpSaveResult saved = SaveDumpFile(options.save, store, save);
@@ -396,8 +323,9 @@ int RunPackets(std::span<const std::string> args, std::ostream& out, std::ostrea
     LogConfig config;
     config.settings = *options.logFind.logging;
     // "%LI" names the interface; a file stands in for one by its own name.
-    const bool fromFile = !options.loadDump.empty() || options.target->type == CaptureTarget::Type::File;
-    const std::string& source = options.loadDump.empty() ? options.target->name : options.loadDump;
+    const SourceOptions& from = options.source;
+    const bool fromFile = !from.Live();
+    const std::string& source = from.loadDump.empty() ? from.target->name : from.loadDump;
     config.interfaceText = fromFile ? std::filesystem::path(source).filename().string() : source;
     if (!engine.StartLogging(std::move(config))) {
       err << "vormelt-cli: the logging form cannot be made\n";
@@ -407,26 +335,20 @@ int RunPackets(std::span<const std::string> args, std::ostream& out, std::ostrea
   std::unique_ptr<metrics::Endpoint> endpoint;
   const auto collect = [&] {
     std::vector<metrics::Family> families;
-    metrics::AddCapture(families, options.target ? options.target->displayName : options.loadDump,
-                        engine.FramesReceived(), engine.BytesReceived(), engine.Session().Dropped());
-    metrics::AddStore(families, static_cast<std::uint64_t>(engine.Store().ItemCount()),
-                      static_cast<std::uint64_t>(engine.Store().Capacity()));
-    if (options.logFind.logging) {
-      const LogStatus logged = engine.LoggingStatus();
-      metrics::AddLogging(families, static_cast<std::uint64_t>(logged.filesBegun),
-                          static_cast<std::uint64_t>(logged.failureEpisodes));
-    }
+    metrics::AddCapture(families, options.source.Name(), engine.Capture());
+    metrics::AddPacketMode(families, engine, options.logFind.logging.has_value());
     return families;
   };
-  if (!ServeMetrics(options.metricsListen, collect, endpoint, err)) return kExitFailed;
-  int status = options.loadDump.empty() ? RunCapture(engine, *options.target, printer, stop, err)
-                                        : LoadDump(engine, options, printer, stop, err);
+  if (!ServeMetrics(options.source.metricsListen, collect, endpoint, err)) return kExitFailed;
+  const bool dump = !options.source.loadDump.empty();
+  int status = dump ? LoadDump(engine, options, printer, stop, err)
+                    : RunCapture(engine, *options.source.target, printer, stop, err);
   // A stop is how a live capture ends; it does not also cut short writing what was captured.
   // Another one does.
   stop.Lower();
   // What a full store holds is written out as well: the limit line has said what it lacks. A
   // failed log is no reason to keep back the files asked for.
-  const bool write = status == kExitOk || !options.loadDump.empty() || engine.Store().LimitReached();
+  const bool write = status == kExitOk || dump || engine.Store().LimitReached();
   if (options.logFind.logging) status = FinishLogging(engine, status, err);
   if (write) {
     status = std::max(status, WriteOutputs(engine.Store(), options, stop, err));

@@ -16,16 +16,11 @@
 namespace vormelt::cli {
 namespace {
 
-constexpr int kExitUsage = 2;
-constexpr int kExitFailed = 1;
 constexpr std::int64_t kMaxSeconds = 0x7FFFFFFF;
 constexpr std::int64_t kMaxKilobytes = 1LL << 30;
 constexpr std::string_view kSingleLogName = "VORMELT_LOG";
 
-int Bad(std::ostream& err, const std::string& problem) {
-  err << "vormelt-cli packets: " << problem << "\n";
-  return kExitUsage;
-}
+int Bad(std::ostream& err, const std::string& problem) { return Usage(err, "packets", problem, "\n"); }
 
 std::optional<std::int32_t> MethodOf(const std::string& word) {
   if (word == "single") return 0;
@@ -45,20 +40,14 @@ std::optional<std::int32_t> FormOf(const std::string& word) {
   return std::nullopt;
 }
 
-bool NeedsValue(const std::string& option) {
-  return option == "--log-folder" || option == "--log-method" || option == "--log-max-kb" ||
-         option == "--log-span-s" || option == "--log-form" || option == "--log-interval-s" ||
-         option == "--log-prune-age-s" || option == "--find";
-}
-
 }  // namespace
 
-std::optional<int> ParseLogFindOption(std::span<const std::string> args, std::size_t& i,
+std::optional<int> ParseLogFindOption(const std::string& option, const std::string& value,
                                       LogFindOptions& options, std::ostream& err) {
-  const std::string& option = args[i];
-  if (!NeedsValue(option)) return std::nullopt;
-  if (i + 1 >= args.size()) return Bad(err, option + " needs a value");
-  const std::string& value = args[++i];
+  constexpr std::string_view kOptions[] = {"--find", "--log-folder", "--log-method",
+                                           "--log-max-kb", "--log-span-s", "--log-form",
+                                           "--log-interval-s", "--log-prune-age-s"};
+  if (std::ranges::find(kOptions, option) == std::end(kOptions)) return std::nullopt;
   if (option == "--find") {
     if (value.empty()) return Bad(err, "--find needs a text that is not empty");
     options.find = value.substr(0, kMaxFindText);

@@ -25,9 +25,9 @@ struct LogFindOptions {
   std::optional<std::string> find;         // --find TEXT
 };
 
-// Takes args[i] (and its value) when it is one of these options. nullopt: not one of them;
-// else 0 (taken, `i` moved past its value) or the usage status after printing the problem.
-std::optional<int> ParseLogFindOption(std::span<const std::string> args, std::size_t& i,
+// Takes `option` and its value when it is one of these options. nullopt: not one of them;
+// else 0 (taken) or the usage status after printing the problem.
+std::optional<int> ParseLogFindOption(const std::string& option, const std::string& value,
                                       LogFindOptions& options, std::ostream& err);
 // The checks that need every option seen: 0 or the usage status.
 int CheckLogFindOptions(LogFindOptions& options, std::ostream& err);

@@ -11,7 +11,6 @@
 namespace vormelt::cli {
 namespace {
 
-constexpr int kExitOk = 0, kExitFailed = 1, kExitUsage = 2;
 
 struct ServiceOptions {
   std::string action;  // install, uninstall, status, unit
@@ -20,10 +19,7 @@ struct ServiceOptions {
   std::optional<std::string> group;  // --group; else the program file's capture group
 };
 
-int Usage(std::ostream& err, const std::string& problem) {
-  err << "vormelt-cli service: " << problem << " (see vormelt-cli --help)\n";
-  return kExitUsage;
-}
+int Usage(std::ostream& err, const std::string& problem) { return cli::Usage(err, "service", problem); }
 
 // The desktop program beside this one: both are installed into the same folder.
 std::filesystem::path DefaultProgram() {

@@ -22,7 +22,6 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-constexpr int kExitOk = 0, kExitFailed = 1, kExitUsage = 2;
 constexpr std::string_view kVersionKey = "version";
 // The modes a window can remember: Packet, File, Graphical Packets, Statistical.
 constexpr int kLastRememberedMode = 3;

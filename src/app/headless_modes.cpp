@@ -1,6 +1,7 @@
-// Packet, File and Statistical Mode without a window: each wraps its engine and one capture on
-// the chosen interface in a HeadlessMode for RunHeadless. They read the settings but never
-// write them: a headless run has no window state to keep, and the service may not own them.
+// Packet, File and Statistical Mode without a window: one HeadlessMode over the mode's capture
+// (ModeCapture) on the chosen interface, each mode adding only its own upkeep. They read the
+// settings but never write them: a headless run has no window state to keep, and the service
+// may not own them.
 #include "app/headless_modes.hpp"
 
 #include <algorithm>
@@ -9,22 +10,16 @@
 #include <string>
 #include <vector>
 
-#include "app/file_mode.hpp"
 #include "app/headless.hpp"
+#include "app/mode_engines.hpp"
 #include "app/mode_metrics.hpp"
 #include "app/modes.hpp"
-#include "capture/session.hpp"
 #include "common/file_write.hpp"
 #include "common/json_file.hpp"
 #include "common/paths.hpp"
-#include "filemode/engine.hpp"
-#include "filters/filter_profile.hpp"
-#include "filters/filter_settings.hpp"
 #include "packetmode/packet_logger.hpp"
 #include "packetmode/packet_mode_engine.hpp"
-#include "statistics/engine.hpp"
 #include "statistics/lists.hpp"
-#include "statistics/local_addresses.hpp"
 
 namespace vormelt {
 namespace {
@@ -32,15 +27,71 @@ namespace {
 namespace fm = vormelt::filemode;
 namespace stats = vormelt::statistics;
 
-// The Listening status alone is not enough: a capture that failed to open never gets there,
-// and one that ended keeps its last status.
-bool SessionListening(const CaptureSession& session) {
-  return session.listening.load() && session.Status().status == CaptureStatus::Listening;
-}
+// What a headless mode runs, made before the CaptureHeadless that drives its capture and gone
+// after it.
+template <typename Run>
+struct Holds {
+  template <typename... Args>
+  explicit Holds(Args&&... args) : run(std::forward<Args>(args)...) {}
+  Run run;
+};
 
-// The mode's own notices, told after its capture's messages, one line each.
-class PendingLines {
+// One capture on the chosen interface, run for the service. A mode derives from it and adds
+// its own notices, status line, metrics and upkeep through the hooks below.
+class CaptureHeadless : public HeadlessMode {
  public:
+  CaptureHeadless(ModeCapture& capture, const ProgramSettings& settings)
+      : capture_(capture), target_(CaptureTarget::FromSettings(settings.interface)) {}
+
+  bool Start() override {
+    BeforeStart();
+    return capture_.Start(target_);
+  }
+  bool Listening() const override { return capture_.Listening(); }
+  bool Running() const override { return capture_.Capturing() || KeepsRunning(); }
+  std::uint64_t Progress() const override { return capture_.Progress(); }
+  bool WaitingForFrames() const override { return capture_.WaitingForFrames(); }
+  std::string StatusLine(UiLanguage language) const override {
+    return ModeStatus(language, capture_.StatusLine(language));
+  }
+  // The capture ends first; then the mode writes what it still holds.
+  void Stop() override {
+    capture_.Quit();
+    AfterStop();
+  }
+  // Set-up problems first, then the capture's messages, then the mode's own notices.
+  std::vector<std::string> TakeMessages(UiLanguage language) override {
+    std::vector<std::string> lines = std::move(told_);
+    told_.clear();
+    for (const CaptureMessage& message : capture_.Messages().Drain()) {
+      lines.push_back(OneLineMessage(message, language));
+    }
+    for (const CaptureMessage& message : own_) lines.push_back(OneLineMessage(message, language));
+    own_.clear();
+    OwnMessages(language, lines);
+    return lines;
+  }
+  void CollectMetrics(std::vector<metrics::Family>& out) const override {
+    metrics::AddCapture(out, target_.displayName, capture_);
+    OwnMetrics(out);
+  }
+
+ protected:
+  virtual void BeforeStart() {}
+  // True while the mode goes on although its capture ended (it restarts it in Tick).
+  virtual bool KeepsRunning() const { return false; }
+  virtual std::string ModeStatus(UiLanguage language, const std::string& captureStatus) const = 0;
+  virtual void AfterStop() {}
+  virtual void OwnMessages(UiLanguage language, std::vector<std::string>& lines) {}
+  virtual void OwnMetrics(std::vector<metrics::Family>& out) const {}
+
+  // A set-up problem (a damaged filter profile), told once as one line.
+  void TellProblem(std::string problem) {
+    if (problem.empty()) return;
+    std::erase(problem, '\r');
+    std::ranges::replace(problem, '\n', ' ');
+    told_.push_back(std::move(problem));
+  }
   void Add(Text text, std::optional<std::string> argument = std::nullopt) {
     own_.push_back({Text::ProgramTitle, text, MessageIcon::Information, std::move(argument),
                     std::nullopt});
@@ -48,77 +99,51 @@ class PendingLines {
   void Add(Text text, long number) {
     own_.push_back({Text::ProgramTitle, text, MessageIcon::Information, std::nullopt, number});
   }
-  std::vector<std::string> Take(MessageQueue& capture, UiLanguage language) {
-    std::vector<std::string> lines;
-    for (const CaptureMessage& message : capture.Drain()) {
-      lines.push_back(OneLineMessage(message, language));
-    }
-    for (const CaptureMessage& message : own_) lines.push_back(OneLineMessage(message, language));
-    own_.clear();
-    return lines;
-  }
+  ModeCapture& Capture() { return capture_; }
+  const CaptureTarget& Target() const { return target_; }
 
  private:
+  ModeCapture& capture_;
+  CaptureTarget target_;
+  std::vector<std::string> told_;
   std::vector<CaptureMessage> own_;
 };
 
 // ---- Packet Mode ----------------------------------------------------------------------------
 
-class PacketHeadless final : public HeadlessMode {
+class PacketHeadless final : private Holds<PacketModeEngine>, public CaptureHeadless {
  public:
   explicit PacketHeadless(const ProgramSettings& settings)
-      : target_(CaptureTarget::FromSettings(settings.interface)),
+      : CaptureHeadless(run.Capture(), settings),
         logging_(settings.logging),
         dateTimeTemplate_(settings.packetMode.dateTimeTemplate) {
-    // As the window sets its engine up: the filter switches from the settings, then the profile.
-    engine_.SetDateTimeTemplate(settings.packetMode.dateTimeTemplate);
     // No one presses Clear here: a full store is renewed, after the logger has logged it.
     engine_.SetRenewWhenFull(true);
-    engine_.Filter().SetFilteringEnabled(settings.packetMode.filteringEnabled);
-    engine_.Filter().SetMatchCase(settings.packetMode.matchCase);
-    // A damaged filter profile is kept aside and the defaults filter; the journal hears why.
-    if (std::string problem = engine_.LoadCurrentProfile(settings.language); !problem.empty()) {
-      std::erase(problem, '\r');
-      std::ranges::replace(problem, '\n', ' ');
-      told_.push_back(std::move(problem));
-    }
+    TellProblem(SetUpPacketMode(engine_, settings));
   }
 
-  bool Start() override {
-    // With logging on, the logger keeps what the store takes; without, the journal hears that
-    // only the newest packets are kept, in memory.
+  // With logging on, the logger keeps what the store takes; without, the journal hears that
+  // only the newest packets are kept, in memory.
+  void BeforeStart() override {
     if (logging_.enabled && !LoggingProblem(logging_)) {
       LogConfig config;
       config.settings = logging_;
       config.dateTimeTemplate = dateTimeTemplate_;
-      config.interfaceText = target_.name;
-      if (!engine_.StartLogging(std::move(config))) lines_.Add(Text::ServiceLoggingOff);
+      config.interfaceText = Target().name;
+      if (!engine_.StartLogging(std::move(config))) Add(Text::ServiceLoggingOff);
     } else {
-      lines_.Add(Text::ServiceLoggingOff);
+      Add(Text::ServiceLoggingOff);
     }
-    return engine_.StartLive(target_);
   }
-  bool Listening() const override { return SessionListening(engine_.Session()); }
   // A full store ended the capture; Tick starts it again on an empty one.
-  bool Running() const override { return engine_.Capturing() || StoppedByFullStore(); }
-  std::uint64_t Progress() const override { return engine_.Session().LoopTurns(); }
-  bool WaitingForFrames() const override { return engine_.Session().WaitingForFrames(); }
+  bool KeepsRunning() const override { return StoppedByFullStore(); }
 
-  void CollectMetrics(std::vector<metrics::Family>& out) const override {
-    metrics::AddCapture(out, target_.displayName, engine_.FramesReceived(), engine_.BytesReceived(),
-                        engine_.Session().Dropped());
-    metrics::AddStore(out, static_cast<std::uint64_t>(engine_.Store().ItemCount()),
-                      static_cast<std::uint64_t>(engine_.Store().Capacity()));
-    if (logging_.enabled) {
-      const LogStatus logged = engine_.LoggingStatus();
-      metrics::AddLogging(out, static_cast<std::uint64_t>(logged.filesBegun),
-                          static_cast<std::uint64_t>(logged.failureEpisodes));
-    }
+  void OwnMetrics(std::vector<metrics::Family>& out) const override {
+    metrics::AddPacketMode(out, engine_, logging_.enabled);
   }
 
-  std::string StatusLine(UiLanguage language) const override {
-    return FormatText(Text::ServicePacketStatus, language,
-                      StatusText(engine_.Session().Status(), language).c_str(),
+  std::string ModeStatus(UiLanguage language, const std::string& captureStatus) const override {
+    return FormatText(Text::ServicePacketStatus, language, captureStatus.c_str(),
                       static_cast<int>(engine_.Store().ItemCount()));
   }
 
@@ -126,51 +151,38 @@ class PacketHeadless final : public HeadlessMode {
   // and each episode of log files that cannot be written, with the file and the reason.
   void Tick(std::chrono::steady_clock::duration) override {
     if (const std::int64_t dropped = engine_.TakeDroppedUnlogged(); dropped > 0) {
-      lines_.Add(Text::ServiceDroppedUnlogged, static_cast<long>(dropped));
+      Add(Text::ServiceDroppedUnlogged, static_cast<long>(dropped));
     }
     const LogStatus logged = engine_.LoggingStatus();
     if (logged.failureEpisodes > failuresTold_) {
       failuresTold_ = logged.failureEpisodes;
-      lines_.Add(Text::LogWriteFailed, logged.failedFile + ": " + logged.failureReason);
+      Add(Text::LogWriteFailed, logged.failedFile + ": " + logged.failureReason);
     }
     // Should a capture end on a full store all the same, it starts again on an empty one.
     if (engine_.Capturing() || !StoppedByFullStore()) return;
     engine_.Clear();
-    engine_.StartLive(target_);
-    lines_.Add(Text::ServiceStoreRenewed);
+    engine_.Start(Target());
+    Add(Text::ServiceStoreRenewed);
   }
 
-  // The capture ends first; then the logger writes what is left and closes its file.
-  void Stop() override {
-    engine_.Quit();
+  // The logger writes what is left and closes its file.
+  void AfterStop() override {
     engine_.StopLogging();
     Tick({});
     if (const LogStatus logged = engine_.LoggingStatus(); logged.notLogged() > 0) {
-      lines_.Add(Text::LogNotLoggedAtStop, static_cast<long>(logged.notLogged()));
+      Add(Text::LogNotLoggedAtStop, static_cast<long>(logged.notLogged()));
     }
-  }
-
-  std::vector<std::string> TakeMessages(UiLanguage language) override {
-    std::vector<std::string> lines = std::move(told_);
-    told_.clear();
-    for (std::string& line : lines_.Take(engine_.Session().Messages(), language)) {
-      lines.push_back(std::move(line));
-    }
-    return lines;
   }
 
  private:
   bool StoppedByFullStore() const {
-    return engine_.Session().Status().status == CaptureStatus::ItemLimitReached;
+    return engine_.Capture().Status().status == CaptureStatus::ItemLimitReached;
   }
 
-  CaptureTarget target_;
   LoggingSettings logging_;
   std::string dateTimeTemplate_;
-  std::vector<std::string> told_;
   std::int64_t failuresTold_ = 0;
-  PendingLines lines_;
-  PacketModeEngine engine_;  // last: its capture ends before the rest goes
+  PacketModeEngine& engine_ = run;
 };
 
 // ---- Statistical Mode -----------------------------------------------------------------------
@@ -183,46 +195,26 @@ constexpr SavedList kSavedLists[] = {{stats::StatisticsList::IpAddresses, "ip"},
                                      {stats::StatisticsList::IpAddressPairs, "pairs"},
                                      {stats::StatisticsList::LocalPorts, "ports"}};
 
-class StatisticalHeadless final : public HeadlessMode {
+class StatisticalHeadless final : private Holds<StatisticalRun>, public CaptureHeadless {
  public:
   StatisticalHeadless(const ProgramSettings& settings, std::filesystem::path listsFile)
-      : target_(CaptureTarget::FromSettings(settings.interface)),
-        listsFile_(std::move(listsFile)),
-        refresher_(locals_),
-        engine_(locals_, {settings.statistics.maxItems,
-                          static_cast<stats::VictimPolicy>(settings.statistics.victimPolicy)}) {}
+      : Holds(StatisticsLimitsFrom(settings.statistics)),
+        CaptureHeadless(run.Capture(), settings),
+        listsFile_(std::move(listsFile)) {}
 
-  bool Start() override { return session_.Start(target_, counting_); }
-  bool Listening() const override { return SessionListening(session_); }
-  bool Running() const override { return session_.listening.load(); }
-  std::uint64_t Progress() const override { return session_.LoopTurns(); }
-  bool WaitingForFrames() const override { return session_.WaitingForFrames(); }
-
-  void CollectMetrics(std::vector<metrics::Family>& out) const override {
-    metrics::AddCapture(out, target_.displayName, counting_, session_);
-    metrics::AddStatistics(out, engine_);
+  void OwnMetrics(std::vector<metrics::Family>& out) const override {
+    metrics::AddStatistics(out, run.Engine());
   }
-
-  std::string StatusLine(UiLanguage language) const override {
-    return FormatText(Text::ServiceStatisticsStatus, language,
-                      StatusText(session_.Status(), language).c_str(),
-                      static_cast<long long>(engine_.PacketSequence()), listsFile_.c_str());
+  std::string ModeStatus(UiLanguage language, const std::string& captureStatus) const override {
+    return FormatText(Text::ServiceStatisticsStatus, language, captureStatus.c_str(),
+                      static_cast<long long>(run.Engine().PacketSequence()), listsFile_.c_str());
   }
-
   void Tick(std::chrono::steady_clock::duration sinceStart) override {
     if (sinceStart < nextSave_) return;
     nextSave_ = sinceStart + kStatisticsSaveInterval;
     SaveLists();
   }
-
-  void Stop() override {
-    session_.Quit();
-    SaveLists();
-  }
-
-  std::vector<std::string> TakeMessages(UiLanguage language) override {
-    return lines_.Take(session_.Messages(), language);
-  }
+  void AfterStop() override { SaveLists(); }
 
  private:
   // One JSON object, a member per list, each an array of the list's records with raw numbers.
@@ -232,7 +224,7 @@ class StatisticalHeadless final : public HeadlessMode {
       json += json.size() > 1 ? ",\n\"" : "\n\"";
       json += saved.key;
       json += "\": ";
-      engine_.WithTables([&](const stats::StatisticsTables& tables) {
+      run.Engine().WithTables([&](const stats::StatisticsTables& tables) {
         stats::WriteList(tables, saved.list, stats::SaveFormat::Json, UiLanguage::English, json);
       });
       while (json.back() == '\n') json.pop_back();
@@ -247,91 +239,46 @@ class StatisticalHeadless final : public HeadlessMode {
       return;
     }
     // Told once per failing streak, not every minute.
-    if (!saveFailing_) lines_.Add(Text::ServiceListsNotSaved, listsFile_.string() + ": " + error);
+    if (!saveFailing_) Add(Text::ServiceListsNotSaved, listsFile_.string() + ": " + error);
     saveFailing_ = true;
   }
 
-  CaptureTarget target_;
   std::filesystem::path listsFile_;
   std::chrono::steady_clock::duration nextSave_{kStatisticsSaveInterval};
   bool saveFailing_ = false;
-  PendingLines lines_;
-  stats::LocalAddressList locals_;
-  stats::LocalAddressRefresher refresher_;
-  stats::StatisticsEngine engine_;
-  CountingSink counting_{engine_};
-  CaptureSession session_;  // last: its capture ends before the engine it feeds goes
 };
 
 // ---- File Mode ------------------------------------------------------------------------------
 
 // Files are written beneath the chosen folder as streams end; each one is told to the journal.
 // The counts that outlive a run (%FCI) stay in memory: the service may not write the settings.
-class FileHeadless final : public HeadlessMode {
+class FileHeadless final : private Holds<FileModeRun>, public CaptureHeadless {
  public:
   explicit FileHeadless(const ProgramSettings& settings)
-      : target_(CaptureTarget::FromSettings(settings.interface)),
-        options_(FileModeOptionsFrom(settings.fileMode)),
-        counts_(FileCountsFrom(settings.fileMode, 0)) {
-    // As the window does: the filter as the last OK of its filter window left it.
-    if (std::string problem = LoadCurrentProfileInto(FilterMode::File, filter_, settings.language);
-        !problem.empty()) {
-      std::erase(problem, '\r');
-      std::ranges::replace(problem, '\n', ' ');
-      told_.push_back(std::move(problem));
-    }
+      : CaptureHeadless(run.Capture(), settings) {
+    TellProblem(SetUpFileMode(run, settings, 0));
   }
 
-  bool Start() override {
-    engine_.Start(options_, fm::StreamClock::Live, counts_);
-    return session_.Start(target_, counting_);
+  void OwnMetrics(std::vector<metrics::Family>& out) const override {
+    metrics::AddFileMode(out, run.Engine().Counters());
   }
-
-  void CollectMetrics(std::vector<metrics::Family>& out) const override {
-    metrics::AddCapture(out, target_.displayName, counting_, session_);
-    metrics::AddFileMode(out, engine_.Counters());
+  std::string ModeStatus(UiLanguage language, const std::string& captureStatus) const override {
+    return FormatText(Text::ServiceFileStatus, language, captureStatus.c_str(),
+                      static_cast<unsigned long long>(run.Engine().Counters().filesWritten),
+                      run.Options().naming.folder.c_str());
   }
-  bool Listening() const override { return SessionListening(session_); }
-  bool Running() const override { return session_.listening.load(); }
-  std::uint64_t Progress() const override { return session_.LoopTurns(); }
-  bool WaitingForFrames() const override { return session_.WaitingForFrames(); }
-
-  std::string StatusLine(UiLanguage language) const override {
-    return FormatText(Text::ServiceFileStatus, language,
-                      StatusText(session_.Status(), language).c_str(),
-                      static_cast<unsigned long long>(engine_.Counters().filesWritten),
-                      options_.naming.folder.c_str());
-  }
-
-  void Stop() override { session_.Quit(); }
-
-  std::vector<std::string> TakeMessages(UiLanguage language) override {
-    std::vector<std::string> lines = std::move(told_);
-    told_.clear();
-    for (std::string& line : lines_.Take(session_.Messages(), language)) lines.push_back(std::move(line));
-    for (const CaptureMessage& message : engine_.Messages().Drain()) {
+  // Failures were told among the engine's messages, once per run of them.
+  void OwnMessages(UiLanguage language, std::vector<std::string>& lines) override {
+    for (const CaptureMessage& message : run.Engine().Messages().Drain()) {
       lines.push_back(OneLineMessage(message, language));
     }
-    // Failures were told above, once per run of them.
-    for (const fm::WrittenFile& file : engine_.DrainWritten()) {
+    for (const fm::WrittenFile& file : run.Engine().DrainWritten()) {
       if (!file.written()) continue;
       lines.push_back(FormatText(Text::ServiceFileWritten, language, file.path.c_str(),
                                  static_cast<unsigned long long>(file.size),
                                  file.contentType.empty() ? "-" : file.contentType.c_str()));
     }
-    return lines;
   }
-
- private:
-  CaptureTarget target_;
-  fm::FileModeOptions options_;
-  fm::FileCounts counts_;
-  std::vector<std::string> told_;
-  PendingLines lines_;
-  FilterSettings filter_;
-  fm::FileModeEngine engine_{&filter_};
-  CountingSink counting_{engine_};
-  CaptureSession session_;  // last: its capture ends before the engine it feeds goes
 };
 
 // ---- runners --------------------------------------------------------------------------------
@@ -344,46 +291,44 @@ bool InterfaceChosen(const ModeStart& start) {
   return false;
 }
 
-int RunPacketHeadless(const ModeStart& start) {
-  if (!InterfaceChosen(start)) return kHeadlessConfigError;
-  PacketHeadless mode(start.settings);
-  return RunHeadless(mode, *start.host, *start.stopSignals, start.settings.language,
-                     start.settings.service.metricsListen);
-}
-
-int RunFileHeadless(const ModeStart& start) {
-  if (!InterfaceChosen(start)) return kHeadlessConfigError;
-  // The window offers the Downloads folder; a service has none of its own to offer.
-  if (start.settings.fileMode.folder.empty()) {
+// The window offers the Downloads folder; a service has none of its own to offer. The folder is
+// made with its parents, as the log folders are; one that cannot be made would fail every file.
+bool FileFolderUsable(const ModeStart& start) {
+  const std::string& folder = start.settings.fileMode.folder;
+  if (folder.empty()) {
     start.host->Tell(FormatText(Text::ServiceNoFileFolder, start.settings.language));
-    return kHeadlessConfigError;
+    return false;
   }
-  // Made with its parents, as the log folders are; one that cannot be made would fail every file.
   std::error_code made;
-  std::filesystem::create_directories(start.settings.fileMode.folder, made);
-  if (made) {
-    const std::string what = start.settings.fileMode.folder + " (" + ErrnoText(made.value()) + ")";
-    start.host->Tell(FormatText(Text::ServiceFileFolderNotMade, start.settings.language, what.c_str()));
-    return kHeadlessConfigError;
-  }
-  FileHeadless mode(start.settings);
-  return RunHeadless(mode, *start.host, *start.stopSignals, start.settings.language,
-                     start.settings.service.metricsListen);
+  std::filesystem::create_directories(folder, made);
+  if (!made) return true;
+  const std::string what = folder + " (" + ErrnoText(made.value()) + ")";
+  start.host->Tell(FormatText(Text::ServiceFileFolderNotMade, start.settings.language, what.c_str()));
+  return false;
 }
 
-int RunStatisticalHeadless(const ModeStart& start) {
-  if (!InterfaceChosen(start)) return kHeadlessConfigError;
-  StatisticalHeadless mode(start.settings, StateDirectory() / kStatisticsListsFileName);
+template <typename Mode, typename... Args>
+int Run(const ModeStart& start, Args&&... args) {
+  Mode mode(start.settings, std::forward<Args>(args)...);
   return RunHeadless(mode, *start.host, *start.stopSignals, start.settings.language,
                      start.settings.service.metricsListen);
 }
 
 }  // namespace
 
-void RegisterHeadlessModes() {
-  RegisterModeHeadless(ProgramMode::Packet, RunPacketHeadless);
-  RegisterModeHeadless(ProgramMode::File, RunFileHeadless);
-  RegisterModeHeadless(ProgramMode::Statistical, RunStatisticalHeadless);
+int RunPacketHeadless(const ModeStart& start) {
+  if (!InterfaceChosen(start)) return kHeadlessConfigError;
+  return Run<PacketHeadless>(start);
+}
+
+int RunFileHeadless(const ModeStart& start) {
+  if (!InterfaceChosen(start) || !FileFolderUsable(start)) return kHeadlessConfigError;
+  return Run<FileHeadless>(start);
+}
+
+int RunStatisticalHeadless(const ModeStart& start) {
+  if (!InterfaceChosen(start)) return kHeadlessConfigError;
+  return Run<StatisticalHeadless>(start, StateDirectory() / kStatisticsListsFileName);
 }
 
 }  // namespace vormelt

@@ -1,5 +1,5 @@
-// The headless runners of the modes that can run without a display (the service runs them).
-// Every mode with a headless runner registers it in RegisterHeadlessModes, nowhere else.
+// The headless runners of the modes that can run without a display (the service runs them
+// through the mode registry).
 #pragma once
 
 #include <chrono>
@@ -11,7 +11,12 @@ namespace vormelt {
 inline constexpr std::string_view kStatisticsListsFileName = "statistics-lists.json";
 inline constexpr auto kStatisticsSaveInterval = std::chrono::minutes(1);
 
-// Registers every headless runner of this build in the mode registry; idempotent.
-void RegisterHeadlessModes();
+struct ModeStart;
+
+// Each refuses with kHeadlessConfigError when the settings leave it nothing to do (no
+// interface chosen, no folder for File Mode), else runs until stopped.
+int RunPacketHeadless(const ModeStart& start);
+int RunFileHeadless(const ModeStart& start);
+int RunStatisticalHeadless(const ModeStart& start);
 
 }  // namespace vormelt

@@ -4,9 +4,9 @@
 
 #include <string>
 
-#include "capture/session.hpp"
-#include "common/frame_sink.hpp"
+#include "capture/mode_capture.hpp"
 #include "filemode/engine.hpp"
+#include "packetmode/packet_mode_engine.hpp"
 #include "statistics/engine.hpp"
 #include "statistics/lists.hpp"
 
@@ -20,7 +20,7 @@ Family One(std::string name, std::string help, Kind kind, double value,
 
 }  // namespace
 
-void AddCapture(std::vector<Family>& out, std::string_view interface, std::uint64_t packets,
+static void AddCapture(std::vector<Family>& out, std::string_view interface, std::uint64_t packets,
                 std::uint64_t bytes, std::uint64_t dropped) {
   const std::vector<std::pair<std::string, std::string>> labels{{"interface", std::string(interface)}};
   out.push_back(One("vormelt_capture_packets_total", "Packets the capture handed to the mode.",
@@ -32,12 +32,11 @@ void AddCapture(std::vector<Family>& out, std::string_view interface, std::uint6
                     static_cast<double>(dropped), labels));
 }
 
-void AddCapture(std::vector<Family>& out, std::string_view interface, const CountingSink& counting,
-                const CaptureSession& session) {
-  AddCapture(out, interface, counting.frames(), counting.bytes(), session.Dropped());
+void AddCapture(std::vector<Family>& out, std::string_view interface, const ModeCapture& capture) {
+  AddCapture(out, interface, capture.Frames(), capture.Bytes(), capture.Dropped());
 }
 
-void AddStore(std::vector<Family>& out, std::uint64_t stored, std::uint64_t limit) {
+static void AddStore(std::vector<Family>& out, std::uint64_t stored, std::uint64_t limit) {
   out.push_back(One("vormelt_store_packets", "Packets held in Packet Mode's store.", Kind::Gauge,
                     static_cast<double>(stored)));
   out.push_back(One("vormelt_store_limit_packets", "The most packets the store holds.", Kind::Gauge,
@@ -77,11 +76,20 @@ void AddFileMode(std::vector<Family>& out, const filemode::FileModeCounters& cou
                     Kind::Counter, static_cast<double>(counters.bytesWritten)));
 }
 
-void AddLogging(std::vector<Family>& out, std::uint64_t filesBegun, std::uint64_t failures) {
+static void AddLogging(std::vector<Family>& out, std::uint64_t filesBegun, std::uint64_t failures) {
   out.push_back(One("vormelt_log_files_total", "Log files automatic logging began.", Kind::Counter,
                     static_cast<double>(filesBegun)));
   out.push_back(One("vormelt_log_failures_total", "Log writes that failed.", Kind::Counter,
                     static_cast<double>(failures)));
+}
+
+void AddPacketMode(std::vector<Family>& out, const PacketModeEngine& engine, bool logging) {
+  AddStore(out, static_cast<std::uint64_t>(engine.Store().ItemCount()),
+           static_cast<std::uint64_t>(engine.Store().Capacity()));
+  if (!logging) return;
+  const LogStatus logged = engine.LoggingStatus();
+  AddLogging(out, static_cast<std::uint64_t>(logged.filesBegun),
+             static_cast<std::uint64_t>(logged.failureEpisodes));
 }
 
 }  // namespace vormelt::metrics

@@ -12,8 +12,8 @@
 #include "app/metrics_endpoint.hpp"
 
 namespace vormelt {
-class CaptureSession;
-class CountingSink;
+class ModeCapture;
+class PacketModeEngine;
 }  // namespace vormelt
 namespace vormelt::statistics {
 class StatisticsEngine;
@@ -24,14 +24,11 @@ struct FileModeCounters;
 
 namespace vormelt::metrics {
 
-void AddCapture(std::vector<Family>& out, std::string_view interface, std::uint64_t packets,
-                std::uint64_t bytes, std::uint64_t dropped);
-// The same for a capture whose sink is counted by `counting`.
-void AddCapture(std::vector<Family>& out, std::string_view interface, const CountingSink& counting,
-                const CaptureSession& session);
-void AddStore(std::vector<Family>& out, std::uint64_t stored, std::uint64_t limit);
+// The capture's packets, bytes and kernel drops, labelled with its interface.
+void AddCapture(std::vector<Family>& out, std::string_view interface, const ModeCapture& capture);
 void AddStatistics(std::vector<Family>& out, const statistics::StatisticsEngine& engine);
 void AddFileMode(std::vector<Family>& out, const filemode::FileModeCounters& counters);
-void AddLogging(std::vector<Family>& out, std::uint64_t filesBegun, std::uint64_t failures);
+// Packet Mode's store, and its logging when `logging` runs.
+void AddPacketMode(std::vector<Family>& out, const PacketModeEngine& engine, bool logging);
 
 }  // namespace vormelt::metrics

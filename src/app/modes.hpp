@@ -1,10 +1,12 @@
-// The mode registry: the one list of the program's modes — their names, the words a switch
-// relaunches with, whether they exist in this build and how each starts with a window or
-// headless. Windows and headless runners register themselves at start-up (this layer cannot
-// know the windows); every later mode adds one entry here and one registration.
+// The mode registry: the one list of the program's modes — their names, the command-line word
+// that asks for each, the words a switch relaunches with, and how each runs headless, from
+// vormelt-cli and (registered by the desktop program, which this layer cannot know) with a
+// window. Start-up, the service, vormelt-cli, the mode choice and every window's Switch modes
+// menu read this list; a new mode is one more entry here and its window's registration.
 #pragma once
 
 #include <filesystem>
+#include <iosfwd>
 #include <span>
 #include <string>
 #include <string_view>
@@ -34,23 +36,30 @@ struct ModeStart {
 };
 // Runs a mode until it ends; returns the process's exit status.
 using ModeRunner = int (*)(const ModeStart& start);
+// A vormelt-cli command: the words after its name; returns the exit status.
+using CliRunner = int (*)(std::span<const std::string> args, std::ostream& out, std::ostream& err);
 
 struct ModeEntry {
   ProgramMode mode;
   Text name;                      // "Packet Mode", ...
+  Text choiceButton;              // its button in the mode choice
+  std::string_view keyword;       // "packet_mode": the command-line word that asks for it
+  bool StartupDecision::*flag;    // the start-up flag that word sets
+  bool rememberable;              // may be the remembered mode (the decoder is a tool)
   std::string_view relaunchWord;  // "/Packet_Mode"; empty for the decoder, never switched to
   bool blinkingWarning;           // going there asks the blinking warning first
+  ModeRunner headless;            // null: it cannot run without a display
+  std::string_view cliCommand;    // "packets": its vormelt-cli command; empty: none
+  CliRunner cli;
   ModeRunner window = nullptr;    // null: no window for it in this build
-  ModeRunner headless = nullptr;  // null: it cannot run without a display
 };
 
 // Every mode, the four capture modes in the order their keywords are tried, then the decoder.
 std::span<const ModeEntry> ModeList();
 const ModeEntry& FindMode(ProgramMode mode);
 
-// Registration, once at start-up before any window or service runs.
+// Registration by the desktop program, once at start-up before any window runs.
 void RegisterModeWindow(ProgramMode mode, ModeRunner window);
-void RegisterModeHeadless(ProgramMode mode, ModeRunner headless);
 
 bool HasModeWindow(ProgramMode mode);
 Text ModeName(ProgramMode mode);

@@ -81,7 +81,6 @@ int RunService(const std::string& commandLine, const SettingsLoad& load) {
     return TellStartupText(decision, host);
   }
 
-  RegisterHeadlessModes();
   const std::optional<ProgramMode> mode = ChooseWindow(decision, settings);
   if (!mode) {
     host.Tell(FormatText(Text::ServiceNoMode, settings.language, settings.rememberedMode));

@@ -15,15 +15,11 @@ struct ModeKeyword {
   bool StartupDecision::*flag;
 };
 
-// Order matters only for readability: every keyword is searched.
+// Order matters only for readability: every keyword is searched. The modes' words come from
+// the mode registry.
 constexpr ModeKeyword kFlagKeywords[] = {
     {"noinstall", &StartupDecision::noInstall},
     {"uninstall", &StartupDecision::uninstall},
-    {"packet_mode", &StartupDecision::packetMode},
-    {"file_mode", &StartupDecision::fileMode},
-    {"gp_mode", &StartupDecision::graphicalPacketsMode},
-    {"statistical_mode", &StartupDecision::statisticalMode},
-    {"hb_decoder", &StartupDecision::decoder},
     {"start_minimized", &StartupDecision::startMinimized},
     {"auto_listen", &StartupDecision::autoListen},
     {"-service", &StartupDecision::runAsService},
@@ -52,11 +48,13 @@ std::string JoinWithBlanks(const Strings& words) {
 }
 
 void ApplyKeywords(std::string_view lower, StartupDecision& d) {
-  for (const ModeKeyword& k : kFlagKeywords) {
-    if (!Contains(lower, k.keyword)) continue;
-    d.*k.flag = true;
+  const auto apply = [&](std::string_view keyword, bool StartupDecision::*flag) {
+    if (!Contains(lower, keyword)) return;
+    d.*flag = true;
     d.keywordRecognised = true;
-  }
+  };
+  for (const ModeKeyword& k : kFlagKeywords) apply(k.keyword, k.flag);
+  for (const ModeEntry& mode : ModeList()) apply(mode.keyword, mode.flag);
   // Tested in this order so that "deutsch" wins when both are given.
   if (Contains(lower, "english")) {
     d.languageKeyword = UiLanguage::English;
@@ -118,6 +116,10 @@ StartupDecision DecideStartup(std::string_view commandLine, const ProgramSetting
   return d;
 }
 
+bool StartupDecision::AnyModeSwitch() const {
+  return std::ranges::any_of(ModeList(), [this](const ModeEntry& entry) { return this->*entry.flag; });
+}
+
 bool ShouldShowModeChoice(const StartupDecision& decision, const ProgramSettings& settings) {
   return settings.showModeChoiceAtStartup && !decision.AnyModeSwitch() && !decision.runAsService;
 }
@@ -125,16 +127,11 @@ bool ShouldShowModeChoice(const StartupDecision& decision, const ProgramSettings
 std::optional<ProgramMode> ChooseWindow(const StartupDecision& decision,
                                         const ProgramSettings& settings) {
   const bool byKeyword = decision.AnyModeSwitch();
-  const auto wants = [&](bool flag, ProgramMode mode) {
-    return byKeyword ? flag : RememberedIs(settings, mode);
-  };
-  if (wants(decision.packetMode, ProgramMode::Packet)) return ProgramMode::Packet;
-  if (wants(decision.fileMode, ProgramMode::File)) return ProgramMode::File;
-  if (wants(decision.graphicalPacketsMode, ProgramMode::GraphicalPackets)) {
-    return ProgramMode::GraphicalPackets;
+  for (const ModeEntry& entry : ModeList()) {
+    if (byKeyword ? decision.*entry.flag : entry.rememberable && RememberedIs(settings, entry.mode)) {
+      return entry.mode;
+    }
   }
-  if (wants(decision.statisticalMode, ProgramMode::Statistical)) return ProgramMode::Statistical;
-  if (byKeyword && decision.decoder) return ProgramMode::Decoder;
   return std::nullopt;
 }
 
@@ -157,6 +154,11 @@ ModeChoiceResult ApplyModeChoice(ModeChoiceButton button, bool rememberChoice,
     case ModeChoiceButton::GraphicalPackets: chosen = ProgramMode::GraphicalPackets; break;
     case ModeChoiceButton::Statistical: chosen = ProgramMode::Statistical; break;
   }
+  return ChooseMode(chosen, rememberChoice, warningAccepted, settings);
+}
+
+ModeChoiceResult ChooseMode(ProgramMode chosen, bool rememberChoice, bool warningAccepted,
+                            ProgramSettings& settings) {
   if (NeedsGraphicalWarning(chosen, settings)) {
     if (!warningAccepted) return ModeChoiceResult::StayOpen;
     settings.graphicalWarningAcknowledged = true;

@@ -56,9 +56,8 @@ struct StartupDecision {
   std::optional<UiLanguage> languageKeyword;
   UiLanguage language = UiLanguage::English;  // the language of this run
 
-  bool AnyModeSwitch() const {
-    return packetMode || fileMode || graphicalPacketsMode || statisticalMode || decoder;
-  }
+  // One of the modes' words (the decoder's too) was given.
+  bool AnyModeSwitch() const;
 };
 
 // Keywords are found as plain substrings of the lower-cased line, so "/NoInstall /Packet_Mode",
@@ -91,6 +90,10 @@ bool NeedsGraphicalWarning(ProgramMode target, const ProgramSettings& settings);
 ModeChoiceResult ApplyModeChoice(ModeChoiceButton button, bool rememberChoice,
                                  bool warningAccepted, ProgramSettings& settings,
                                  StartupDecision& decision);
+// A mode button (one per rememberable mode of ModeList()): remembers `chosen`, unless the
+// blinking warning it needs was declined.
+ModeChoiceResult ChooseMode(ProgramMode chosen, bool rememberChoice, bool warningAccepted,
+                            ProgramSettings& settings);
 
 // ---- answers to the Yes/No/Cancel questions -------------------------------------------------
 

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "app/cli.hpp"
+#include "app/modes.hpp"
 
 namespace {
 
@@ -91,9 +92,9 @@ int main(int argc, char** argv) {
     return 0;
   }
   if (command == "names") return vormelt::cli::RunNames(rest, std::cout, std::cerr);
-  if (command == "packets") return vormelt::cli::RunPackets(rest, std::cout, std::cerr);
-  if (command == "files") return vormelt::cli::RunFiles(rest, std::cout, std::cerr);
-  if (command == "stats") return vormelt::cli::RunStats(rest, std::cout, std::cerr);
+  for (const vormelt::ModeEntry& mode : vormelt::ModeList()) {
+    if (mode.cli && command == mode.cliCommand) return mode.cli(rest, std::cout, std::cerr);
+  }
   if (command == "codec") return vormelt::cli::RunCodec(rest, std::cin, std::cout, std::cerr);
   if (command == "service") return vormelt::cli::RunServiceCommand(rest, std::cout, std::cerr);
   if (command == "settings") return vormelt::cli::RunSettings(rest, std::cout, std::cerr);

@@ -12,7 +12,7 @@ PacketModeEngine::PacketModeEngine(std::int32_t capacity) : store_(capacity) {
   store_.SetFilter(&gate_);
 }
 
-PacketModeEngine::~PacketModeEngine() { session_.Quit(); }
+PacketModeEngine::~PacketModeEngine() { capture_.Quit(); }
 
 std::string PacketModeEngine::LoadCurrentProfile(UiLanguage language) {
   return LoadCurrentProfileInto(FilterMode::Packet, filter_, language);
@@ -20,32 +20,6 @@ std::string PacketModeEngine::LoadCurrentProfile(UiLanguage language) {
 
 void PacketModeEngine::SetDateTimeTemplate(std::string dateTimeTemplate) {
   store_.SetDateTimeTemplate(std::move(dateTimeTemplate));
-}
-
-bool PacketModeEngine::StartLive(const CaptureTarget& target) {
-  if (Capturing()) return false;
-  storedSinceStart_.store(0);
-  if (!session_.Start(target, *this)) return false;
-  readingFile_.store(false);
-  return true;
-}
-
-bool PacketModeEngine::StartFile(const std::string& path) {
-  if (Capturing()) return false;
-  store_.Clear();
-  storedSinceStart_.store(0);
-  if (!session_.Start(CaptureTarget::File(path), *this)) return false;
-  readingFile_.store(true);
-  return true;
-}
-
-void PacketModeEngine::Stop() {
-  if (Capturing()) session_.Stop();
-}
-
-void PacketModeEngine::Restart(const CaptureTarget& target) {
-  readingFile_.store(false);
-  session_.Restart(target, *this);
 }
 
 void PacketModeEngine::Clear() { store_.Clear(); }
@@ -60,8 +34,6 @@ std::optional<DumpLoadResult> PacketModeEngine::LoadDump(const std::string& path
   return result;
 }
 
-void PacketModeEngine::Quit() { session_.Quit(); }
-
 bool PacketModeEngine::StartLogging(LogConfig config) {
   if (renewWhenFull_.load()) config.clearWhenHolding = store_.Capacity() / 2;
   return logger_.Start(std::move(config));
@@ -74,7 +46,8 @@ bool PacketModeEngine::RenewFullStore() {
   while (logger_.Running() && store_.IsFull()) {
     const LogStatus status = logger_.Status();
     if (status.failing) break;  // the logs cannot take them: they are dropped and counted below
-    if (session_.stopRequested.load() || session_.quitRequested.load()) return false;
+    const CaptureSession& session = capture_.Session();
+    if (session.stopRequested.load() || session.quitRequested.load()) return false;
     logger_.Wake();
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
@@ -88,8 +61,6 @@ bool PacketModeEngine::RenewFullStore() {
 }
 
 SinkVerdict PacketModeEngine::Take(const FrameRecord& frame) {
-  framesReceived_.fetch_add(1, std::memory_order_relaxed);
-  bytesReceived_.fetch_add(frame.wireLength, std::memory_order_relaxed);
   if (renewWhenFull_.load(std::memory_order_relaxed)) {
     if (store_.IsFull() && !RenewFullStore()) return SinkVerdict::ItemLimitReached;
     // Past half full, the logger is woken every few thousand packets until it has caught up

@@ -9,7 +9,7 @@
 #include <optional>
 #include <string>
 
-#include "capture/session.hpp"
+#include "capture/mode_capture.hpp"
 #include "common/frame_sink.hpp"
 #include "common/texts.hpp"
 #include "packetmode/dump_file.hpp"
@@ -31,8 +31,11 @@ class PacketModeEngine final : private FrameSink {
   PacketStore& Store() { return store_; }
   const PacketStore& Store() const { return store_; }
   FilterSettings& Filter() { return filter_; }
-  CaptureSession& Session() { return session_; }
-  const CaptureSession& Session() const { return session_; }
+  // The capture in the shape every mode shares; Session() is its CaptureSession.
+  ModeCapture& Capture() { return capture_; }
+  const ModeCapture& Capture() const { return capture_; }
+  CaptureSession& Session() { return capture_.Session(); }
+  const CaptureSession& Session() const { return capture_.Session(); }
 
   // Applies the current filter profile of Packet Mode. Returns what to tell the user, once, in
   // `language` (empty when the profile was fine or missing); a damaged profile is kept aside.
@@ -43,15 +46,16 @@ class PacketModeEngine final : private FrameSink {
   // store would: for scripts that want the first N packets.
   void SetStopAfter(long packets) { stopAfter_ = packets; }
 
-  // Starts capturing live on `target`. False (nothing started) while a capture runs.
-  bool StartLive(const CaptureTarget& target);
-  // Empties the store, then reads a capture file into it. False while a capture runs.
-  bool StartFile(const std::string& path);
+  // Starts capturing live on `target`, or reads a capture file into an emptied store. False
+  // (nothing started) while a capture runs.
+  bool Start(const CaptureTarget& target) { return capture_.Start(target); }
+  bool StartLive(const CaptureTarget& target) { return Start(target); }
+  bool StartFile(const std::string& path) { return Start(CaptureTarget::File(path)); }
   // Ends the running capture; returns at once.
-  void Stop();
+  void Stop() { capture_.Stop(); }
   // The chosen interface changed while listening: stop, then start on `target` as soon as the
   // old capture has ended (on the capture's own thread, never the caller's).
-  void Restart(const CaptureTarget& target);
+  void Restart(const CaptureTarget& target) { capture_.Restart(target); }
   // Empties the store and its rows.
   void Clear();
   // Adds the packets of a dump file to the store, after those it holds, on the calling thread.
@@ -78,14 +82,14 @@ class PacketModeEngine final : private FrameSink {
   LogStatus LoggingStatus() const { return logger_.Status(); }
   // Frames the capture handed over since the engine was made, and their bytes on the wire,
   // whether stored or not (for the metrics); readable from any thread.
-  std::uint64_t FramesReceived() const { return framesReceived_.load(std::memory_order_relaxed); }
-  std::uint64_t BytesReceived() const { return bytesReceived_.load(std::memory_order_relaxed); }
+  std::uint64_t FramesReceived() const { return capture_.Frames(); }
+  std::uint64_t BytesReceived() const { return capture_.Bytes(); }
   // For closing: ends the capture and waits for its thread.
-  void Quit();
+  void Quit() { capture_.Quit(); }
 
-  bool Capturing() const { return session_.listening.load(); }
+  bool Capturing() const { return capture_.Capturing(); }
   // The running (or last) capture reads a file rather than an interface.
-  bool ReadingFile() const { return readingFile_.load(); }
+  bool ReadingFile() const { return capture_.ReadingFile(); }
 
  private:
   SinkVerdict Take(const FrameRecord& frame) override;
@@ -114,16 +118,17 @@ class PacketModeEngine final : private FrameSink {
   FilterGate gate_{filter_};
   std::atomic<long> stopAfter_{0};
   std::atomic<long> storedSinceStart_{0};
-  std::atomic<bool> readingFile_{false};
   std::atomic<bool> renewWhenFull_{false};
   std::atomic<std::int64_t> droppedUnlogged_{0};
-  std::atomic<std::uint64_t> framesReceived_{0};
-  std::atomic<std::uint64_t> bytesReceived_{0};
   std::int32_t wakeLoggerAt_ = 0;  // receive thread: the item count that wakes the logger next
   // After the store it reads, before the session: ends after capture, before the store goes.
   PacketLogger logger_{store_};
-  // Last member: its thread is ended (in ~PacketModeEngine) before the rest goes.
-  CaptureSession session_;
+  // Last member: its thread is ended (in ~PacketModeEngine) before the rest goes. A start
+  // counts anew towards the stop-after limit; a file is read into an emptied store.
+  ModeCapture capture_{*this, [this](const CaptureTarget& target) {
+                         storedSinceStart_.store(0);
+                         if (target.type == CaptureTarget::Type::File) store_.Clear();
+                       }};
 };
 
 }  // namespace vormelt

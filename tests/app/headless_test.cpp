@@ -1,15 +1,18 @@
 // RunHeadless, the one loop every headless mode runs in, against a scripted mode: READY only
 // once listening, STOPPING before the mode is stopped, the exit status, and a watchdog that a
-// stuck receive loop starves.
+// stuck receive loop starves. And the mode registry, walked mode by mode.
 #include <pthread.h>
 #include <signal.h>
 
 #include <gtest/gtest.h>
 
+#include <sstream>
 #include <string>
 #include <vector>
 
+#include "app/cli.hpp"
 #include "app/headless.hpp"
+#include "app/startup.hpp"
 
 namespace vormelt {
 namespace {
@@ -90,6 +93,40 @@ TEST(RunHeadless, AStuckReceiveLoopStarvesTheWatchdogAndAnIdleOneFeedsIt) {
   RecordingHost fed;
   RunScripted(idle, fed);
   EXPECT_GT(fed.alive, 2);
+}
+
+// Every mode of the registry is reached the ways it claims: its relaunch line (the decoder,
+// never switched to, its word) opens it without installation check or mode choice; but for the
+// decoder, the remembered mode picks it; its headless runner, without an interface to listen
+// on, refuses as a configuration error the service must not retry, saying why; and a mode that
+// runs headless is a vormelt-cli command too, which without a source says so as a usage error.
+TEST(ModeRegistry, EveryModeIsReachedByItsWordHeadlessAndFromVormeltCli) {
+  for (const ModeEntry& entry : ModeList()) {
+    SCOPED_TRACE(entry.keyword);
+    ProgramSettings settings;
+    settings.rememberedMode = static_cast<std::int32_t>(entry.mode);
+    settings.showModeChoiceAtStartup = true;
+    const std::string line = entry.relaunchWord.empty() ? "-" + std::string(entry.keyword)
+                                                        : CommandLineText(RelaunchArguments(entry.mode));
+    const StartupDecision byWord = DecideStartup(line, settings);
+    EXPECT_EQ(byWord.noInstall, !entry.relaunchWord.empty());
+    EXPECT_FALSE(ShouldShowModeChoice(byWord, settings));
+    EXPECT_EQ(ChooseWindow(byWord, settings), entry.mode);
+    EXPECT_EQ(ChooseWindow(DecideStartup("", settings), settings),
+              entry.rememberable ? std::optional(entry.mode) : std::nullopt);
+    ASSERT_EQ(entry.headless != nullptr, entry.cli != nullptr);
+    if (!entry.headless) continue;
+    RecordingHost host;
+    StopSignals signals;
+    EXPECT_EQ(entry.headless(ModeStart{byWord, settings, {}, &host, &signals}), kHeadlessConfigError);
+    EXPECT_EQ(host.events.size(), 1u);
+    std::ostringstream out, err;
+    EXPECT_EQ(entry.cli({}, out, err), cli::kExitUsage);
+    EXPECT_EQ(err.str().rfind("vormelt-cli " + std::string(entry.cliCommand) + ": give --read", 0), 0u)
+        << err.str();
+  }
+  // The installed copy is started the same way: no installation check, remembered mode.
+  EXPECT_TRUE(DecideStartup(CommandLineText(InstalledCopyArguments()), {}).noInstall);
 }
 
 }  // namespace

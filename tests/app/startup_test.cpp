@@ -35,21 +35,6 @@ TEST(CommandLine, KeywordsAreSubstringsInAnyCaseAndSpelling) {
   EXPECT_EQ(DecideStartup("-gp_mode --read", settings).captureFile, "");
 }
 
-TEST(CommandLine, EveryRelaunchLineOpensItsOwnModeWithoutInstallCheckOrChoice) {
-  const ProgramSettings settings = WithRemembered(3, /*showChoice=*/true);
-  for (ProgramMode mode : {ProgramMode::Packet, ProgramMode::File, ProgramMode::GraphicalPackets,
-                           ProgramMode::Statistical}) {
-    const std::vector<std::string> args = RelaunchArguments(mode);
-    const StartupDecision d = DecideStartup(CommandLineText(args), settings);
-    SCOPED_TRACE(CommandLineText(args));
-    EXPECT_TRUE(d.noInstall);
-    EXPECT_FALSE(ShouldShowModeChoice(d, settings));
-    EXPECT_EQ(ChooseWindow(d, settings), mode);
-  }
-  // The installed copy is started the same way: no installation check, remembered mode.
-  EXPECT_TRUE(DecideStartup(CommandLineText(InstalledCopyArguments()), settings).noInstall);
-}
-
 // Help beats everything, a line with no keyword is unknown, any word holding "uninstall" runs
 // the deinstaller, and several mode keywords follow a fixed precedence.
 TEST(CommandLine, ActionsAndModeKeywordsFollowTheirPrecedence) {
@@ -69,8 +54,7 @@ TEST(CommandLine, ActionsAndModeKeywordsFollowTheirPrecedence) {
                         Case{"/File_Mode /Packet_Mode", kGo, ProgramMode::Packet},
                         Case{"hb_decoder statistical_mode gp_mode file_mode", kGo, ProgramMode::File},
                         Case{"hb_decoder statistical_mode gp_mode", kGo, ProgramMode::GraphicalPackets},
-                        Case{"hb_decoder statistical_mode", kGo, ProgramMode::Statistical},
-                        Case{"hb_decoder", kGo, ProgramMode::Decoder}}) {
+                        Case{"hb_decoder statistical_mode", kGo, ProgramMode::Statistical}}) {
     SCOPED_TRACE(c.line);
     const StartupDecision d = DecideStartup(c.line, settings);
     EXPECT_EQ(d.action, c.action);
