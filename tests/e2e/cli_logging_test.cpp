@@ -138,7 +138,12 @@ TEST(CliLogging, AStopSignalDuringLoggingFinishesThePassAndTellsTheCount) {
                            "--log-method", "size", "--log-max-kb", "2000", "--log-form", "hex+text",
                            "--log-interval-s", "1"},
                           {}, std::chrono::milliseconds(300));
-  ASSERT_EQ(run.status, 0) << run.err;
+  // The signal may come while the file is still being read (a loaded machine reads slower):
+  // then the run says where reading stopped and ends with 1, and what it read is logged all the same.
+  if (run.status != 0) {
+    ASSERT_EQ(run.status, 1) << run.err;
+    ASSERT_NE(run.err.find("reading was stopped at byte "), std::string::npos) << run.err;
+  }
   const std::size_t at = run.err.find(" packets logged in ");
   ASSERT_NE(at, std::string::npos) << run.err;
   const std::size_t line = run.err.rfind('\n', at) + 1;

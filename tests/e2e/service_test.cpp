@@ -2,7 +2,9 @@
 // NOTIFY_SOCKET at this test's own datagram socket and its own configuration and state folders.
 // Captures on loopback only (needs root; skips otherwise), ping bounded to three echoes. Also
 // the unit vormelt-cli writes, checked by systemd-analyze, and the settings command's refusals.
+#include <arpa/inet.h>
 #include <fcntl.h>
+#include <netinet/in.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/socket.h>
@@ -16,6 +18,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
+#include <mutex>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
@@ -40,7 +43,9 @@ std::string ReadFile(const std::string& path) {
   return text.str();
 }
 
-// The service manager's end of sd_notify: collects what the service sends.
+// The service manager's end of sd_notify: collects what the service sends, on a thread of its
+// own as systemd would. A socket left unread fills after ten datagrams, and the service then
+// waits in sd_notify instead of hearing its SIGTERM.
 class NotifySocket {
  public:
   explicit NotifySocket(std::string path) : path_(std::move(path)) {
@@ -51,24 +56,23 @@ class NotifySocket {
     bind(fd_, reinterpret_cast<sockaddr*>(&address), sizeof address);
     const timeval wait{0, 100'000};
     setsockopt(fd_, SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof wait);
+    reader_ = std::jthread([this](std::stop_token stop) { Read(stop); });
   }
-  ~NotifySocket() { close(fd_); }
+  ~NotifySocket() {
+    reader_.request_stop();
+    reader_.join();
+    close(fd_);
+  }
   const std::string& path() const { return path_; }
 
   // Waits until a line of the received datagrams starts with `prefix` and `accept`s it.
   template <typename Accept>
   bool Await(std::string_view prefix, Clock::duration timeout, Accept accept) {
     for (const auto deadline = Clock::now() + timeout; Clock::now() < deadline;) {
-      for (const std::string& line : lines_) {
+      for (const std::string& line : Lines()) {
         if (line.starts_with(prefix) && accept(line.substr(prefix.size()))) return true;
       }
-      char buffer[4096];
-      const ssize_t n = recv(fd_, buffer, sizeof buffer, 0);
-      for (std::istringstream in(std::string(buffer, n > 0 ? n : 0)); !in.eof();) {
-        std::string line;
-        std::getline(in, line);
-        if (!line.empty()) lines_.push_back(line);
-      }
+      std::this_thread::sleep_for(20ms);
     }
     return false;
   }
@@ -77,15 +81,48 @@ class NotifySocket {
   }
   // Listens for `duration`, then counts the lines equal to `line` received so far.
   std::size_t CountAfter(Clock::duration duration, std::string_view line) {
-    Await(line, duration, [](std::string_view) { return false; });
-    return static_cast<std::size_t>(std::ranges::count(lines_, line));
+    std::this_thread::sleep_for(duration);
+    return static_cast<std::size_t>(std::ranges::count(Lines(), line));
   }
 
  private:
+  void Read(const std::stop_token& stop) {
+    while (!stop.stop_requested()) {
+      char buffer[4096];
+      const ssize_t n = recv(fd_, buffer, sizeof buffer, 0);
+      if (n <= 0) continue;
+      const std::lock_guard lock(mutex_);
+      for (std::istringstream in(std::string(buffer, n)); !in.eof();) {
+        std::string line;
+        std::getline(in, line);
+        if (!line.empty()) lines_.push_back(line);
+      }
+    }
+  }
+  std::vector<std::string> Lines() {
+    const std::lock_guard lock(mutex_);
+    return lines_;
+  }
+
   std::string path_;
   int fd_ = -1;
+  std::mutex mutex_;
   std::vector<std::string> lines_;
+  std::jthread reader_;
 };
+
+// A loopback port nothing listens on now.
+int FreePort() {
+  const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
+  socklen_t length = sizeof address;
+  getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
+  close(fd);
+  return ntohs(address.sin_port);
+}
 
 struct Service {
   pid_t pid = -1;
@@ -279,9 +316,10 @@ TEST(ServiceRun, FileModeWritesADownloadedBody) {
   if (!ready) AwaitExit(service.pid, 0s);
   ASSERT_TRUE(ready) << ReadFile(service.errFile);
   // python's server answers HTTP/1.0, the body ending with the connection; bounded by timeout.
-  const std::string fetch = "cd '" + served + "' && (timeout 20 python3 -m http.server 18931 --bind 127.0.0.1 "
-                            ">/dev/null 2>&1 & sleep 1; curl -s -o /dev/null --max-time 5 "
-                            "http://127.0.0.1:18931/page.txt; sleep 0.2; kill %1)";
+  const std::string port = std::to_string(FreePort());
+  const std::string fetch = "cd '" + served + "' && (timeout 20 python3 -m http.server " + port +
+                            " --bind 127.0.0.1 >/dev/null 2>&1 & sleep 1; curl -s -o /dev/null --max-time 5 "
+                            "http://127.0.0.1:" + port + "/page.txt; sleep 0.2; kill %1)";
   EXPECT_EQ(std::system(fetch.c_str()), 0);
   // Other tests may fetch over loopback meanwhile, and the service writes their bodies too: the
   // page must be among the files, whatever else is.
