@@ -14,9 +14,9 @@
 #include "support/frames.hpp"
 #include "support/pcap_file.hpp"
 #include "support/ui/widgets.hpp"
-#include "ui/graphical_mode_window.hpp"
-#include "ui/graphical_settings_window.hpp"
-#include "ui/qt_text.hpp"
+#include "ui/graphical/graphical_mode_window.hpp"
+#include "ui/graphical/graphical_settings_window.hpp"
+#include "ui/shell/qt_text.hpp"
 #endif
 
 using namespace vormelt;
