@@ -18,6 +18,7 @@
 #include "ui/packetmode/packet_mode_window.hpp"
 #include "ui/shell/app_startup.hpp"
 #include "ui/shell/interface_chooser.hpp"
+#include "ui/shell/mode_window.hpp"
 #include "ui/shell/qt_text.hpp"
 #endif
 
@@ -112,14 +113,14 @@ class ModeWindowTest : public QObject {
         }
       });
     };
-    window.startListening();
+    window.shell().Start();
     QTRY_VERIFY(!window.isCapturing() ||
                 window.captionText() != ui::T(Text::PacketCaptionStopped));
     if (!window.isCapturing()) QSKIP("cannot capture on loopback here");
     for (int round = 0; round < 12; ++round) {
-      if (!window.isCapturing()) window.startListening();
+      if (!window.isCapturing()) window.shell().Start();
       acceptChooser();
-      window.chooseInterface();
+      window.shell().ChooseInterface();
       if (round % 2 == 1) {
         // Until the new capture listens, every tick must still say "capturing".
         for (int spin = 0; spin < 20; ++spin) {
@@ -129,7 +130,7 @@ class ModeWindowTest : public QObject {
           QVERIFY(!start.isEnabled());
         }
       }
-      window.stopListening();
+      window.shell().Stop();
       QTRY_VERIFY(!window.isCapturing());
       QTRY_VERIFY(start.isEnabled() && !stop.isEnabled());
     }

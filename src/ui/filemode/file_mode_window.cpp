@@ -377,16 +377,12 @@ FileModeWindow::FileModeWindow(ProgramSettings& settings, bool startMinimized, b
   LoadCurrentProfileInto(FilterMode::File, d.filter, Language());
   connect(&d.timer, &QTimer::timeout, this, &FileModeWindow::refresh);
   d.timer.start(kRefreshMilliseconds);
-  if (startMinimized) setWindowState(windowState() | Qt::WindowMinimized);
-  if (autoListen) QTimer::singleShot(0, this, &FileModeWindow::startListening);
+  d.shell->StartAsAsked(startMinimized, autoListen);
   refresh();
 }
 
 FileModeWindow::~FileModeWindow() { impl_->session.Quit(); }
 
-void FileModeWindow::startListening() { impl_->shell->Start(); }
-void FileModeWindow::stopListening() { impl_->shell->Stop(); }
-void FileModeWindow::chooseInterface() { impl_->shell->ChooseInterface(); }
 
 void FileModeWindow::chooseFolder() {
   const QString chosen = QFileDialog::getExistingDirectory(this, T(Text::FileChooseFolderCaption),
@@ -394,7 +390,6 @@ void FileModeWindow::chooseFolder() {
   if (!chosen.isEmpty()) impl_->folder->setText(chosen);
 }
 
-void FileModeWindow::openCaptureFileDialog() { impl_->shell->OpenCaptureFileDialog(); }
 bool FileModeWindow::openCaptureFile(const QString& path) {
   return impl_->shell->OpenCaptureFile(path);
 }
@@ -451,7 +446,6 @@ void FileModeWindow::showSelectedInFolder() {
   QDesktopServices::openUrl(QUrl::fromLocalFile(file.absolutePath()));
 }
 
-void FileModeWindow::switchModes(ProgramMode target) { impl_->shell->SwitchTo(target); }
 
 void FileModeWindow::refresh() {
   Impl& d = *impl_;
@@ -495,6 +489,7 @@ void FileModeWindow::refresh() {
   }
 }
 
+ModeShell& FileModeWindow::shell() const { return *impl_->shell; }
 bool FileModeWindow::isCapturing() const {
   return impl_->Capturing() || impl_->Busy();
 }

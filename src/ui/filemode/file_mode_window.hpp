@@ -25,6 +25,7 @@ class FileModeEngine;
 namespace vormelt::ui {
 
 struct ModeWindowStart;
+class ModeShell;
 
 class FileModeWindow : public QMainWindow {
   Q_OBJECT
@@ -38,11 +39,7 @@ class FileModeWindow : public QMainWindow {
                  std::filesystem::path settingsFile = {}, QWidget* parent = nullptr);
   ~FileModeWindow() override;
 
-  void startListening();
-  void stopListening();
-  void chooseInterface();
   void chooseFolder();
-  void openCaptureFileDialog();
   // Rebuilds the files of a pcap/pcapng file by its own clock; refused while listening.
   bool openCaptureFile(const QString& path);
   void processDumpFileDialog();
@@ -50,11 +47,12 @@ class FileModeWindow : public QMainWindow {
   void openNamingDialog();
   void openSelectedFile();
   void showSelectedInFolder();
-  void switchModes(ProgramMode target);
 
   // One timer tick: counters, busy indicator, status line, new files, messages.
   void refresh();
   bool isCapturing() const;
+  // Start, Stop, Choose Interface, the capture-file dialog, switching, Help and the tray.
+  ModeShell& shell() const;
   // Blocks until the running capture has ended, then refreshes (tests, the close path).
   void waitForCapture();
 

@@ -422,8 +422,7 @@ GraphicalModeWindow::GraphicalModeWindow(ProgramSettings& settings, bool startMi
     i.shell->SetTrayTip(trayTip());
   });
   d.watchTimer.start(kAddressWatchMilliseconds);
-  if (startMinimized) setWindowState(windowState() | Qt::WindowMinimized);
-  if (autoListen) QTimer::singleShot(0, this, &GraphicalModeWindow::startListening);
+  d.shell->StartAsAsked(startMinimized, autoListen);
 }
 
 GraphicalModeWindow::~GraphicalModeWindow() { impl_->StopCaptures(); }

@@ -80,8 +80,6 @@ void PacketModeWindow::Impl::ApplyFilterProfile() {
 
 // ---- commands -------------------------------------------------------------------------------
 
-void PacketModeWindow::startListening() { impl_->shell->Start(); }
-void PacketModeWindow::stopListening() { impl_->shell->Stop(); }
 
 bool PacketModeWindow::Impl::StartOn(const CaptureTarget& target) {
   engine.SetDateTimeTemplate(settings.packetMode.dateTimeTemplate);
@@ -129,13 +127,10 @@ void PacketModeWindow::clearList() {
   impl_->UpdateCounters();
 }
 
-void PacketModeWindow::chooseInterface() { impl_->shell->ChooseInterface(); }
-void PacketModeWindow::openCaptureFileDialog() { impl_->shell->OpenCaptureFileDialog(); }
 bool PacketModeWindow::openCaptureFile(const QString& path) {
   return impl_->shell->OpenCaptureFile(path);
 }
 
-void PacketModeWindow::switchModes(ProgramMode target) { impl_->shell->SwitchTo(target); }
 
 void PacketModeWindow::openFilterSetup() {
   Impl& d = *impl_;
@@ -166,6 +161,7 @@ void PacketModeWindow::setMatchCase(bool matchCase) {
 
 // ---- refresh --------------------------------------------------------------------------------
 
+ModeShell& PacketModeWindow::shell() const { return *impl_->shell; }
 bool PacketModeWindow::isCapturing() const { return impl_->Capturing(); }
 
 void PacketModeWindow::openLoggingWindow() {
@@ -194,7 +190,7 @@ void PacketModeWindow::showEvent(QShowEvent* event) {
   if (impl_->shownOnce) return;
   impl_->shownOnce = true;
   // "Press Start" once the window is up, so any question it asks has a window to sit on.
-  if (impl_->autoListen) QTimer::singleShot(0, this, &PacketModeWindow::startListening);
+  if (impl_->autoListen) QTimer::singleShot(0, impl_->shell, &ModeShell::Start);
 }
 
 void PacketModeWindow::changeEvent(QEvent* event) {

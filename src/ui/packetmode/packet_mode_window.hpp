@@ -28,6 +28,7 @@ namespace vormelt::ui {
 class PacketListModel;
 class DumpFileCommands;
 struct ModeWindowStart;
+class ModeShell;
 
 class PacketModeWindow : public QMainWindow {
   Q_OBJECT
@@ -40,17 +41,10 @@ class PacketModeWindow : public QMainWindow {
   ~PacketModeWindow() override;
 
   // The commands of the buttons and menus, public so the program and tests can drive them.
-  void startListening();
-  void stopListening();
   void clearList();
-  void chooseInterface();
-  // Asks for a file, then loads it as openCaptureFile does.
-  void openCaptureFileDialog();
   // Starts reading a pcap/pcapng file into the list on the capture thread. Refused (with a
   // message, returning false) while a capture is listening.
   bool openCaptureFile(const QString& path);
-  // "Switch modes" menu: asks the three-way question and acts on it.
-  void switchModes(ProgramMode target);
   void openFilterSetup();
   void openHexViewer();
   void setFilteringEnabled(bool enabled);
@@ -62,6 +56,8 @@ class PacketModeWindow : public QMainWindow {
 
   // Whether a capture (live or file) is running now.
   bool isCapturing() const;
+  // Start, Stop, Choose Interface, the capture-file dialog, switching, Help and the tray.
+  ModeShell& shell() const;
   // Blocks until the running capture (if any) has ended, then refreshes once. For tests and
   // the close path; a live capture must have been stopped first or this waits for ever.
   void waitForCapture();

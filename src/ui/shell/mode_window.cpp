@@ -98,6 +98,11 @@ QPushButton* ModeShell::Button(QAction& action, QWidget* parent) {
   return button;
 }
 
+void ModeShell::StartAsAsked(bool startMinimized, bool autoListen) {
+  if (startMinimized) window_.setWindowState(window_.windowState() | Qt::WindowMinimized);
+  if (autoListen) QTimer::singleShot(0, this, &ModeShell::Start);
+}
+
 void ModeShell::Start() {
   if (capture_.Capturing() || capture_.Busy()) return;
   if (capture_.StartsOnChosenInterface() && !HasChosenInterface(settings_.interface) &&

@@ -94,6 +94,8 @@ class ModeShell : public QObject {
   // A push button that runs `action` and is enabled with it.
   static QPushButton* Button(QAction& action, QWidget* parent);
 
+  // Minimized and pressing Start once the event loop runs, as the start-up asked.
+  void StartAsAsked(bool startMinimized, bool autoListen);
   void Start();
   void Stop();
   void ChooseInterface();

@@ -182,15 +182,12 @@ StatisticalModeWindow::StatisticalModeWindow(ProgramSettings& settings,
   }
   connect(&d.updater, &QTimer::timeout, this, &StatisticalModeWindow::refresh);
   d.updater.start(kUpdaterMilliseconds);
-  if (startMinimized) setWindowState(windowState() | Qt::WindowMinimized);
-  if (autoListen) QTimer::singleShot(0, this, &StatisticalModeWindow::startListening);
+  d.shell->StartAsAsked(startMinimized, autoListen);
   refresh();
 }
 
 StatisticalModeWindow::~StatisticalModeWindow() { impl_->session.Quit(); }
 
-void StatisticalModeWindow::startListening() { impl_->shell->Start(); }
-void StatisticalModeWindow::stopListening() { impl_->shell->Stop(); }
 
 void StatisticalModeWindow::clearAll() {
   MessageRequest question;
@@ -205,8 +202,6 @@ void StatisticalModeWindow::clearAll() {
   refresh();
 }
 
-void StatisticalModeWindow::chooseInterface() { impl_->shell->ChooseInterface(); }
-void StatisticalModeWindow::openCaptureFileDialog() { impl_->shell->OpenCaptureFileDialog(); }
 bool StatisticalModeWindow::openCaptureFile(const QString& path) {
   return impl_->shell->OpenCaptureFile(path);
 }
@@ -246,7 +241,6 @@ void StatisticalModeWindow::openSettings() {
   if (settingsWindow.exec() == QDialog::Accepted) impl_->engine.SetLimits(settingsWindow.limits());
 }
 
-void StatisticalModeWindow::switchModes(ProgramMode target) { impl_->shell->SwitchTo(target); }
 
 void StatisticalModeWindow::refresh() {
   Impl& d = *impl_;
@@ -260,6 +254,7 @@ void StatisticalModeWindow::refresh() {
   d.replaced->setText(TF(Text::StatsRecordsReplaced, static_cast<long long>(replaced)));
 }
 
+ModeShell& StatisticalModeWindow::shell() const { return *impl_->shell; }
 bool StatisticalModeWindow::isCapturing() const { return impl_->Capturing(); }
 
 void StatisticalModeWindow::waitForCapture() {

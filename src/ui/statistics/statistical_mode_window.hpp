@@ -28,6 +28,7 @@ namespace vormelt::ui {
 
 class StatisticsListModel;
 struct ModeWindowStart;
+class ModeShell;
 
 class StatisticalModeWindow : public QMainWindow {
   Q_OBJECT
@@ -43,12 +44,8 @@ class StatisticalModeWindow : public QMainWindow {
                         std::filesystem::path settingsFile = {}, QWidget* parent = nullptr);
   ~StatisticalModeWindow() override;
 
-  void startListening();
-  void stopListening();
   // Asks "Clear all statistical data?" first; Yes empties the tables and the lists.
   void clearAll();
-  void chooseInterface();
-  void openCaptureFileDialog();
   // Counts a pcap/pcapng file on the capture thread; refused while a capture runs.
   bool openCaptureFile(const QString& path);
   void saveListDialog(statistics::SaveFormat format);
@@ -56,11 +53,12 @@ class StatisticalModeWindow : public QMainWindow {
   bool saveList(const QString& path, statistics::SaveFormat format);
   void showList(statistics::StatisticsList list);
   void openSettings();
-  void switchModes(ProgramMode target);
 
   // One updater pass: the visible list's new and changed rows, the status line, messages.
   void refresh();
   bool isCapturing() const;
+  // Start, Stop, Choose Interface, the capture-file dialog, switching, Help and the tray.
+  ModeShell& shell() const;
   // Blocks until the running capture has ended, then refreshes (tests, the close path).
   void waitForCapture();
 
