@@ -8,6 +8,8 @@
 #include <QTemporaryDir>
 #include <QTimer>
 #include <QtTest>
+#include <chrono>
+#include <thread>
 
 // moc reads this file for the test class and cannot read the text catalogue behind these.
 #ifndef Q_MOC_RUN
@@ -122,13 +124,16 @@ class ModeWindowTest : public QObject {
       acceptChooser();
       window.shell().ChooseInterface();
       if (round % 2 == 1) {
-        // Until the new capture listens, every tick must still say "capturing".
-        for (int spin = 0; spin < 20; ++spin) {
+        // Long enough to span the old capture's end and the new one's start.
+        for (int spin = 0; spin < 50; ++spin) {
+          std::this_thread::sleep_for(std::chrono::milliseconds(1));
           QCoreApplication::processEvents();
           QVERIFY(window.isCapturing());
           QVERIFY(stop.isEnabled());
           QVERIFY(!start.isEnabled());
         }
+      } else {
+        std::this_thread::sleep_for(std::chrono::milliseconds(round));  // Stop at varied moments
       }
       window.shell().Stop();
       QTRY_VERIFY(!window.isCapturing());
