@@ -600,7 +600,8 @@ void GraphicalModeWindow::contextMenuEvent(QContextMenuEvent* event) {
   menu.addAction(T(Text::GpMenuStop), this, &GraphicalModeWindow::stopListening);
   impl_->shell->AddSwitchEntries(*menu.addMenu(T(Text::GpMenuSwitchModes)));
   menu.addAction(T(Text::GpButtonHelp), this, [this] { impl_->HandleKey(Key::F1); });
-  impl_->shell->AddHelpEntries(*menu.addMenu(T(Text::ShellMenuHelp)));
+  // The key list is the help overlay above; the About box is the shared one.
+  menu.addAction(T(Text::ShellMenuAbout), impl_->shell, &ModeShell::ShowAbout);
   menu.addAction(T(Text::GpButtonExit), impl_->shell, &ModeShell::Exit);
   menu.exec(event->globalPos());
 }
