@@ -1,5 +1,5 @@
 // The File Mode window. The options write through to the settings as they are clicked and are
-// read by the engine at Start, as the engine reads them once per run. A 100 ms timer reads the
+// read by the engine at Start, as the engine reads them once per run. The shell's 100 ms tick reads the
 // engine's counters and takes the files written since the last tick; no packet ever reaches
 // the window.
 #include "ui/filemode/file_mode_window.hpp"
@@ -26,7 +26,6 @@
 #include <QStandardPaths>
 #include <QStatusBar>
 #include <QTableWidget>
-#include <QTimer>
 #include <QUrl>
 #include <QVBoxLayout>
 #include <atomic>
@@ -119,7 +118,6 @@ struct FileModeWindow::Impl : ModeCapture {
   QLabel* status = nullptr;
   QLabel* messageLine = nullptr;
   QTableWidget* files = nullptr;
-  QTimer timer;
   ModeShell* shell = nullptr;
 
   bool started = false;
@@ -155,7 +153,7 @@ struct FileModeWindow::Impl : ModeCapture {
   std::uint64_t Drops() const override { return session.Dropped(); }
   bool ReadingFile() const override { return fileSource; }
   bool Busy() const override { return dumpRunning.load(); }
-  void CaptureChanged() override { window.refresh(); }
+  void Ticked() override { window.refresh(); }
   void PrepareFolder();
   void TakeWrittenFiles();
   void KeepCounts();
@@ -375,14 +373,11 @@ FileModeWindow::FileModeWindow(ProgramSettings& settings, bool startMinimized, b
   resize(900, 640);
   // The filter starts as the last OK or Apply of the filter window left it.
   LoadCurrentProfileInto(FilterMode::File, d.filter, Language());
-  connect(&d.timer, &QTimer::timeout, this, &FileModeWindow::refresh);
-  d.timer.start(kRefreshMilliseconds);
   d.shell->StartAsAsked(startMinimized, autoListen);
   refresh();
 }
 
 FileModeWindow::~FileModeWindow() { impl_->session.Quit(); }
-
 
 void FileModeWindow::chooseFolder() {
   const QString chosen = QFileDialog::getExistingDirectory(this, T(Text::FileChooseFolderCaption),
@@ -515,7 +510,6 @@ QTableWidget& FileModeWindow::fileList() const { return *impl_->files; }
 void FileModeWindow::closeEvent(QCloseEvent* event) {
   Impl& d = *impl_;
   if (!d.shell->BeginClose(*event)) return;
-  d.timer.stop();
   d.shell->EndClose(*event);
 }
 

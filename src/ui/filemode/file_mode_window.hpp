@@ -31,9 +31,6 @@ class FileModeWindow : public QMainWindow {
   Q_OBJECT
 
  public:
-  // How often counters, the busy indicator, the status line and the file list are refreshed.
-  static constexpr int kRefreshMilliseconds = 100;
-
   // `settings` outlives the window; the window writes it back (and to its file) on close.
   FileModeWindow(ProgramSettings& settings, bool startMinimized, bool autoListen,
                  std::filesystem::path settingsFile = {}, QWidget* parent = nullptr);
@@ -48,7 +45,7 @@ class FileModeWindow : public QMainWindow {
   void openSelectedFile();
   void showSelectedInFolder();
 
-  // One timer tick: counters, busy indicator, status line, new files, messages.
+  // One tick of the shell: counters, busy indicator, status line, new files, messages.
   void refresh();
   bool isCapturing() const;
   // Start, Stop, Choose Interface, the capture-file dialog, switching, Help and the tray.

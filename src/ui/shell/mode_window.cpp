@@ -216,6 +216,7 @@ void ModeShell::Tick() {
   start_->setEnabled(!capturing && !busy);
   stop_->setEnabled(capturing);
   open_->setEnabled(!capturing && !busy);
+  capture_.Ticked();
   // The timer keeps ticking inside a message box's own loop: one box at a time.
   if (showingMessages_) return;
   showingMessages_ = true;

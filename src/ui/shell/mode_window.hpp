@@ -65,6 +65,8 @@ class ModeCapture {
   virtual bool StartsOnChosenInterface() const { return true; }
   // A command changed the capture: show it now rather than at the next tick.
   virtual void CaptureChanged() {}
+  // The mode's own refresh, for a mode content with the shell's tick.
+  virtual void Ticked() {}
 };
 
 // What a mode window is started with.

@@ -1,4 +1,4 @@
-// The Statistical Mode window. The updater is a 100 ms timer on the window's thread: it takes
+// The Statistical Mode window. The updater is the shell's 100 ms tick on the window's thread: it takes
 // the statistics lock once per list for a short copy, so the receive thread is never held up by
 // drawing. Rows sit behind a sort proxy, so sorting, selection and scroll position survive.
 #include "ui/statistics/statistical_mode_window.hpp"
@@ -18,7 +18,6 @@
 #include <QTabBar>
 #include <QStackedWidget>
 #include <QTableView>
-#include <QTimer>
 #include <QVBoxLayout>
 #include <array>
 #include <filesystem>
@@ -57,7 +56,6 @@ struct StatisticalModeWindow::Impl : ModeCapture {
   QStackedWidget* stack = nullptr;
   QLabel* status = nullptr;
   QLabel* replaced = nullptr;
-  QTimer updater;
   ModeShell* shell = nullptr;
   bool started = false;  // a capture was started at least once
 
@@ -78,7 +76,7 @@ struct StatisticalModeWindow::Impl : ModeCapture {
   CaptureStatusSnapshot StatusSnapshot() const override { return session.Status(); }
   std::vector<CaptureMessage> TakeMessages() override { return session.Messages().Drain(); }
   std::uint64_t Drops() const override { return session.Dropped(); }
-  void CaptureChanged() override { window.refresh(); }
+  void Ticked() override { window.refresh(); }
 };
 
 void StatisticalModeWindow::Impl::BuildWidgets() {
@@ -180,14 +178,11 @@ StatisticalModeWindow::StatisticalModeWindow(ProgramSettings& settings,
   if (!d.refresher->Running()) {
     ShowNotice(this, Text::ProgramTitle, T(Text::StatsNoEnumerator), MessageIcon::Warning);
   }
-  connect(&d.updater, &QTimer::timeout, this, &StatisticalModeWindow::refresh);
-  d.updater.start(kUpdaterMilliseconds);
   d.shell->StartAsAsked(startMinimized, autoListen);
   refresh();
 }
 
 StatisticalModeWindow::~StatisticalModeWindow() { impl_->session.Quit(); }
-
 
 void StatisticalModeWindow::clearAll() {
   MessageRequest question;
@@ -288,7 +283,6 @@ QTableView& StatisticalModeWindow::view(StatisticsList list) const {
 void StatisticalModeWindow::closeEvent(QCloseEvent* event) {
   Impl& d = *impl_;
   if (!d.shell->BeginClose(*event)) return;
-  d.updater.stop();
   const statistics::StatisticsLimits limits = d.engine.Limits();
   d.settings.statistics.maxItems = limits.maxItems;
   d.settings.statistics.victimPolicy = static_cast<std::int32_t>(limits.policy);

@@ -34,9 +34,6 @@ class StatisticalModeWindow : public QMainWindow {
   Q_OBJECT
 
  public:
-  // How often the updater copies new and changed records into the lists.
-  static constexpr int kUpdaterMilliseconds = 100;
-
   // `settings` outlives the window; the window writes it back (and to its file) on close.
   // `limits` are the list size and replacement policy to start with.
   StatisticalModeWindow(ProgramSettings& settings, const statistics::StatisticsLimits& limits,
