@@ -365,7 +365,6 @@ FileModeWindow::FileModeWindow(ProgramSettings& settings, bool startMinimized, b
                                std::filesystem::path settingsFile, QWidget* parent)
     : QMainWindow(parent), impl_(std::make_unique<Impl>(*this, settings)) {
   Impl& d = *impl_;
-  setWindowTitle(T(Text::FileWindowTitle));
   d.shell = new ModeShell(*this, d, settings, ProgramMode::File, Text::FileWindowTitle,
                           Text::FileHelpKeys, std::move(settingsFile));
   d.BuildWidgets();

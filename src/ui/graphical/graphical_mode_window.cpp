@@ -399,7 +399,6 @@ GraphicalModeWindow::GraphicalModeWindow(ProgramSettings& settings, bool startMi
                                          QWidget* parent)
     : QWidget(parent), impl_(std::make_unique<Impl>(*this, settings)) {
   Impl& d = *impl_;
-  setWindowTitle(T(Text::ModeGraphicalPackets));
   d.shell = new ModeShell(*this, d, settings, ProgramMode::GraphicalPackets,
                           Text::ModeGraphicalPackets, Text::GpHelp, std::move(settingsFile));
   setAttribute(Qt::WA_OpaquePaintEvent);

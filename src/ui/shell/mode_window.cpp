@@ -69,6 +69,7 @@ ModeShell::ModeShell(QWidget& window, ModeCapture& capture, ProgramSettings& set
     : QObject(&window), window_(window), capture_(capture), settings_(settings), mode_(mode),
       help_(help),
       settingsFile_(settingsFile.empty() ? DefaultSettingsFile() : std::move(settingsFile)) {
+  window.setWindowTitle(T(title));
   window.setWindowIcon(ProgramIcon());
   start_ = Command(window, Text::PacketMenuStart, Text::PacketButtonStart, QStyle::SP_MediaPlay);
   stop_ = Command(window, Text::PacketMenuStop, Text::PacketButtonStop, QStyle::SP_MediaStop);

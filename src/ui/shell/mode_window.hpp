@@ -82,8 +82,8 @@ class ModeShell : public QObject {
   // How often the commands follow the capture's state and its messages are shown.
   static constexpr int kTickMilliseconds = 100;
 
-  // `window`, `capture` and `settings` outlive the shell. `help` is the mode's list of keys
-  // and commands.
+  // `window`, `capture` and `settings` outlive the shell. `title` names the window and its
+  // tray icon; `help` is the mode's list of keys and commands.
   ModeShell(QWidget& window, ModeCapture& capture, ProgramSettings& settings, ProgramMode mode,
             Text title, Text help, std::filesystem::path settingsFile);
   ~ModeShell() override;

@@ -168,12 +168,11 @@ StatisticalModeWindow::StatisticalModeWindow(ProgramSettings& settings,
                                              std::filesystem::path settingsFile, QWidget* parent)
     : QMainWindow(parent), impl_(std::make_unique<Impl>(*this, settings, limits)) {
   Impl& d = *impl_;
-  setWindowTitle(T(Text::StatsWindowTitle));
   d.shell = new ModeShell(*this, d, settings, ProgramMode::Statistical, Text::StatsWindowTitle,
                           Text::StatsHelpKeys, std::move(settingsFile));
+  resize(820, 520);
   d.BuildWidgets();
   d.BuildMenus();
-  resize(820, 520);
   d.refresher = std::make_unique<statistics::LocalAddressRefresher>(d.locals);
   if (!d.refresher->Running()) {
     ShowNotice(this, Text::ProgramTitle, T(Text::StatsNoEnumerator), MessageIcon::Warning);
