@@ -17,7 +17,7 @@
 #include "graphical/gatherer.hpp"
 #include "graphical/scene.hpp"
 #include "support/frames.hpp"
-#include "ui/graphical_painter.hpp"
+#include "ui/graphical/graphical_painter.hpp"
 
 namespace {
 

@@ -55,6 +55,7 @@ bool CaptureSession::Launch(const CaptureTarget& target, FrameSink& sink, int ma
   // Cleared here, not in the thread, so a Stop right after Start is not lost.
   if (acquired) stopRequested.store(false);
   const std::uint64_t stopSerial = stopSerial_.load();
+  if (!acquired) waitingStarts_.fetch_add(1);
   std::jthread previous = std::move(thread_);
   thread_ = std::jthread([this, target, &sink, acquired, stopSerial, maxPolls,
                           previous = std::move(previous)](std::stop_token stop) mutable {
@@ -92,7 +93,13 @@ bool CaptureSession::AwaitPreviousLoop(const std::stop_token& stop, std::uint64_
 
 void CaptureSession::RunStarter(std::stop_token stop, CaptureTarget target, FrameSink& sink,
                                 bool acquired, std::uint64_t stopSerial, int maxPolls) {
-  if (!acquired && !AwaitPreviousLoop(stop, stopSerial, maxPolls)) return;
+  if (!acquired) {
+    // Counted down only once listening is taken (or the start given up), so Active() never
+    // reads false in between.
+    const bool took = AwaitPreviousLoop(stop, stopSerial, maxPolls);
+    waitingStarts_.fetch_sub(1);
+    if (!took) return;
+  }
   OpenResult opened = OpenSource(target);
   if (auto* message = std::get_if<CaptureMessage>(&opened)) {
     messages_.Push(std::move(*message));

@@ -69,6 +69,12 @@ class CaptureSession {
   void Quit();
   // Waits until the current capture (if any) has ended.
   void Wait();
+  // Listening, or a restart still waiting for the previous loop to end. Between the two,
+  // listening is false for a moment; a window that took that for "stopped" would offer Start
+  // and grey Stop while the new capture comes up.
+  bool Active() const {
+    return waitingStarts_.load() > 0 || listening.load();
+  }
 
   CaptureStatusSnapshot Status() const;
   MessageQueue& Messages() { return messages_; }
@@ -129,6 +135,8 @@ class CaptureSession {
   std::atomic<bool> waitingForFrames_{false};
   // Counts Stop calls: a forced start that sees it move while it waits was stopped too.
   std::atomic<std::uint64_t> stopSerial_{0};
+  // Forced starts launched while a loop was listening and not yet past AwaitPreviousLoop.
+  std::atomic<int> waitingStarts_{0};
 };
 
 }  // namespace vormelt

@@ -8,7 +8,7 @@
 #include "app/service.hpp"
 #include "app/startup.hpp"
 #include "common/settings_store.hpp"
-#include "ui/app_startup.hpp"
+#include "ui/shell/app_startup.hpp"
 
 int main(int argc, char** argv) {
   const std::span<const char* const> words(argv + 1, argc > 1 ? argc - 1 : 0);

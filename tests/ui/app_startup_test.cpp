@@ -10,10 +10,10 @@
 #ifndef Q_MOC_RUN
 #include "common/install_record.hpp"
 #include "common/settings_store.hpp"
-#include "ui/app_startup.hpp"
-#include "ui/dialogs.hpp"
-#include "ui/mode_switch.hpp"
-#include "ui/qt_text.hpp"
+#include "ui/shell/app_startup.hpp"
+#include "ui/shell/dialogs.hpp"
+#include "ui/shell/mode_switch.hpp"
+#include "ui/shell/qt_text.hpp"
 #include "support/ui/widgets.hpp"
 #endif
 

@@ -10,7 +10,7 @@
 #include "common/settings.hpp"
 #include "support/ui/widgets.hpp"
 #endif
-#include "ui/codec_window.hpp"
+#include "ui/tools/codec_window.hpp"
 
 using vormelt::ProgramSettings;
 using vormelt::test::Child;

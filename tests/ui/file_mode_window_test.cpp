@@ -11,9 +11,9 @@
 #include "support/pcap_file.hpp"
 #include "support/small_disk.hpp"
 #include "support/tcp_stream.hpp"
-#include "ui/file_mode_window.hpp"
-#include "ui/file_naming_dialog.hpp"
-#include "ui/qt_text.hpp"
+#include "ui/filemode/file_mode_window.hpp"
+#include "ui/filemode/file_naming_dialog.hpp"
+#include "ui/shell/qt_text.hpp"
 #endif
 
 using namespace vormelt;

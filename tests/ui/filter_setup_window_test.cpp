@@ -14,7 +14,7 @@
 #include "filters/filter_profile.hpp"
 #include "filters/filter_window_model.hpp"
 #include "support/ui/widgets.hpp"
-#include "ui/filter_setup_window.hpp"
+#include "ui/shell/filter_setup_window.hpp"
 #endif
 
 using namespace vormelt;

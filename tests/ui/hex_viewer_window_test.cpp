@@ -7,7 +7,7 @@
 #include <vector>
 
 #ifndef Q_MOC_RUN
-#include "ui/hex_viewer_window.hpp"
+#include "ui/tools/hex_viewer_window.hpp"
 #endif
 
 using vormelt::ui::HexViewerWindow;

@@ -8,7 +8,7 @@
 #include "capture/interfaces.hpp"
 #include "common/settings.hpp"
 #include "support/ui/widgets.hpp"
-#include "ui/interface_chooser.hpp"
+#include "ui/shell/interface_chooser.hpp"
 #endif
 
 using namespace vormelt;

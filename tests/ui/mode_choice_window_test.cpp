@@ -9,8 +9,8 @@
 #ifndef Q_MOC_RUN
 #include "app/startup.hpp"
 #include "support/ui/widgets.hpp"
-#include "ui/mode_choice_window.hpp"
-#include "ui/qt_text.hpp"
+#include "ui/shell/mode_choice_window.hpp"
+#include "ui/shell/qt_text.hpp"
 #endif
 
 using namespace vormelt;

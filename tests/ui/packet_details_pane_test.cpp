@@ -15,8 +15,8 @@
 #include "packets/store.hpp"
 #include "support/frames.hpp"
 #include "support/ui/widgets.hpp"
-#include "ui/hex_viewer_window.hpp"
-#include "ui/packet_details_pane.hpp"
+#include "ui/tools/hex_viewer_window.hpp"
+#include "ui/packetmode/packet_details_pane.hpp"
 #endif
 
 using namespace vormelt;

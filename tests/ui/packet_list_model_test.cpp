@@ -10,7 +10,7 @@
 #include "packets/list_row.hpp"
 #include "packets/store.hpp"
 #include "support/frames.hpp"
-#include "ui/packet_list_model.hpp"
+#include "ui/packetmode/packet_list_model.hpp"
 #endif
 
 using namespace vormelt;

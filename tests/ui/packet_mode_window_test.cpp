@@ -19,10 +19,10 @@
 #include "support/frames.hpp"
 #include "support/pcap_file.hpp"
 #include "support/ui/widgets.hpp"
-#include "ui/dump_commands.hpp"
-#include "ui/dump_dialogs.hpp"
-#include "ui/packet_list_model.hpp"
-#include "ui/packet_mode_window.hpp"
+#include "ui/packetmode/dump_commands.hpp"
+#include "ui/shell/dump_dialogs.hpp"
+#include "ui/packetmode/packet_list_model.hpp"
+#include "ui/packetmode/packet_mode_window.hpp"
 #endif
 
 using namespace vormelt;

@@ -13,9 +13,9 @@
 #include "statistics/lists.hpp"
 #include "support/frames.hpp"
 #include "support/ui/widgets.hpp"
-#include "ui/statistical_mode_window.hpp"
-#include "ui/statistics_list_model.hpp"
-#include "ui/statistics_settings_window.hpp"
+#include "ui/statistics/statistical_mode_window.hpp"
+#include "ui/statistics/statistics_list_model.hpp"
+#include "ui/statistics/statistics_settings_window.hpp"
 #endif
 
 using namespace vormelt;

@@ -1,6 +1,6 @@
 #include "support/ui/widgets.hpp"
 
-#include "ui/mode_switch.hpp"
+#include "ui/shell/mode_switch.hpp"
 
 namespace vormelt::test {
 

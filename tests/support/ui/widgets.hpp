@@ -10,7 +10,7 @@
 #include <optional>
 #include <vector>
 
-#include "ui/dialogs.hpp"
+#include "ui/shell/dialogs.hpp"
 
 namespace vormelt::test {
 

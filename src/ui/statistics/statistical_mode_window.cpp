@@ -1,0 +1,302 @@
+// The Statistical Mode window. The updater is the shell's 100 ms tick on the window's thread: it takes
+// the statistics lock once per list for a short copy, so the receive thread is never held up by
+// drawing. Rows sit behind a sort proxy, so sorting, selection and scroll position survive.
+#include "ui/statistics/statistical_mode_window.hpp"
+
+#include <QApplication>
+#include <QCloseEvent>
+#include <QFile>
+#include <QFileDialog>
+#include <QFileInfo>
+#include <QHBoxLayout>
+#include <QHeaderView>
+#include <QLabel>
+#include <QMenu>
+#include <QMenuBar>
+#include <QPushButton>
+#include <QStatusBar>
+#include <QTabBar>
+#include <QStackedWidget>
+#include <QTableView>
+#include <QVBoxLayout>
+#include <array>
+#include <filesystem>
+
+#include "capture/session.hpp"
+#include "common/settings.hpp"
+#include "statistics/engine.hpp"
+#include "statistics/lists.hpp"
+#include "ui/shell/dialogs.hpp"
+#include "ui/shell/mode_window.hpp"
+#include "ui/shell/qt_text.hpp"
+#include "ui/statistics/statistics_list_model.hpp"
+#include "ui/statistics/statistics_settings_window.hpp"
+
+namespace vormelt::ui {
+namespace {
+
+using statistics::SaveFormat;
+using statistics::StatisticsList;
+
+constexpr std::array<StatisticsList, statistics::kStatisticsListCount> kLists = {
+    StatisticsList::IpAddresses, StatisticsList::IpAddressPairs, StatisticsList::LocalPorts};
+
+}  // namespace
+
+struct StatisticalModeWindow::Impl : ModeCapture {
+  StatisticalModeWindow& window;
+  ProgramSettings& settings;
+  statistics::LocalAddressList locals;
+  std::unique_ptr<statistics::LocalAddressRefresher> refresher;
+  statistics::StatisticsEngine engine;
+  CaptureSession session;
+  std::array<StatisticsListModel*, statistics::kStatisticsListCount> models{};
+  std::array<QTableView*, statistics::kStatisticsListCount> views{};
+  QTabBar* tabs = nullptr;
+  QStackedWidget* stack = nullptr;
+  QLabel* status = nullptr;
+  QLabel* replaced = nullptr;
+  ModeShell* shell = nullptr;
+  bool started = false;  // a capture was started at least once
+
+  Impl(StatisticalModeWindow& w, ProgramSettings& s, const statistics::StatisticsLimits& limits)
+      : window(w), settings(s), engine(locals, limits) {}
+
+  void BuildWidgets();
+  void BuildMenus();
+
+  bool StartOn(const CaptureTarget& target) override {
+    started = true;
+    return session.Start(target, engine);
+  }
+  void RestartOn(const CaptureTarget& target) override { session.Restart(target, engine); }
+  void StopCapture() override { session.Stop(); }
+  void QuitCapture() override { session.Quit(); }
+  bool Capturing() const override { return session.Active(); }
+  CaptureStatusSnapshot StatusSnapshot() const override { return session.Status(); }
+  std::vector<CaptureMessage> TakeMessages() override { return session.Messages().Drain(); }
+  std::uint64_t Drops() const override { return session.Dropped(); }
+  void Ticked() override { window.refresh(); }
+};
+
+void StatisticalModeWindow::Impl::BuildWidgets() {
+  auto* central = new QWidget(&window);
+  auto* layout = new QVBoxLayout(central);
+  auto* buttons = new QHBoxLayout;
+  buttons->addWidget(ModeShell::Button(shell->startAction(), central));
+  buttons->addWidget(ModeShell::Button(shell->stopAction(), central));
+  auto* clear = new QPushButton(T(Text::PacketButtonClear), central);
+  connect(clear, &QPushButton::clicked, &window, &StatisticalModeWindow::clearAll);
+  buttons->addWidget(clear);
+  buttons->addWidget(ModeShell::Button(shell->chooseAction(), central));
+  buttons->addWidget(ModeShell::Button(shell->openAction(), central));
+  buttons->addStretch();
+  layout->addLayout(buttons);
+
+  tabs = new QTabBar(central);
+  stack = new QStackedWidget(central);
+  for (std::size_t i = 0; i < kLists.size(); ++i) {
+    tabs->addTab(T(statistics::ListTitle(kLists[i])));
+    models[i] = new StatisticsListModel(kLists[i], Language(), &window);
+    auto* proxy = new StatisticsSortProxy(&window);
+    proxy->setSourceModel(models[i]);
+    proxy->setDynamicSortFilter(true);
+    auto* view = new QTableView(stack);
+    view->setModel(proxy);
+    view->setSortingEnabled(true);
+    view->sortByColumn(-1, Qt::AscendingOrder);  // slot order until the user picks a column
+    view->setSelectionBehavior(QAbstractItemView::SelectRows);
+    view->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    view->verticalHeader()->hide();
+    view->verticalHeader()->setDefaultSectionSize(view->fontMetrics().height() + 6);
+    view->setWordWrap(false);
+    view->horizontalHeader()->setStretchLastSection(true);
+    view->horizontalHeader()->setDefaultSectionSize(115);
+    view->horizontalHeader()->setSectionResizeMode(QHeaderView::Interactive);
+    view->setColumnWidth(0, kLists[i] == StatisticsList::IpAddressPairs ? 220 : 150);
+    if (kLists[i] == StatisticsList::LocalPorts) view->setColumnWidth(7, 200);  // Port use
+    views[i] = view;
+    stack->addWidget(view);
+  }
+  connect(tabs, &QTabBar::currentChanged, &window, [this](int index) {
+    stack->setCurrentIndex(index);
+    window.refresh();
+  });
+  layout->addWidget(tabs);
+  layout->addWidget(stack, 1);
+  window.setCentralWidget(central);
+
+  status = new QLabel(T(Text::StatsStatusWaiting), &window);
+  replaced = new QLabel(&window);
+  window.statusBar()->addWidget(status, 1);
+  window.statusBar()->addPermanentWidget(replaced);
+}
+
+void StatisticalModeWindow::Impl::BuildMenus() {
+  QMenuBar& bar = *window.menuBar();
+  QMenu& file = *bar.addMenu(T(Text::PacketMenuFile));
+  file.addAction(&shell->openAction());
+  file.addSeparator();
+  file.addAction(T(Text::StatsMenuSaveText), &window,
+                 [this] { window.saveListDialog(SaveFormat::Text); });
+  file.addAction(T(Text::StatsMenuSaveCsv), &window,
+                 [this] { window.saveListDialog(SaveFormat::Csv); });
+  file.addAction(T(Text::StatsMenuSaveJson), &window,
+                 [this] { window.saveListDialog(SaveFormat::Json); });
+  file.addSeparator();
+  file.addAction(T(Text::PacketMenuExit), shell, &ModeShell::Exit);
+
+  QMenu& capture = *bar.addMenu(T(Text::PacketMenuCapture));
+  capture.addAction(&shell->startAction());
+  capture.addAction(&shell->stopAction());
+  capture.addAction(T(Text::PacketMenuClear), &window, &StatisticalModeWindow::clearAll);
+  capture.addAction(&shell->chooseAction());
+
+  QMenu& lists = *bar.addMenu(T(Text::StatsMenuLists));
+  for (const StatisticsList list : kLists) {
+    lists.addAction(T(statistics::ListTitle(list)), &window, [this, list] { window.showList(list); });
+  }
+
+  QMenu& options = *bar.addMenu(T(Text::PacketMenuSettings));
+  options.addAction(T(Text::StatsMenuSettingsWindow), &window, &StatisticalModeWindow::openSettings);
+  shell->AddSwitchAndHelpMenus(bar);
+}
+
+StatisticalModeWindow::StatisticalModeWindow(ProgramSettings& settings,
+                                             const statistics::StatisticsLimits& limits,
+                                             bool startMinimized, bool autoListen,
+                                             std::filesystem::path settingsFile, QWidget* parent)
+    : QMainWindow(parent), impl_(std::make_unique<Impl>(*this, settings, limits)) {
+  Impl& d = *impl_;
+  d.shell = new ModeShell(*this, d, settings, ProgramMode::Statistical, Text::StatsWindowTitle,
+                          Text::StatsHelpKeys, std::move(settingsFile));
+  resize(820, 520);
+  d.BuildWidgets();
+  d.BuildMenus();
+  d.refresher = std::make_unique<statistics::LocalAddressRefresher>(d.locals);
+  if (!d.refresher->Running()) {
+    ShowNotice(this, Text::ProgramTitle, T(Text::StatsNoEnumerator), MessageIcon::Warning);
+  }
+  d.shell->StartAsAsked(startMinimized, autoListen);
+  refresh();
+}
+
+StatisticalModeWindow::~StatisticalModeWindow() { impl_->session.Quit(); }
+
+void StatisticalModeWindow::clearAll() {
+  MessageRequest question;
+  question.caption = T(Text::StatsClearCaption);
+  question.text = T(Text::StatsClearQuestion);
+  question.icon = MessageIcon::Question;
+  question.buttons = MessageButtons::YesNo;
+  question.onDismiss = MessageAnswer::No;
+  if (ShowMessage(this, question) != MessageAnswer::Yes) return;
+  impl_->engine.ClearAll();
+  for (StatisticsListModel* model : impl_->models) model->Clear();
+  refresh();
+}
+
+bool StatisticalModeWindow::openCaptureFile(const QString& path) {
+  return impl_->shell->OpenCaptureFile(path);
+}
+
+void StatisticalModeWindow::saveListDialog(SaveFormat format) {
+  const Text filter = format == SaveFormat::Csv    ? Text::StatsCsvFilter
+                      : format == SaveFormat::Json ? Text::StatsJsonFilter
+                                                   : Text::StatsTextFilter;
+  const QString path = QFileDialog::getSaveFileName(this, T(Text::StatsSaveCaption), {},
+                                                    T(filter) + QStringLiteral(";;") +
+                                                        T(Text::PacketAllFilesFilter));
+  if (!path.isEmpty()) saveList(path, format);
+}
+
+bool StatisticalModeWindow::saveList(const QString& path, SaveFormat format) {
+  std::string text;
+  const StatisticsList list = visibleList();
+  impl_->engine.WithTables([&](const statistics::StatisticsTables& tables) {
+    statistics::WriteList(tables, list, format, Language(), text);
+  });
+  QFile file(path);
+  if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) ||
+      file.write(text.data(), static_cast<qint64>(text.size())) != static_cast<qint64>(text.size())) {
+    ShowNotice(this, Text::ProgramTitle, TF(Text::StatsSaveFailed, path.toLocal8Bit().constData()),
+             MessageIcon::Warning);
+    return false;
+  }
+  return true;
+}
+
+void StatisticalModeWindow::showList(StatisticsList list) {
+  impl_->tabs->setCurrentIndex(static_cast<int>(list));
+}
+
+void StatisticalModeWindow::openSettings() {
+  StatisticsSettingsWindow settingsWindow(impl_->engine.Limits(), this);
+  if (settingsWindow.exec() == QDialog::Accepted) impl_->engine.SetLimits(settingsWindow.limits());
+}
+
+
+void StatisticalModeWindow::refresh() {
+  Impl& d = *impl_;
+  // Every list, shown or not, so that each keeps its rate history and a switch of lists shows
+  // current rows at once; a pass copies only what changed since the last one.
+  for (StatisticsListModel* model : d.models) model->Refresh(d.engine);
+  d.status->setText(statusText());
+  const std::int64_t replaced = d.engine.WithTables([](const statistics::StatisticsTables& t) {
+    return t.ip.Replaced() + t.pairs.Replaced() + t.ports.Replaced();
+  });
+  d.replaced->setText(TF(Text::StatsRecordsReplaced, static_cast<long long>(replaced)));
+}
+
+ModeShell& StatisticalModeWindow::shell() const { return *impl_->shell; }
+bool StatisticalModeWindow::isCapturing() const { return impl_->Capturing(); }
+
+void StatisticalModeWindow::waitForCapture() {
+  impl_->session.Wait();
+  refresh();
+}
+
+QString StatisticalModeWindow::statusText() const {
+  if (!impl_->started) return T(Text::StatsStatusWaiting);
+  QString text = T(isCapturing() ? Text::StatsStatusListening : Text::StatsStatusStopped);
+  // What the kernel could not hold is missing from every count: said as soon as there is any.
+  if (const std::uint64_t dropped = impl_->Drops(); dropped > 0) {
+    text += TF(Text::StatusDropped, static_cast<unsigned long long>(dropped));
+  }
+  return text;
+}
+
+StatisticsList StatisticalModeWindow::visibleList() const {
+  return kLists[static_cast<std::size_t>(std::max(0, impl_->tabs->currentIndex()))];
+}
+
+statistics::StatisticsLimits StatisticalModeWindow::limits() const { return impl_->engine.Limits(); }
+statistics::StatisticsEngine& StatisticalModeWindow::engine() const { return impl_->engine; }
+StatisticsListModel& StatisticalModeWindow::model(StatisticsList list) const {
+  return *impl_->models[static_cast<std::size_t>(list)];
+}
+QTableView& StatisticalModeWindow::view(StatisticsList list) const {
+  return *impl_->views[static_cast<std::size_t>(list)];
+}
+
+void StatisticalModeWindow::closeEvent(QCloseEvent* event) {
+  Impl& d = *impl_;
+  if (!d.shell->BeginClose(*event)) return;
+  const statistics::StatisticsLimits limits = d.engine.Limits();
+  d.settings.statistics.maxItems = limits.maxItems;
+  d.settings.statistics.victimPolicy = static_cast<std::int32_t>(limits.policy);
+  d.shell->EndClose(*event);
+}
+
+int RunStatisticalModeWindow(ProgramSettings& settings, const ModeWindowStart& start) {
+  // The settings file keeps these within their bounds; the engine clamps them again.
+  const statistics::StatisticsLimits limits{
+      settings.statistics.maxItems,
+      static_cast<statistics::VictimPolicy>(settings.statistics.victimPolicy)};
+  StatisticalModeWindow window(settings, limits, start.startMinimized, start.autoListen,
+                               start.settingsFile);
+  window.show();
+  return QApplication::exec();
+}
+
+}  // namespace vormelt::ui
