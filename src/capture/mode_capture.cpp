@@ -20,9 +20,9 @@ void ModeCapture::Restart(const CaptureTarget& target) {
   session_.Restart(target, counting_);
 }
 
-void ModeCapture::Stop() {
-  if (Capturing()) session_.Stop();
-}
+// Straight to the session, whatever the flags say: between the two halves of a Restart nothing
+// listens, and a Stop pressed then must still cancel the start that is waiting.
+void ModeCapture::Stop() { session_.Stop(); }
 
 bool ModeCapture::Listening() const {
   return Capturing() && Status().status == CaptureStatus::Listening;

@@ -40,8 +40,8 @@ class ModeCapture {
   // Waits until the current capture (if any) has ended.
   void Wait() { session_.Wait(); }
 
-  // A receive loop runs (or is about to end).
-  bool Capturing() const { return session_.listening.load(); }
+  // A receive loop runs (or is about to end), or a Restart waits to start the next one.
+  bool Capturing() const { return session_.Active(); }
   // The capture is open and listening: a capture that failed to open never got there, and one
   // that ended keeps its last status.
   bool Listening() const;

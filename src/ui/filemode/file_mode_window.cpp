@@ -94,7 +94,7 @@ QString Bytes(std::int64_t bytes) { return QString::fromStdString(format::ByteSi
 
 }  // namespace
 
-struct FileModeWindow::Impl : ModeCapture {
+struct FileModeWindow::Impl : CaptureHooks {
   FileModeWindow& window;
   ProgramSettings& settings;
   FilterSettings filter;

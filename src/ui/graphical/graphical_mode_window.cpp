@@ -89,7 +89,7 @@ std::map<std::string, std::vector<std::string>> HostAddressesByDevice(std::optio
 
 }  // namespace
 
-struct GraphicalModeWindow::Impl : ModeCapture {
+struct GraphicalModeWindow::Impl : CaptureHooks {
   GraphicalModeWindow& window;
   ProgramSettings& settings;
   graphical::Scene scene;

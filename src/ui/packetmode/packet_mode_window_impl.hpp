@@ -75,7 +75,7 @@ namespace vormelt::ui {
 
 using namespace packetwindow;
 
-struct PacketModeWindow::Impl : ModeCapture {
+struct PacketModeWindow::Impl : CaptureHooks {
   Impl(PacketModeWindow& owner, ProgramSettings& programSettings)
       : window(owner), settings(programSettings) {}
 

@@ -64,7 +64,7 @@ QPixmap MakerLogo() {
   return QPixmap(QStringLiteral(":/vormelt/logo.png"));
 }
 
-ModeShell::ModeShell(QWidget& window, ModeCapture& capture, ProgramSettings& settings,
+ModeShell::ModeShell(QWidget& window, CaptureHooks& capture, ProgramSettings& settings,
                      ProgramMode mode, Text title, Text help, std::filesystem::path settingsFile)
     : QObject(&window), window_(window), capture_(capture), settings_(settings), mode_(mode),
       help_(help),

@@ -3,7 +3,7 @@
 // dialog and its folder, the tray, the "Switch modes" menu from the mode registry, the Help and
 // About entries, and the close path (stop, write the settings to the file the run was started
 // with, relaunch into a chosen mode, quit). A mode window keeps only what is its own and lets
-// the shell reach its capture through ModeCapture.
+// the shell reach its capture through CaptureHooks.
 #pragma once
 
 #include <QIcon>
@@ -39,9 +39,9 @@ QIcon ProgramIcon();
 QPixmap MakerLogo();
 
 // How the shell drives a mode's capture. Each mode window answers with its own engine.
-class ModeCapture {
+class CaptureHooks {
  public:
-  virtual ~ModeCapture() = default;
+  virtual ~CaptureHooks() = default;
   // Starts on a live interface or a capture file; false when it could not begin.
   virtual bool StartOn(const CaptureTarget& target) = 0;
   // Choose Interface while listening: the running capture ends, one on `target` follows.
@@ -84,7 +84,7 @@ class ModeShell : public QObject {
 
   // `window`, `capture` and `settings` outlive the shell. `title` names the window and its
   // tray icon; `help` is the mode's list of keys and commands.
-  ModeShell(QWidget& window, ModeCapture& capture, ProgramSettings& settings, ProgramMode mode,
+  ModeShell(QWidget& window, CaptureHooks& capture, ProgramSettings& settings, ProgramMode mode,
             Text title, Text help, std::filesystem::path settingsFile);
   ~ModeShell() override;
 
@@ -132,7 +132,7 @@ class ModeShell : public QObject {
   std::string& CaptureFolder();
 
   QWidget& window_;
-  ModeCapture& capture_;
+  CaptureHooks& capture_;
   ProgramSettings& settings_;
   ProgramMode mode_;
   Text help_;

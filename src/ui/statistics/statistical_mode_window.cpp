@@ -43,7 +43,7 @@ constexpr std::array<StatisticsList, statistics::kStatisticsListCount> kLists = 
 
 }  // namespace
 
-struct StatisticalModeWindow::Impl : ModeCapture {
+struct StatisticalModeWindow::Impl : CaptureHooks {
   StatisticalModeWindow& window;
   ProgramSettings& settings;
   statistics::LocalAddressList locals;
