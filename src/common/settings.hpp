@@ -76,8 +76,7 @@ struct PacketModeSettings {
   bool wrapDump = true;           // detail-pane dump goes to the wrapping box
   int dataLevel = 0;              // DataLevel of the detail pane: 0 Datalink .. 3 Presentation
   int dumpForm = 2;               // detail-pane dump form: 0 Text, 1 Dec, 2 Hex
-  bool announceNewPackets = false;  // tell the window of each new packet
-  bool newPacketSound = false;      // play a sound for each new packet
+  bool newPacketSound = false;    // play a sound for each new packet
   WindowState hexViewer;
   bool hexViewerOpen = false;
   WindowState filterWindow;

@@ -39,7 +39,7 @@ ProgramSettings NonDefaultSettings() {
   p.window = {true, 1, 2, 800, 600, true, false};
   p.columnOrder = {10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0};
   p.columnWidths = {50, 60};
-  p.filteringEnabled = p.matchCase = p.announceNewPackets = p.newPacketSound = p.hexViewerOpen = true;
+  p.filteringEnabled = p.matchCase = p.newPacketSound = p.hexViewerOpen = true;
   p.wrapDump = false;
   p.dateTimeTemplate = "%H12:%MN";
   p.dataLevel = 3;
@@ -51,6 +51,7 @@ ProgramSettings NonDefaultSettings() {
   s.graphical = {true, true, false, 3, 300, true, true, true, 5, 10, 1000, 20, true, true, 100};
   FileModeSettings& f = s.fileMode;
   f.window = {true, 7, 8, 900, 640, false, false};
+  f.filterWindow = {true, -3, 4, 5, 6, false, false};
   f.overwrite = f.acceptPartial = f.dirtyMode = f.pshOnly = f.latestDuplicates = true;
   f.applyFilters = f.shortExtensions = f.createSubfolders = true;
   f.onlyHttp = false;
@@ -199,6 +200,31 @@ INSTANTIATE_TEST_SUITE_P(
                     std::string("[1, 2, 3]"), std::string("null"), std::string("\"text\""),
                     std::string("\xff\xfe\x00\x01{", 5), std::string(100000, '['),
                     std::string("{\"general\": {}} trailing")));
+
+// A file of a newer version is neither read nor replaced; an older or unnumbered one is read for
+// what it holds.
+TEST(SettingsStore, NewerFileIsLeftAloneAndOlderIsRead) {
+  test::TempDir dir;
+  const fs::path file = fs::path(dir.path()) / "settings.json";
+  const std::string newer = R"({"version": 2, "statistics": {"maxItems": 7}})";
+  WriteText(file, newer);
+  const SettingsLoad load = LoadSettings(file);
+  EXPECT_EQ(load.problem, Text::SettingsFileTooNew);
+  EXPECT_TRUE(load.settings == ProgramSettings{});
+  std::string error;
+  EXPECT_FALSE(SaveSettings(NonDefaultSettings(), file, &error));
+  EXPECT_NE(error.find("newer version"), std::string::npos) << error;
+  EXPECT_EQ(ReadText(file), newer);
+
+  for (const char* older : {R"({"version": 0, "statistics": {"maxItems": 7}})",
+                            R"({"version": "9", "statistics": {"maxItems": 7}})"}) {
+    WriteText(file, older);
+    const SettingsLoad read = LoadSettings(file);
+    EXPECT_FALSE(read.problem) << older;
+    EXPECT_EQ(read.settings.statistics.maxItems, 7) << older;
+    EXPECT_TRUE(SaveSettings(read.settings, file, nullptr));
+  }
+}
 
 TEST(SettingsStore, EarlierKeptAsideCopiesAreNeverOverwritten) {
   test::TempDir dir;
