@@ -24,6 +24,36 @@ constexpr std::string_view kRangeKeys[kRangeKindCount] = {
 constexpr std::string_view kPortKeys[kPortKindCount] = {
     "sourcePorts", "sourceNotPorts", "destPorts", "destNotPorts", "eitherPorts"};
 
+// The plain fields, each written and read under one name, in the order of the file.
+template <typename Owner, typename T>
+struct Plain {
+  const char* key;
+  T Owner::*member;
+};
+constexpr Plain<FilterValues, std::vector<std::string>> kTextLists[] = {
+    {"mustContain", &FilterValues::mustContain}, {"mustNotContain", &FilterValues::mustNotContain},
+    {"extensionsAllowed", &FilterValues::extensionsAllowed},
+    {"extensionsDenied", &FilterValues::extensionsDenied}};
+constexpr Plain<FilterValues, std::uint32_t> kSizes[] = {
+    {"minPacketSize", &FilterValues::minPacketSize}, {"maxPacketSize", &FilterValues::maxPacketSize},
+    {"minFileSize", &FilterValues::minFileSize}, {"maxFileSize", &FilterValues::maxFileSize}};
+constexpr Plain<FilterValues, bool> kFlags[] = {
+    {"allowTcp", &FilterValues::allowTcp}, {"allowUdp", &FilterValues::allowUdp},
+    {"allowIcmp", &FilterValues::allowIcmp}, {"allowOther", &FilterValues::allowOther},
+    {"allowArp", &FilterValues::allowArp}};
+constexpr Plain<FilterWindowState, std::string> kWindowTexts[] = {
+    {"fromText", &FilterWindowState::fromText}, {"toText", &FilterWindowState::toText},
+    {"resolverText", &FilterWindowState::resolverText},
+    {"mustContainEntry", &FilterWindowState::mustContainEntry},
+    {"mustNotContainEntry", &FilterWindowState::mustNotContainEntry},
+    {"extensionAllowedEntry", &FilterWindowState::extensionAllowedEntry},
+    {"extensionDeniedEntry", &FilterWindowState::extensionDeniedEntry}};
+
+template <typename Owner, typename T, std::size_t N>
+void WritePlain(Json& object, const Owner& owner, const Plain<Owner, T> (&fields)[N]) {
+  for (const auto& field : fields) object[field.key] = owner.*field.member;
+}
+
 // One address range as the file keeps it: two dotted addresses, "from" and "to".
 Json RangeToJson(const IpRange& range) {
   return {{"from", FormatIpv4(range.from)}, {"to", FormatIpv4(range.to)}};
@@ -109,6 +139,11 @@ class FieldReader {
   std::string* error_;
 };
 
+template <typename Owner, typename T, std::size_t N>
+void ReadPlain(FieldReader& r, const SettingRule& rule, Owner& owner, const Plain<Owner, T> (&fields)[N]) {
+  for (const auto& field : fields) r.Read(field.key, rule, owner.*field.member);
+}
+
 void ReadValues(FieldReader& r, FilterValues& v) {
   for (int k = 0; k < kRangeKindCount; ++k) {
     r.Ranges(kRangeKeys[k], v.Ranges(static_cast<RangeKind>(k)));
@@ -116,35 +151,15 @@ void ReadValues(FieldReader& r, FilterValues& v) {
   for (int k = 0; k < kPortKindCount; ++k) {
     r.Ports(kPortKeys[k], v.Ports(static_cast<PortKind>(k)));
   }
-  const SettingRule text = SettingRule::Of(Type::Text);
-  r.Read("mustContain", text, v.mustContain);
-  r.Read("mustNotContain", text, v.mustNotContain);
-  r.Read("extensionsAllowed", text, v.extensionsAllowed);
-  r.Read("extensionsDenied", text, v.extensionsDenied);
-  const SettingRule size = SettingRule::Of(Type::Integer, 0, std::numeric_limits<std::uint32_t>::max());
-  r.Read("minPacketSize", size, v.minPacketSize);
-  r.Read("maxPacketSize", size, v.maxPacketSize);
-  r.Read("minFileSize", size, v.minFileSize);
-  r.Read("maxFileSize", size, v.maxFileSize);
-  const SettingRule flag = SettingRule::Of(Type::Bool);
-  r.Read("allowTcp", flag, v.allowTcp);
-  r.Read("allowUdp", flag, v.allowUdp);
-  r.Read("allowIcmp", flag, v.allowIcmp);
-  r.Read("allowOther", flag, v.allowOther);
-  r.Read("allowArp", flag, v.allowArp);
+  ReadPlain(r, SettingRule::Of(Type::Text), v, kTextLists);
+  ReadPlain(r, SettingRule::Of(Type::Integer, 0, std::numeric_limits<std::uint32_t>::max()), v, kSizes);
+  ReadPlain(r, SettingRule::Of(Type::Bool), v, kFlags);
 }
 
 void ReadWindow(FieldReader& r, FilterWindowState& w) {
   r.Read("selectedRangeKind", SettingRule::Of(Type::Integer, -1, kRangeKindCount - 1),
          w.selectedRangeKind);
-  const SettingRule text = SettingRule::Of(Type::Text);
-  r.Read("fromText", text, w.fromText);
-  r.Read("toText", text, w.toText);
-  r.Read("resolverText", text, w.resolverText);
-  r.Read("mustContainEntry", text, w.mustContainEntry);
-  r.Read("mustNotContainEntry", text, w.mustNotContainEntry);
-  r.Read("extensionAllowedEntry", text, w.extensionAllowedEntry);
-  r.Read("extensionDeniedEntry", text, w.extensionDeniedEntry);
+  ReadPlain(r, SettingRule::Of(Type::Text), w, kWindowTexts);
   r.Object("geometry", [&](FieldReader& g) {
     if (const std::string refused = ReadWindowState(g.object(), w.geometry); !refused.empty()) {
       g.Fail(refused);
@@ -195,29 +210,12 @@ std::string SerializeFilterProfile(const FilterProfile& profile) {
   for (int k = 0; k < kPortKindCount; ++k) {
     root[std::string(kPortKeys[k])] = v.Ports(static_cast<PortKind>(k));
   }
-  root["mustContain"] = v.mustContain;
-  root["mustNotContain"] = v.mustNotContain;
-  root["extensionsAllowed"] = v.extensionsAllowed;
-  root["extensionsDenied"] = v.extensionsDenied;
-  root["minPacketSize"] = v.minPacketSize;
-  root["maxPacketSize"] = v.maxPacketSize;
-  root["minFileSize"] = v.minFileSize;
-  root["maxFileSize"] = v.maxFileSize;
-  root["allowTcp"] = v.allowTcp;
-  root["allowUdp"] = v.allowUdp;
-  root["allowIcmp"] = v.allowIcmp;
-  root["allowOther"] = v.allowOther;
-  root["allowArp"] = v.allowArp;
-  const FilterWindowState& w = profile.window;
-  root["window"] = {{"selectedRangeKind", w.selectedRangeKind},
-                    {"fromText", w.fromText},
-                    {"toText", w.toText},
-                    {"resolverText", w.resolverText},
-                    {"mustContainEntry", w.mustContainEntry},
-                    {"mustNotContainEntry", w.mustNotContainEntry},
-                    {"extensionAllowedEntry", w.extensionAllowedEntry},
-                    {"extensionDeniedEntry", w.extensionDeniedEntry},
-                    {"geometry", WindowStateToJson(w.geometry)}};
+  WritePlain(root, v, kTextLists);
+  WritePlain(root, v, kSizes);
+  WritePlain(root, v, kFlags);
+  Json& window = root["window"] = {{"selectedRangeKind", profile.window.selectedRangeKind}};
+  WritePlain(window, profile.window, kWindowTexts);
+  window["geometry"] = WindowStateToJson(profile.window.geometry);
   // Texts come from the window as UTF-8; a stray invalid byte is replaced rather than thrown on.
   return root.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
 }
