@@ -104,6 +104,7 @@ struct CodecSettings {
 struct StatisticsSettings {
   std::int32_t maxItems = 256;
   std::int32_t victimPolicy = 0;
+  WindowState window;
 
   friend bool operator==(const StatisticsSettings&, const StatisticsSettings&) = default;
 };
@@ -126,6 +127,7 @@ struct GraphicalSettings {
   bool oscillate = false;            // "Pixel Mode - Oscillate instead of Circulate."
   bool chirp = false;                // "Play a chirp with the PC speaker ..."
   std::int32_t replaySpeed = 1;      // capture files replay at x1, x10 or x100
+  WindowState window;
 
   friend bool operator==(const GraphicalSettings&, const GraphicalSettings&) = default;
 };

@@ -129,6 +129,7 @@ const Field kFields[] = {
     {"codec.font", AT(codec.font), kText},
     {"statistics.maxItems", AT(statistics.maxItems), Int(1, kMaxStatisticsItems)},
     {"statistics.victimPolicy", AT(statistics.victimPolicy), Int(0, 2)},
+    {"statistics.window", AT(statistics.window), {}},
     // Graphical Packets Mode: the bounds its settings dialog and keys enforce.
     {"graphical.pixelMode", AT(graphical.pixelMode), kBool},
     {"graphical.curvedLines", AT(graphical.curvedLines), kBool},
@@ -145,6 +146,7 @@ const Field kFields[] = {
     {"graphical.oscillate", AT(graphical.oscillate), kBool},
     {"graphical.chirp", AT(graphical.chirp), kBool},
     {"graphical.replaySpeed", AT(graphical.replaySpeed), OneOf({1, 10, 100})},
+    {"graphical.window", AT(graphical.window), {}},
     {"fileMode.window", AT(fileMode.window), {}},
     {"fileMode.filterWindow", AT(fileMode.filterWindow), {}},
     {"fileMode.overwrite", AT(fileMode.overwrite), kBool},
