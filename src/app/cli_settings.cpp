@@ -230,11 +230,15 @@ int RunSettings(std::span<const std::string> args, std::ostream& out, std::ostre
   SettingsCommand command;
   if (const int status = ParseCommand(args, command, err); status != kExitOk) return status;
   const SettingsLoad load = LoadSettings(command.file);
+  if (load.problem == Text::SettingsFileTooNew) {
+    // Its keys may mean what this program cannot know: nothing of it is shown or changed.
+    err << "vormelt-cli settings: " << load.file.string()
+        << ": written by a newer version of the program (" << load.detail << "); left as it is\n";
+    return kExitFailed;
+  }
   if (load.problem) {
     err << "vormelt-cli settings: " << load.file.string() << ": " << load.detail << "\n";
-    // A file that could not even be read is not replaced behind the user's back, and one of
-    // a newer version holds nothing this program could list or change.
-    if (load.problem == Text::SettingsFileTooNew) return kExitFailed;
+    // A file that could not even be read is not replaced behind the user's back.
     if (command.action == "set" && load.keptAs.empty()) return kExitFailed;
   }
   const Json root = Json::parse(SettingsToJson(load.settings));
