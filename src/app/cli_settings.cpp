@@ -91,7 +91,14 @@ std::optional<Json> ValueOf(const SettingRule& rule, const std::string& text) {
   switch (rule.type) {
     case SettingRule::Type::Text: {
       auto value = FromTextForm(text);
-      return value ? std::optional<Json>(Json(std::move(*value))) : std::nullopt;
+      if (!value) return std::nullopt;
+      Json json(std::move(*value));
+      try {
+        (void)json.dump();  // the file is UTF-8: other bytes would not read back as they went in
+      } catch (const Json::exception&) {
+        return std::nullopt;
+      }
+      return json;
     }
     case SettingRule::Type::Bool:
       if (text == "true" || text == "1") return Json(true);
@@ -119,7 +126,7 @@ std::string Range(long long min, long long max) {
 std::string Describe(const SettingRule& rule) {
   switch (rule.type) {
     case SettingRule::Type::Text:
-      return "text (one beginning with \" must be a whole JSON string, quotes and all)";
+      return "UTF-8 text (one beginning with \" must be a whole JSON string, quotes and all)";
     case SettingRule::Type::Bool: return "true or false";
     case SettingRule::Type::Unsigned:
       return "a whole number from 0 to " + std::to_string(std::numeric_limits<std::uint64_t>::max());
@@ -192,29 +199,24 @@ int Refuse(std::ostream& err, const SettingsCommand& command, const std::string&
                         ", which takes " + takes);
 }
 
-int SetValue(const SettingsCommand& command, Json root, std::ostream& err) {
+int SetValue(const SettingsCommand& command, ProgramSettings settings, const Json& root,
+             std::ostream& err) {
   const std::string& key = command.words[0];
-  const auto pointer = PointerOf(key);
-  if (!pointer || key == kVersionKey || !root.contains(*pointer)) {
-    return Usage(err, "unknown key '" + key + "'");
-  }
   const std::optional<SettingRule> rule = FindSettingRule(key);
-  if (!rule) return Usage(err, key + " is a group: set its keys one by one");
+  if (!rule) {
+    const auto pointer = PointerOf(key);
+    if (!pointer || key == kVersionKey || !root.contains(*pointer)) {
+      return Usage(err, "unknown key '" + key + "'");
+    }
+    return Usage(err, key + " is a group: set its keys one by one");
+  }
   const auto value = ValueOf(*rule, command.words[1]);
-  if (!value) return Refuse(err, command, Describe(*rule));
+  if (!value || !ReadSetting(settings, key, *value)) return Refuse(err, command, Describe(*rule));
   if (const std::string takes = WindowsRefuse(key, *value); !takes.empty()) {
     return Refuse(err, command, takes);
   }
-  root[*pointer] = *value;
-  const auto settings =
-      SettingsFromJson(root.dump(-1, ' ', false, Json::error_handler_t::replace), nullptr);
-  // The loader keeps its default for a value its rule refuses: then it did not read back.
-  if (!settings || Json::parse(SettingsToJson(*settings))[*pointer] != *value) {
-    return Refuse(err, command, Describe(*rule) +
-                                    (rule->type == SettingRule::Type::Text ? " in UTF-8" : ""));
-  }
   std::string error;
-  if (!SaveSettings(*settings, command.file, &error)) {
+  if (!SaveSettings(settings, command.file, &error)) {
     err << "vormelt-cli settings: " << command.file.string() << ": " << error << "\n";
     return kExitFailed;
   }
@@ -227,6 +229,12 @@ int RunSettings(std::span<const std::string> args, std::ostream& out, std::ostre
   SettingsCommand command;
   if (const int status = ParseCommand(args, command, err); status != kExitOk) return status;
   const SettingsLoad load = LoadSettings(command.file);
+  if (load.problem == Text::SettingsFileTooNew) {
+    // Its keys may mean what this program cannot know: nothing of it is shown or changed.
+    err << "vormelt-cli settings: " << load.file.string()
+        << ": written by a newer version of the program (" << load.detail << "); left as it is\n";
+    return kExitFailed;
+  }
   if (load.problem) {
     err << "vormelt-cli settings: " << load.file.string() << ": " << load.detail << "\n";
     // A file that could not even be read is not replaced behind the user's back.
@@ -237,7 +245,7 @@ int RunSettings(std::span<const std::string> args, std::ostream& out, std::ostre
     ListLeaves(root, "", out);
     return kExitOk;
   }
-  if (command.action == "set") return SetValue(command, root, err);
+  if (command.action == "set") return SetValue(command, load.settings, root, err);
   const auto pointer = PointerOf(command.words[0]);
   if (!pointer || command.words[0] == kVersionKey || !root.contains(*pointer)) {
     return Usage(err, "unknown key '" + command.words[0] + "'");

@@ -76,8 +76,7 @@ struct PacketModeSettings {
   bool wrapDump = true;           // detail-pane dump goes to the wrapping box
   int dataLevel = 0;              // DataLevel of the detail pane: 0 Datalink .. 3 Presentation
   int dumpForm = 2;               // detail-pane dump form: 0 Text, 1 Dec, 2 Hex
-  bool announceNewPackets = false;  // tell the window of each new packet
-  bool newPacketSound = false;      // play a sound for each new packet
+  bool newPacketSound = false;    // play a sound for each new packet
   WindowState hexViewer;
   bool hexViewerOpen = false;
   WindowState filterWindow;
@@ -105,6 +104,7 @@ struct CodecSettings {
 struct StatisticsSettings {
   std::int32_t maxItems = 256;
   std::int32_t victimPolicy = 0;
+  WindowState window;
 
   friend bool operator==(const StatisticsSettings&, const StatisticsSettings&) = default;
 };
@@ -127,6 +127,7 @@ struct GraphicalSettings {
   bool oscillate = false;            // "Pixel Mode - Oscillate instead of Circulate."
   bool chirp = false;                // "Play a chirp with the PC speaker ..."
   std::int32_t replaySpeed = 1;      // capture files replay at x1, x10 or x100
+  WindowState window;
 
   friend bool operator==(const GraphicalSettings&, const GraphicalSettings&) = default;
 };

@@ -2,19 +2,20 @@
 // before it reaches a FilterSettings: a profile either loads whole or not at all.
 #include "filters/filter_profile.hpp"
 
-#include <functional>
 #include <limits>
 #include <system_error>
 
 #include <nlohmann/json.hpp>
 
 #include "common/json_file.hpp"
+#include "common/settings_store.hpp"
 #include "common/paths.hpp"
 
 namespace vormelt {
 namespace {
 
-using Json = nlohmann::json;
+// Insertion order: the file lists its keys in the order they are written below.
+using Json = nlohmann::ordered_json;
 
 // Profiles are a few kilobytes; anything far larger is not one of ours and is not read whole.
 constexpr std::uintmax_t kLargestProfileBytes = 16u * 1024 * 1024;
@@ -23,144 +24,125 @@ constexpr std::string_view kRangeKeys[kRangeKindCount] = {
 constexpr std::string_view kPortKeys[kPortKindCount] = {
     "sourcePorts", "sourceNotPorts", "destPorts", "destNotPorts", "eitherPorts"};
 
-Json RangesToJson(const std::vector<IpRange>& ranges) {
-  Json list = Json::array();
-  for (const IpRange& r : ranges) {
-    list.push_back({{"from", FormatIpv4(r.from)}, {"to", FormatIpv4(r.to)}});
+// The plain fields, each written and read under one name, in the order of the file.
+template <typename Owner, typename T>
+struct Plain {
+  const char* key;
+  T Owner::*member;
+};
+constexpr Plain<FilterValues, std::vector<std::string>> kTextLists[] = {
+    {"mustContain", &FilterValues::mustContain}, {"mustNotContain", &FilterValues::mustNotContain},
+    {"extensionsAllowed", &FilterValues::extensionsAllowed},
+    {"extensionsDenied", &FilterValues::extensionsDenied}};
+constexpr Plain<FilterValues, std::uint32_t> kSizes[] = {
+    {"minPacketSize", &FilterValues::minPacketSize}, {"maxPacketSize", &FilterValues::maxPacketSize},
+    {"minFileSize", &FilterValues::minFileSize}, {"maxFileSize", &FilterValues::maxFileSize}};
+constexpr Plain<FilterValues, bool> kFlags[] = {
+    {"allowTcp", &FilterValues::allowTcp}, {"allowUdp", &FilterValues::allowUdp},
+    {"allowIcmp", &FilterValues::allowIcmp}, {"allowOther", &FilterValues::allowOther},
+    {"allowArp", &FilterValues::allowArp}};
+constexpr Plain<FilterWindowState, std::string> kWindowTexts[] = {
+    {"fromText", &FilterWindowState::fromText}, {"toText", &FilterWindowState::toText},
+    {"resolverText", &FilterWindowState::resolverText},
+    {"mustContainEntry", &FilterWindowState::mustContainEntry},
+    {"mustNotContainEntry", &FilterWindowState::mustNotContainEntry},
+    {"extensionAllowedEntry", &FilterWindowState::extensionAllowedEntry},
+    {"extensionDeniedEntry", &FilterWindowState::extensionDeniedEntry}};
+
+template <typename Owner, typename T, std::size_t N>
+void WritePlain(Json& object, const Owner& owner, const Plain<Owner, T> (&fields)[N]) {
+  for (const auto& field : fields) object[field.key] = owner.*field.member;
+}
+
+// One address range as the file keeps it: two dotted addresses, "from" and "to".
+Json RangeToJson(const IpRange& range) {
+  return {{"from", FormatIpv4(range.from)}, {"to", FormatIpv4(range.to)}};
+}
+// A range holds two non-null addresses, stored low end first as the window does.
+std::optional<IpRange> RangeFromJson(const Json& item) {
+  if (!item.is_object()) return std::nullopt;
+  const auto from = item.find("from");
+  const auto to = item.find("to");
+  if (from == item.end() || to == item.end() || !from->is_string() || !to->is_string()) {
+    return std::nullopt;
   }
-  return list;
+  const std::optional<std::uint32_t> a = ParseIpv4(from->get_ref<const std::string&>());
+  const std::optional<std::uint32_t> b = ParseIpv4(to->get_ref<const std::string&>());
+  if (!a || !b || *a == 0 || *b == 0) return std::nullopt;
+  return *a <= *b ? IpRange{*a, *b} : IpRange{*b, *a};
 }
 
-Json GeometryToJson(const WindowState& g) {
-  return {{"valid", g.valid},         {"x", g.x},
-          {"y", g.y},                 {"width", g.width},
-          {"height", g.height},       {"maximized", g.maximized},
-          {"minimized", g.minimized}};
-}
+using Type = SettingRule::Type;
 
-Json WindowToJson(const FilterWindowState& w) {
-  return {{"selectedRangeKind", w.selectedRangeKind},
-          {"fromText", w.fromText},
-          {"toText", w.toText},
-          {"resolverText", w.resolverText},
-          {"mustContainEntry", w.mustContainEntry},
-          {"mustNotContainEntry", w.mustNotContainEntry},
-          {"extensionAllowedEntry", w.extensionAllowedEntry},
-          {"extensionDeniedEntry", w.extensionDeniedEntry},
-          {"geometry", GeometryToJson(w.geometry)}};
-}
-
-// Reads the fields of one JSON object into C++ values. The first wrong field is remembered
-// (by its path) and every later read is skipped, so callers can read straight through.
+// Reads the fields of one JSON object by the settings' own value rules. A profile loads whole or
+// not at all, so the first wrong field is remembered (by its path) and every later read is
+// skipped; callers read straight through.
 class FieldReader {
  public:
   FieldReader(const Json& object, std::string path, std::string* error)
       : object_(object), path_(std::move(path)), error_(error) {}
 
-  template <typename Check, typename Store>
-  void Read(std::string_view key, Check check, Store store) {
-    if (!error_->empty()) return;
-    const auto it = object_.find(key);
-    if (it == object_.end()) return;  // a missing field keeps its default
-    if (!check(*it)) {
-      *error_ = path_ + std::string(key);
-      return;
-    }
-    store(*it);
-  }
-
-  void Bool(std::string_view key, bool& out) {
-    Read(key, [](const Json& j) { return j.is_boolean(); }, [&](const Json& j) { out = j.get<bool>(); });
-  }
-  void Int(std::string_view key, int& out, int lowest, int highest) {
-    Read(key,
-         [&](const Json& j) {
-           return j.is_number_integer() && j.get<std::int64_t>() >= lowest &&
-                  j.get<std::int64_t>() <= highest;
-         },
-         [&](const Json& j) { out = static_cast<int>(j.get<std::int64_t>()); });
-  }
-  void Uint32(std::string_view key, std::uint32_t& out) {
-    Read(key,
-         [](const Json& j) {
-           return j.is_number_unsigned() ||
-                  (j.is_number_integer() && j.get<std::int64_t>() >= 0);
-         },
-         [&](const Json& j) {
-           const std::uint64_t v = j.get<std::uint64_t>();
-           if (v > std::numeric_limits<std::uint32_t>::max()) *error_ = path_ + std::string(key);
-           out = static_cast<std::uint32_t>(v);
-         });
-  }
-  void String(std::string_view key, std::string& out) {
-    Read(key, [](const Json& j) { return j.is_string(); }, [&](const Json& j) { out = j.get<std::string>(); });
-  }
-  void Strings(std::string_view key, std::vector<std::string>& out) {
-    Read(key, IsArrayOf<&Json::is_string>, [&](const Json& j) {
-      out = j.get<std::vector<std::string>>();
-    });
+  template <typename T>
+  void Read(std::string_view key, const SettingRule& rule, T& out) {
+    if (const Json* value = Find(key); value && !TakeValue(*value, rule, out)) Fail(key);
   }
   void Ports(std::string_view key, std::vector<std::uint16_t>& out) {
+    std::vector<int> ports;
+    const Json* value = Find(key);
+    if (!value) return;
+    const std::size_t count = value->is_array() ? value->size() : 0;
+    if (!TakeValue(*value, SettingRule::Of(Type::IntegerList, 0, 65535, count), ports)) {
+      return Fail(key);
+    }
     // A zero is no port; it is left out exactly as the window leaves it out.
-    Read(key, IsArrayOf<&Json::is_number_unsigned>, [&](const Json& j) {
-      out.clear();
-      for (const Json& item : j) {
-        const std::uint64_t port = item.get<std::uint64_t>();
-        if (port > 65535) {
-          *error_ = path_ + std::string(key);
-          return;
-        }
-        if (port != 0) out.push_back(static_cast<std::uint16_t>(port));
-      }
-    });
+    out.clear();
+    for (const int port : ports) {
+      if (port != 0) out.push_back(static_cast<std::uint16_t>(port));
+    }
   }
   void Ranges(std::string_view key, std::vector<IpRange>& out) {
-    Read(key, IsArrayOf<&Json::is_object>, [&](const Json& j) {
-      out.clear();
-      for (const Json& item : j) {
-        const std::optional<IpRange> range = ParseRange(item);
-        if (!range) {
-          *error_ = path_ + std::string(key);
-          return;
-        }
-        out.push_back(*range);
-      }
-    });
+    const Json* value = Find(key);
+    if (!value) return;
+    if (!value->is_array()) return Fail(key);
+    std::vector<IpRange> ranges;
+    for (const Json& item : *value) {
+      const std::optional<IpRange> range = RangeFromJson(item);
+      if (!range) return Fail(key);
+      ranges.push_back(*range);
+    }
+    out = std::move(ranges);
   }
-  void Object(std::string_view key, const std::function<void(FieldReader&)>& readInner) {
-    Read(key, [](const Json& j) { return j.is_object(); }, [&](const Json& j) {
-      FieldReader inner(j, path_ + std::string(key) + ".", error_);
-      readInner(inner);
-    });
+  // A nested object, read by `readInner`; anything else in its place is wrong.
+  template <typename Inner>
+  void Object(std::string_view key, Inner readInner) {
+    const Json* value = Find(key);
+    if (!value) return;
+    if (!value->is_object()) return Fail(key);
+    FieldReader inner(*value, path_ + std::string(key) + ".", error_);
+    readInner(inner);
+  }
+  const Json& object() const { return object_; }
+  void Fail(std::string_view key) {
+    if (error_->empty()) *error_ = path_ + std::string(key);
   }
 
  private:
-  template <bool (Json::*IsKind)() const noexcept>
-  static bool IsArrayOf(const Json& j) {
-    if (!j.is_array()) return false;
-    for (const Json& item : j) {
-      if (!(item.*IsKind)()) return false;
-    }
-    return true;
-  }
-
-  // A range holds two non-null dotted addresses, stored low end first as the window does.
-  static std::optional<IpRange> ParseRange(const Json& item) {
-    const auto from = item.find("from");
-    const auto to = item.find("to");
-    if (from == item.end() || to == item.end() || !from->is_string() || !to->is_string()) {
-      return std::nullopt;
-    }
-    const std::optional<std::uint32_t> a = ParseIpv4(from->get_ref<const std::string&>());
-    const std::optional<std::uint32_t> b = ParseIpv4(to->get_ref<const std::string&>());
-    if (!a || !b || *a == 0 || *b == 0) return std::nullopt;
-    return *a <= *b ? IpRange{*a, *b} : IpRange{*b, *a};
+  // A missing field keeps its default; after a failure nothing more is read.
+  const Json* Find(std::string_view key) const {
+    if (!error_->empty()) return nullptr;
+    const auto it = object_.find(key);
+    return it == object_.end() ? nullptr : &*it;
   }
 
   const Json& object_;
   std::string path_;
   std::string* error_;
 };
+
+template <typename Owner, typename T, std::size_t N>
+void ReadPlain(FieldReader& r, const SettingRule& rule, Owner& owner, const Plain<Owner, T> (&fields)[N]) {
+  for (const auto& field : fields) r.Read(field.key, rule, owner.*field.member);
+}
 
 void ReadValues(FieldReader& r, FilterValues& v) {
   for (int k = 0; k < kRangeKindCount; ++k) {
@@ -169,39 +151,19 @@ void ReadValues(FieldReader& r, FilterValues& v) {
   for (int k = 0; k < kPortKindCount; ++k) {
     r.Ports(kPortKeys[k], v.Ports(static_cast<PortKind>(k)));
   }
-  r.Strings("mustContain", v.mustContain);
-  r.Strings("mustNotContain", v.mustNotContain);
-  r.Strings("extensionsAllowed", v.extensionsAllowed);
-  r.Strings("extensionsDenied", v.extensionsDenied);
-  r.Uint32("minPacketSize", v.minPacketSize);
-  r.Uint32("maxPacketSize", v.maxPacketSize);
-  r.Uint32("minFileSize", v.minFileSize);
-  r.Uint32("maxFileSize", v.maxFileSize);
-  r.Bool("allowTcp", v.allowTcp);
-  r.Bool("allowUdp", v.allowUdp);
-  r.Bool("allowIcmp", v.allowIcmp);
-  r.Bool("allowOther", v.allowOther);
-  r.Bool("allowArp", v.allowArp);
+  ReadPlain(r, SettingRule::Of(Type::Text), v, kTextLists);
+  ReadPlain(r, SettingRule::Of(Type::Integer, 0, std::numeric_limits<std::uint32_t>::max()), v, kSizes);
+  ReadPlain(r, SettingRule::Of(Type::Bool), v, kFlags);
 }
 
 void ReadWindow(FieldReader& r, FilterWindowState& w) {
-  r.Int("selectedRangeKind", w.selectedRangeKind, -1, kRangeKindCount - 1);
-  r.String("fromText", w.fromText);
-  r.String("toText", w.toText);
-  r.String("resolverText", w.resolverText);
-  r.String("mustContainEntry", w.mustContainEntry);
-  r.String("mustNotContainEntry", w.mustNotContainEntry);
-  r.String("extensionAllowedEntry", w.extensionAllowedEntry);
-  r.String("extensionDeniedEntry", w.extensionDeniedEntry);
+  r.Read("selectedRangeKind", SettingRule::Of(Type::Integer, -1, kRangeKindCount - 1),
+         w.selectedRangeKind);
+  ReadPlain(r, SettingRule::Of(Type::Text), w, kWindowTexts);
   r.Object("geometry", [&](FieldReader& g) {
-    constexpr int kLargest = 1 << 20;  // no screen is a million pixels wide
-    g.Bool("valid", w.geometry.valid);
-    g.Int("x", w.geometry.x, -kLargest, kLargest);
-    g.Int("y", w.geometry.y, -kLargest, kLargest);
-    g.Int("width", w.geometry.width, 0, kLargest);
-    g.Int("height", w.geometry.height, 0, kLargest);
-    g.Bool("maximized", w.geometry.maximized);
-    g.Bool("minimized", w.geometry.minimized);
+    if (const std::string refused = ReadWindowState(g.object(), w.geometry); !refused.empty()) {
+      g.Fail(refused);
+    }
   });
 }
 
@@ -242,25 +204,18 @@ std::string SerializeFilterProfile(const FilterProfile& profile) {
   const FilterValues& v = profile.values;
   Json root = {{"version", kFilterProfileVersion}};
   for (int k = 0; k < kRangeKindCount; ++k) {
-    root[std::string(kRangeKeys[k])] = RangesToJson(v.Ranges(static_cast<RangeKind>(k)));
+    Json& list = root[std::string(kRangeKeys[k])] = Json::array();
+    for (const IpRange& range : v.Ranges(static_cast<RangeKind>(k))) list.push_back(RangeToJson(range));
   }
   for (int k = 0; k < kPortKindCount; ++k) {
     root[std::string(kPortKeys[k])] = v.Ports(static_cast<PortKind>(k));
   }
-  root["mustContain"] = v.mustContain;
-  root["mustNotContain"] = v.mustNotContain;
-  root["extensionsAllowed"] = v.extensionsAllowed;
-  root["extensionsDenied"] = v.extensionsDenied;
-  root["minPacketSize"] = v.minPacketSize;
-  root["maxPacketSize"] = v.maxPacketSize;
-  root["minFileSize"] = v.minFileSize;
-  root["maxFileSize"] = v.maxFileSize;
-  root["allowTcp"] = v.allowTcp;
-  root["allowUdp"] = v.allowUdp;
-  root["allowIcmp"] = v.allowIcmp;
-  root["allowOther"] = v.allowOther;
-  root["allowArp"] = v.allowArp;
-  root["window"] = WindowToJson(profile.window);
+  WritePlain(root, v, kTextLists);
+  WritePlain(root, v, kSizes);
+  WritePlain(root, v, kFlags);
+  Json& window = root["window"] = {{"selectedRangeKind", profile.window.selectedRangeKind}};
+  WritePlain(window, profile.window, kWindowTexts);
+  window["geometry"] = WindowStateToJson(profile.window.geometry);
   // Texts come from the window as UTF-8; a stray invalid byte is replaced rather than thrown on.
   return root.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
 }

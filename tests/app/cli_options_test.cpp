@@ -76,6 +76,8 @@ TEST_F(SettingsCommandTest, RefusalsSayWhatTheKeyTakes) {
       {{"general.rememberedMode", "4"}, "0, 1, 2 or 3"},
       {{"fileMode.folder", "\""}, "must be a whole JSON string"},  // the folder named "
       {{"fileMode.folder", "\"/srv\" x"}, "must be a whole JSON string"},
+      {{"fileMode.folder", "/srv/\xff"}, "UTF-8 text"},
+      {{"packetMode.window.width", "-1"}, "a whole number from 0 to 1048576"},
   };
   for (const auto& [words, takes] : cases) {
     std::vector<std::string> args = {"set"};

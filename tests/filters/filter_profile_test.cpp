@@ -80,6 +80,8 @@ TEST(FilterProfile, GarbageIsRefusedWithTheReason) {
        ProfileProblem::Invalid, "destInRanges"},
       {R"({"version":1,"window":{"selectedRangeKind":5}})", ProfileProblem::Invalid,
        "window.selectedRangeKind"},
+      {R"({"version":1,"window":{"geometry":{"y":1048577}}})", ProfileProblem::Invalid,
+       "window.geometry.y"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(std::string(c.text));

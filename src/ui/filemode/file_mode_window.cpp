@@ -418,7 +418,8 @@ void FileModeWindow::processDumpFileDialog() {
 
 void FileModeWindow::openFilterSetup() {
   Impl& d = *impl_;
-  FilterSetupWindow setup(d.filter, FilterMode::File, d.settings.fileMode.applyFilters, this);
+  FilterSetupWindow setup(d.filter, FilterMode::File, d.settings.fileMode.applyFilters, this,
+                          &d.settings.fileMode.filterWindow);
   setup.exec();
   if (setup.enableFilteringRequested()) d.options[kApplyFiltersBox]->setChecked(true);
 }

@@ -135,7 +135,7 @@ bool PacketModeWindow::openCaptureFile(const QString& path) {
 void PacketModeWindow::openFilterSetup() {
   Impl& d = *impl_;
   FilterSetupWindow setup(d.engine.Filter(), FilterMode::Packet, d.settings.packetMode.filteringEnabled,
-                          this);
+                          this, &d.settings.packetMode.filterWindow);
   setup.exec();
   // The window asked "Enable filtering?" itself; Yes acts as a click on the check box.
   if (setup.enableFilteringRequested()) setFilteringEnabled(true);

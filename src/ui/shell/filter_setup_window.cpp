@@ -90,6 +90,7 @@ struct FilterSetupWindow::Impl {
   bool changesApplied = false;
   bool enableRequested = false;
   bool closed = false;
+  WindowState* place = nullptr;
 
   QLineEdit* resolverField = nullptr;
   std::array<QPushButton*, 3> resolverButtons{};
@@ -506,14 +507,16 @@ void FilterSetupWindow::Impl::FinishLookup(const std::optional<std::string>& ans
 }
 
 FilterSetupWindow::FilterSetupWindow(FilterSettings& settings, FilterMode mode,
-                                     bool filteringEnabled, QWidget* parent)
+                                     bool filteringEnabled, QWidget* parent, WindowState* place)
     : QDialog(parent), impl_(std::make_unique<Impl>(this, settings, mode, filteringEnabled)) {
+  impl_->place = place;
   impl_->Build();
   // The window opens as it was last applied; a missing or damaged profile is no reason to
   // bother the user here (start-up has already said so), so it shows the live settings.
   const ProfileResult current = LoadFilterProfile(CurrentProfilePath(mode));
   impl_->Fill(current.ok() ? *current.profile : ProfileFromSettings(settings));
-  const WindowState& g = impl_->state.geometry;
+  // A profile saved before the mode kept the place carries it: used until the mode has one.
+  const WindowState& g = place && place->valid ? *place : impl_->state.geometry;
   if (g.valid && g.width > 0 && g.height > 0) setGeometry(g.x, g.y, g.width, g.height);
 }
 
@@ -597,6 +600,10 @@ void FilterSetupWindow::reverseResolve() { impl_->StartLookup(LookupKind::Revers
 void FilterSetupWindow::copyToFilters() { impl_->StartLookup(LookupKind::CopyToFilters); }
 
 void FilterSetupWindow::done(int result) {
+  if (impl_->place && !impl_->closed) {
+    const QRect frame = geometry();
+    *impl_->place = WindowState{true, frame.x(), frame.y(), frame.width(), frame.height(), false, false};
+  }
   QDialog::done(result);
   if (impl_->closed) return;
   impl_->closed = true;

@@ -13,6 +13,7 @@ namespace vormelt {
 class FilterSettings;
 enum class FilterMode;
 enum class TextList;
+struct WindowState;
 }  // namespace vormelt
 
 namespace vormelt::ui {
@@ -23,9 +24,11 @@ class FilterSetupWindow : public QDialog {
  public:
   // Fills itself from the mode's current profile (silently falling back to what `settings`
   // holds). `filteringEnabled` is the state of "Apply filters to incoming packets": when it is
-  // off and changes were applied, closing asks whether to switch it on.
+  // off and changes were applied, closing asks whether to switch it on. `place` (may be null)
+  // is where the mode keeps this window's place among its settings: it opens there and is
+  // given the place it had when it closes.
   FilterSetupWindow(FilterSettings& settings, FilterMode mode, bool filteringEnabled,
-                    QWidget* parent = nullptr);
+                    QWidget* parent = nullptr, WindowState* place = nullptr);
   ~FilterSetupWindow() override;
 
   // After the window has closed: whether OK or Apply handed new settings over, and whether the
