@@ -26,7 +26,7 @@ constexpr std::string_view kPortKeys[kPortKindCount] = {
 Json RangesToJson(const std::vector<IpRange>& ranges) {
   Json list = Json::array();
   for (const IpRange& r : ranges) {
-    list.push_back({{"from", FormatIpv4(r.from)}, {"to", FormatIpv4(r.to)}});
+    list.push_back({{"from", r.from.ToString()}, {"to", r.to.ToString()}});
   }
   return list;
 }
@@ -144,17 +144,16 @@ class FieldReader {
     return true;
   }
 
-  // A range holds two non-null dotted addresses, stored low end first as the window does.
+  // A range holds two non-null addresses of one family, stored low end first as the window does.
   static std::optional<IpRange> ParseRange(const Json& item) {
     const auto from = item.find("from");
     const auto to = item.find("to");
     if (from == item.end() || to == item.end() || !from->is_string() || !to->is_string()) {
       return std::nullopt;
     }
-    const std::optional<std::uint32_t> a = ParseIpv4(from->get_ref<const std::string&>());
-    const std::optional<std::uint32_t> b = ParseIpv4(to->get_ref<const std::string&>());
-    if (!a || !b || *a == 0 || *b == 0) return std::nullopt;
-    return *a <= *b ? IpRange{*a, *b} : IpRange{*b, *a};
+    const auto range = ParseIpRange(from->get_ref<const std::string&>(), to->get_ref<const std::string&>());
+    if (!range || IsNullAddress(range->from) || IsNullAddress(range->to)) return std::nullopt;
+    return range;
   }
 
   const Json& object_;

@@ -340,6 +340,25 @@ struct NetworkLayer {
   }
 };
 
+// Where the transport's payload starts, counted from the network header: behind the TCP header
+// its data offset gives, or behind the eight bytes of UDP, ICMP or ICMPv6; at the transport
+// start for other protocols and for a fragment behind the first. nullopt when the TCP header
+// does not fit or the chain was cut short: then no byte is payload.
+inline std::optional<std::uint32_t> PayloadOffset(const NetworkLayer& layer) {
+  const std::uint32_t at = layer.transportOffset;
+  if (layer.truncated) return std::nullopt;
+  if (layer.nonFirstFragment) return at;
+  const std::uint8_t icmp = layer.family == IpFamily::V4 ? kProtocolIcmp : kProtocolIcmpv6;
+  if (layer.protocol == kProtocolTcp) {
+    const auto tcp = TcpView::Parse(layer.transport);
+    if (!tcp) return std::nullopt;
+    return at + tcp->headerLength();
+  }
+  if (layer.protocol == kProtocolUdp) return at + kUdpHeaderLength;
+  if (layer.protocol == icmp) return at + kIcmpHeaderLength;
+  return at;
+}
+
 inline NetworkLayer NetworkOf(const Ipv4View& ip) {
   NetworkLayer layer;
   layer.source = IpAddress::V4(ip.source());

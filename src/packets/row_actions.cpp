@@ -7,10 +7,13 @@ namespace vormelt {
 
 RowActions RowActionsFor(const PacketRef& packet) {
   if (!packet.frame) return {};
-  const PacketHeaders headers = HeadersOf(FrameView(packet));
+  const FrameView frame(packet);
+  const PacketHeaders headers = HeadersOf(frame);
   RowActions actions;
-  actions.reverseResolve = headers.ipv4.has_value() || headers.arp.has_value();
-  actions.tcpOptions = headers.ipv4 && headers.ipv4->protocol() == kProtocolTcp;
+  actions.reverseResolve = headers.ipv4 || headers.arp || headers.ipv6;
+  actions.tcpOptions = headers.ipv4 ? headers.ipv4->protocol() == kProtocolTcp
+                                    : headers.ipv6 && NetworkOf(*headers.ipv6, frame).carriesPorts() &&
+                                          NetworkOf(*headers.ipv6, frame).protocol == kProtocolTcp;
   return actions;
 }
 
