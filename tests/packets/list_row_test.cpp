@@ -46,16 +46,6 @@ Bytes ArpFrame(const test::ArpFields& arp, std::size_t cutTo = 0) {
   return test::EthernetFrame(kDestination, kSource, kEtherTypeArp, body);
 }
 
-// 2001:db8::1 to ::1, `next` in the fixed header, `rest` behind it.
-Bytes Ipv6Frame(std::uint8_t next, Bytes rest) {
-  Bytes ip{0x60, 0, 0, 0, 0, static_cast<std::uint8_t>(rest.size()), next, 64, 0x20, 0x01, 0x0d, 0xb8};
-  ip.resize(8 + 16 + 15, 0);
-  ip.push_back(1);
-  ip[23] = 1;
-  ip.insert(ip.end(), rest.begin(), rest.end());
-  return test::EthernetFrame(kDestination, kSource, kEtherTypeIpv6, ip);
-}
-
 TEST(ExamplePackets, ListRowPaneAndSummaryLine) {
   test::Ipv4Header ip;
   ip.source = test::ParseIp("192.168.1.20");
@@ -93,10 +83,10 @@ TEST(ExamplePackets, ListRowPaneAndSummaryLine) {
       {"arp bounds", ArpFrame(ten, 30), {"ARP", "44", "192.168.1.10", "0.0.0.0", "", ""},
        "44|-|>"},
       // UDP behind a hop-by-hop header: ports from behind the chain.
-      {"ipv6", Ipv6Frame(0, {17, 0, 1, 4, 0, 0, 0, 0, 0, 53, 0x13, 0xC4, 0, 8, 0, 0}),
+      {"ipv6", test::Ipv6Frame("2001:db8::1", "::1", 0, Bytes{17, 0, 1, 4, 0, 0, 0, 0, 0, 53, 0x13, 0xC4, 0, 8, 0, 0}),
        {"UDP", "70", "2001:db8::1", "::1", "53", "5060"}, "70|2001:db8::1>::1|53>5060"},
       // A fragment behind the first holds no TCP header: no ports, no TCP commands.
-      {"ipv6 fragment", Ipv6Frame(44, {6, 0, 0, 9, 0, 0, 0, 1, 0, 53, 0, 80}),
+      {"ipv6 fragment", test::Ipv6Frame("2001:db8::1", "::1", 44, Bytes{6, 0, 0, 9, 0, 0, 0, 1, 0, 53, 0, 80}),
        {"TCP", "66", "2001:db8::1", "::1", "", ""}, "66|2001:db8::1>::1|>"},
       // Header only: the zeroed spare bytes read as an empty IPv4 header, protocol 0.
       {"header only", test::RawSocketsFrame({}), {"", "14", "0.0.0.0", "0.0.0.0", "", ""},

@@ -142,6 +142,21 @@ Bytes EthernetFrame(const Mac& destination, const Mac& source, std::uint16_t eth
   return frame;
 }
 
+Bytes Ipv6Frame(std::string_view source, std::string_view destination, std::uint8_t next,
+                std::span<const std::uint8_t> rest) {
+  Bytes packet(40, 0);
+  packet[0] = 0x60;
+  WriteBe16(&packet[4], static_cast<std::uint16_t>(rest.size()));
+  packet[6] = next;
+  packet[7] = 64;
+  for (const auto& [text, at] : {std::pair{source, 8}, std::pair{destination, 24}}) {
+    const std::string copy(text);
+    if (inet_pton(AF_INET6, copy.c_str(), &packet[at]) != 1) std::abort();
+  }
+  packet.insert(packet.end(), rest.begin(), rest.end());
+  return EthernetFrame(Mac{}, Mac{}, 0x86DD, packet);
+}
+
 Bytes RawSocketsFrame(std::span<const std::uint8_t> ipPacket) {
   return EthernetFrame(Mac{}, Mac{}, 0x0800, ipPacket);
 }
