@@ -78,8 +78,6 @@ TEST(FilterProfile, GarbageIsRefusedWithTheReason) {
       {R"({"version":1,"eitherPorts":[65536]})", ProfileProblem::Invalid, "eitherPorts"},
       {R"({"version":1,"destInRanges":[{"from":"0.0.0.0","to":"10.0.0.1"}]})",
        ProfileProblem::Invalid, "destInRanges"},
-      {R"({"version":1,"destInRanges":[{"from":"::","to":"::1"}]})", ProfileProblem::Invalid,
-       "destInRanges"},
       {R"({"version":1,"destInRanges":[{"from":"10.0.0.1","to":"::1"}]})",
        ProfileProblem::Invalid, "destInRanges"},
       {R"({"version":1,"window":{"selectedRangeKind":5}})", ProfileProblem::Invalid,

@@ -12,18 +12,11 @@ namespace vormelt::test {
 // The pcap's path, or empty with `why` set (for GTEST_SKIP) when it cannot be made here.
 inline std::string DualStackCapture(std::string& why) {
   static const TempDir dir;
-  static std::string failure;
-  static const std::string path = [] {
-    const std::string pcap = dir.File("dual-stack.pcap");
-    int status = -1;
-    const std::string log = ShellOutput(std::string(VORMELT_SOURCE_DIR) +
-                                        "/tests/support/dual_stack_capture.sh '" + pcap + "' 2>&1", &status);
-    if (status == 0) return pcap;
-    failure = "cannot capture dual-stack traffic here (needs root, tcpdump, curl, ping): " + log;
-    return std::string();
-  }();
-  why = failure;
-  return path;
+  static int status = -1;
+  static const std::string log = ShellOutput(std::string(VORMELT_SOURCE_DIR) +
+      "/tests/support/dual_stack_capture.sh '" + dir.File("dual-stack.pcap") + "' 2>&1", &status);
+  why = "cannot capture dual-stack traffic here (needs root, tcpdump, curl, ping): " + log;
+  return status == 0 ? dir.File("dual-stack.pcap") : "";
 }
 
 }  // namespace vormelt::test

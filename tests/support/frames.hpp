@@ -75,8 +75,7 @@ Bytes ArpPacket(const ArpFields& arp);
 // A whole Ethernet frame around a network packet.
 Bytes EthernetFrame(const Mac& destination, const Mac& source, std::uint16_t etherType,
                     std::span<const std::uint8_t> network);
-// An IPv6 Ethernet frame from `source` to `destination` (IPv6 text), `next` in the fixed
-// header and `rest` (extension headers, transport, payload) behind it; payload length set.
+// An IPv6 frame: `next` in the fixed header, `rest` (extension headers, transport...) behind it.
 Bytes Ipv6Frame(std::string_view source, std::string_view destination, std::uint8_t next,
                 std::span<const std::uint8_t> rest);
 
