@@ -26,15 +26,21 @@ struct IpRange {
   IpAddress to;
   IpRange() = default;
   // IPv4 ends as big-endian numbers (10.0.0.1 is 0x0A000001).
-  IpRange(std::uint32_t first, std::uint32_t last) : from(IpAddress::V4(first)), to(IpAddress::V4(last)) {}
-  IpRange(const IpAddress& first, const IpAddress& last) : from(first), to(last) {}
-  bool Contains(std::uint32_t address) const {
-    return from.isV4() && from.v4() <= address && address <= to.v4();
-  }
+  IpRange(std::uint32_t first, std::uint32_t last)
+      : from(IpAddress::V4(first)), to(IpAddress::V4(last)), first4_(first), last4_(last) {}
+  IpRange(const IpAddress& first, const IpAddress& last)
+      : from(first), to(last), first4_(first.isV4() ? first.v4() : 1), last4_(last.v4()) {}
+  // The filter asks this of every IPv4 packet, so it compares two plain numbers; an IPv6
+  // range holds the empty IPv4 range 1..0.
+  bool Contains(std::uint32_t address) const { return first4_ <= address && address <= last4_; }
   bool Contains(const IpAddress& address) const {
     return address.family() == from.family() && from <= address && address <= to;
   }
   friend bool operator==(const IpRange&, const IpRange&) = default;
+
+ private:
+  std::uint32_t first4_ = 0;
+  std::uint32_t last4_ = 0;
 };
 
 // 0.0.0.0 and ::, which no range may start or end at.
