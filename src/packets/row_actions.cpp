@@ -11,9 +11,13 @@ RowActions RowActionsFor(const PacketRef& packet) {
   const PacketHeaders headers = HeadersOf(frame);
   RowActions actions;
   actions.reverseResolve = headers.ipv4 || headers.arp || headers.ipv6;
-  actions.tcpOptions = headers.ipv4 ? headers.ipv4->protocol() == kProtocolTcp
-                                    : headers.ipv6 && NetworkOf(*headers.ipv6, frame).carriesPorts() &&
-                                          NetworkOf(*headers.ipv6, frame).protocol == kProtocolTcp;
+  if (headers.ipv4) {
+    actions.tcpOptions = headers.ipv4->protocol() == kProtocolTcp;
+  } else if (headers.ipv6) {
+    // The acknowledgement commands need a TCP header: not in a fragment behind the first.
+    const NetworkLayer layer = NetworkOf(*headers.ipv6, frame);
+    actions.tcpOptions = layer.protocol == kProtocolTcp && layer.carriesPorts();
+  }
   return actions;
 }
 
