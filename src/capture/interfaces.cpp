@@ -10,6 +10,8 @@
 
 #include <memory>
 
+#include "common/ip_address.hpp"
+
 namespace vormelt {
 namespace {
 
@@ -85,13 +87,20 @@ Text InterfaceTypeText(const InterfaceRow& row) {
 }
 
 std::optional<std::string> InterfaceHoldingAddress(std::string_view address) {
-  in_addr wanted{};
-  if (inet_pton(AF_INET, std::string(address).c_str(), &wanted) != 1) return std::nullopt;
+  // An IPv4 or an IPv6 address (no zone index: the address alone names the interface).
+  const std::optional<IpAddress> wanted = IpAddress::Parse(address);
+  if (!wanted) return std::nullopt;
   const IfaddrsList addresses = ReadIfaddrs();
   for (const ifaddrs* entry = addresses.get(); entry; entry = entry->ifa_next) {
-    if (!IsUpIpv4(*entry)) continue;
-    const auto* in = reinterpret_cast<const sockaddr_in*>(entry->ifa_addr);
-    if (in->sin_addr.s_addr == wanted.s_addr) return std::string(entry->ifa_name);
+    if (!entry->ifa_addr || !(entry->ifa_flags & IFF_UP)) continue;
+    std::optional<IpAddress> held;
+    if (entry->ifa_addr->sa_family == AF_INET) {
+      const auto* in = reinterpret_cast<const sockaddr_in*>(entry->ifa_addr);
+      held = IpAddress::V4Bytes(reinterpret_cast<const std::uint8_t*>(&in->sin_addr));
+    } else if (entry->ifa_addr->sa_family == AF_INET6) {
+      held = IpAddress::V6Bytes(reinterpret_cast<const sockaddr_in6*>(entry->ifa_addr)->sin6_addr.s6_addr);
+    }
+    if (held == wanted) return std::string(entry->ifa_name);
   }
   return std::nullopt;
 }

@@ -32,8 +32,8 @@ InterfaceList ListInterfaces();
 // The "Type" column text of a row (catalogue key).
 Text InterfaceTypeText(const InterfaceRow& row);
 
-// The name of the interface that is up and holds the dotted IPv4 `address`; nullopt when no
-// interface does (or the text is no IPv4 address).
+// The name of the interface that is up and holds `address` (dotted IPv4 or IPv6 text); nullopt
+// when no interface does (or the text is no address).
 std::optional<std::string> InterfaceHoldingAddress(std::string_view address);
 
 }  // namespace vormelt

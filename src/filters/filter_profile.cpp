@@ -54,11 +54,12 @@ void WritePlain(Json& object, const Owner& owner, const Plain<Owner, T> (&fields
   for (const auto& field : fields) object[field.key] = owner.*field.member;
 }
 
-// One address range as the file keeps it: two dotted addresses, "from" and "to".
+// One address range as the file keeps it: two addresses, "from" and "to", dotted for IPv4 and
+// in RFC 5952 text for IPv6, so a profile of IPv4 ranges reads as it always did.
 Json RangeToJson(const IpRange& range) {
-  return {{"from", FormatIpv4(range.from)}, {"to", FormatIpv4(range.to)}};
+  return {{"from", range.from.ToString()}, {"to", range.to.ToString()}};
 }
-// A range holds two non-null addresses, stored low end first as the window does.
+// A range holds two non-null addresses of one family, stored low end first as the window does.
 std::optional<IpRange> RangeFromJson(const Json& item) {
   if (!item.is_object()) return std::nullopt;
   const auto from = item.find("from");
@@ -66,10 +67,9 @@ std::optional<IpRange> RangeFromJson(const Json& item) {
   if (from == item.end() || to == item.end() || !from->is_string() || !to->is_string()) {
     return std::nullopt;
   }
-  const std::optional<std::uint32_t> a = ParseIpv4(from->get_ref<const std::string&>());
-  const std::optional<std::uint32_t> b = ParseIpv4(to->get_ref<const std::string&>());
-  if (!a || !b || *a == 0 || *b == 0) return std::nullopt;
-  return *a <= *b ? IpRange{*a, *b} : IpRange{*b, *a};
+  const auto range = ParseIpRange(from->get_ref<const std::string&>(), to->get_ref<const std::string&>());
+  if (!range || IsNullAddress(range->from) || IsNullAddress(range->to)) return std::nullopt;
+  return range;
 }
 
 using Type = SettingRule::Type;

@@ -3,6 +3,7 @@
 // No Qt and no user texts here; the test must never read a payload byte past `length`.
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <memory>
@@ -17,14 +18,39 @@
 
 namespace vormelt {
 
-// One IPv4 address range, both ends included. Addresses are the four wire bytes read
-// big-endian, so 10.0.0.1 is 0x0A000001 and ranges compare as plain unsigned numbers.
+// One address range, both ends included, of one family: an IPv4 range never holds an IPv6
+// address nor the reverse. Within a family addresses compare as unsigned numbers (32 or 128
+// bits), so 10.0.0.1 lies between 10.0.0.0 and 10.0.0.255 and ::1 between :: and ::ff.
 struct IpRange {
-  std::uint32_t from = 0;
-  std::uint32_t to = 0;
-  bool Contains(std::uint32_t address) const { return from <= address && address <= to; }
+  IpAddress from;
+  IpAddress to;
+  IpRange() = default;
+  // IPv4 ends as big-endian numbers (10.0.0.1 is 0x0A000001).
+  IpRange(std::uint32_t first, std::uint32_t last)
+      : from(IpAddress::V4(first)), to(IpAddress::V4(last)), first4_(first), last4_(last) {}
+  IpRange(const IpAddress& first, const IpAddress& last)
+      : from(first), to(last), first4_(first.isV4() ? first.v4() : 1), last4_(last.v4()) {}
+  // The filter asks this of every IPv4 packet, so it compares two plain numbers; an IPv6
+  // range holds the empty IPv4 range 1..0.
+  bool Contains(std::uint32_t address) const { return first4_ <= address && address <= last4_; }
+  bool Contains(const IpAddress& address) const {
+    return address.family() == from.family() && from <= address && address <= to;
+  }
   friend bool operator==(const IpRange&, const IpRange&) = default;
+
+ private:
+  std::uint32_t first4_ = 0;
+  std::uint32_t last4_ = 0;
 };
+
+// 0.0.0.0 and ::, which no range may start or end at.
+inline bool IsNullAddress(const IpAddress& address) {
+  return address.bytes() == std::array<std::uint8_t, 16>{};
+}
+
+// A range from two address texts (either family, both the same; blanks around each allowed),
+// its ends put in order; nothing for unreadable text or mixed families.
+std::optional<IpRange> ParseIpRange(std::string_view from, std::string_view to);
 
 // Dotted-decimal IPv4 text ("10.0.0.1") as a big-endian number: exactly four decimal parts of
 // 0..255, blanks around the whole text allowed. Anything else gives nothing.
@@ -123,7 +149,9 @@ class FilterSettings final : public PacketFilterSeam {
   struct PatternSet;  // a text list prepared for searching, exact and case-folded
 
   bool PassesAddresses(const FrameView& frame, const PacketHeaders& headers) const;
-  bool PassesPorts(const Ipv4View& ip) const;
+  template <typename Address>
+  bool PassesRanges(const Address& source, const Address& destination) const;
+  bool PassesPorts(ByteSpan transport) const;
   bool PassesTexts(const FrameView& frame, const PacketHeaders& headers, bool matchCase) const;
   void RebuildColumnTextsLocked();
 

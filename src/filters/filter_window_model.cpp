@@ -16,14 +16,13 @@ namespace vormelt {
 namespace {
 
 constexpr std::uint32_t kPortModulus = 65536;
-constexpr std::uint32_t kNullAddress = 0;
 
 bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 
 }  // namespace
 
 std::string FormatRangeItem(const IpRange& range) {
-  return FormatIpv4(range.from) + " - " + FormatIpv4(range.to);
+  return range.from.ToString() + " - " + range.to.ToString();
 }
 
 std::vector<std::uint16_t> ParsePortField(std::string_view text) {
@@ -74,11 +73,12 @@ void FilterWindowModel::SelectRangeKind(int kind) {
 
 RangeEdit FilterWindowModel::AddRange(std::string_view fromText, std::string_view toText) {
   if (selectedKind_ < 0) return RangeEdit::NoKindSelected;
-  const std::uint32_t from = ParseIpv4(fromText).value_or(kNullAddress);
-  const std::uint32_t to = ParseIpv4(toText).value_or(kNullAddress);
-  if (from == kNullAddress || to == kNullAddress) return RangeEdit::NullAddress;
-
-  const IpRange range = from <= to ? IpRange{from, to} : IpRange{to, from};
+  // Unreadable text, a null end or ends of two families all count as the null address.
+  const std::optional<IpRange> parsed = ParseIpRange(fromText, toText);
+  if (!parsed || IsNullAddress(parsed->from) || IsNullAddress(parsed->to)) {
+    return RangeEdit::NullAddress;
+  }
+  const IpRange range = *parsed;
   std::vector<IpRange>& list = values_.Ranges(static_cast<RangeKind>(selectedKind_));
   if (std::find(list.begin(), list.end(), range) != list.end()) return RangeEdit::Duplicate;
   list.push_back(range);
@@ -136,25 +136,48 @@ void FilterWindowModel::ClearAll() { values_ = FilterValues{}; }
 std::optional<std::string> ResolveHostName(const std::string& host) {
   if (host.empty()) return std::nullopt;
   addrinfo hints{};
-  hints.ai_family = AF_INET;
+  hints.ai_family = AF_UNSPEC;
   addrinfo* found = nullptr;
   if (getaddrinfo(host.c_str(), nullptr, &hints, &found) != 0 || found == nullptr) {
     return std::nullopt;
   }
   const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> owner(found, &freeaddrinfo);
-  const auto* address = reinterpret_cast<const sockaddr_in*>(found->ai_addr);
-  return FormatIpv4(ntohl(address->sin_addr.s_addr));
+  // An IPv4 address when the name has one, as the lookup always gave; else its IPv6 address.
+  const addrinfo* chosen = nullptr;
+  for (const addrinfo* a = found; a; a = a->ai_next) {
+    if (a->ai_family == AF_INET) {
+      chosen = a;
+      break;
+    }
+    if (a->ai_family == AF_INET6 && !chosen) chosen = a;
+  }
+  if (!chosen) return std::nullopt;
+  if (chosen->ai_family == AF_INET) {
+    return FormatIpv4(ntohl(reinterpret_cast<const sockaddr_in*>(chosen->ai_addr)->sin_addr.s_addr));
+  }
+  const auto* v6 = reinterpret_cast<const sockaddr_in6*>(chosen->ai_addr);
+  return IpAddress::V6Bytes(v6->sin6_addr.s6_addr).ToString();
 }
 
 std::optional<std::string> ReverseResolveAddress(const std::string& address) {
-  const std::optional<std::uint32_t> parsed = ParseIpv4(address);
-  if (!parsed) return std::nullopt;
-  sockaddr_in socketAddress{};
-  socketAddress.sin_family = AF_INET;
-  socketAddress.sin_addr.s_addr = htonl(*parsed);
+  sockaddr_storage socketAddress{};
+  socklen_t length = 0;
+  if (const std::optional<std::uint32_t> v4 = ParseIpv4(address)) {
+    auto* in = reinterpret_cast<sockaddr_in*>(&socketAddress);
+    in->sin_family = AF_INET;
+    in->sin_addr.s_addr = htonl(*v4);
+    length = sizeof *in;
+  } else if (const auto v6 = IpAddress::Parse(address); v6 && v6->isV6()) {
+    auto* in6 = reinterpret_cast<sockaddr_in6*>(&socketAddress);
+    in6->sin6_family = AF_INET6;
+    std::copy(v6->bytes().begin(), v6->bytes().end(), in6->sin6_addr.s6_addr);
+    length = sizeof *in6;
+  } else {
+    return std::nullopt;
+  }
   char name[NI_MAXHOST];
-  const int status = getnameinfo(reinterpret_cast<const sockaddr*>(&socketAddress),
-                                 sizeof socketAddress, name, sizeof name, nullptr, 0, NI_NAMEREQD);
+  const int status = getnameinfo(reinterpret_cast<const sockaddr*>(&socketAddress), length, name,
+                                 sizeof name, nullptr, 0, NI_NAMEREQD);
   if (status != 0) return std::nullopt;
   return std::string(name);
 }

@@ -237,8 +237,11 @@ int HexValue(int c) {
   return -1;
 }
 
+// Ends at a blank or the line's end, so an address column behind blank MAC columns (IPv6
+// text such as "12:34:56:78:90:ab::1") is never taken for a MAC.
 bool IsMacText(std::string_view text) {
   if (text.size() < kMacTextLength) return false;
+  if (text.size() > kMacTextLength && !IsBlank(text[kMacTextLength])) return false;
   for (std::size_t i = 0; i < kMacTextLength; ++i) {
     const bool ok = i % 3 == 2 ? text[i] == ':' : HexValue(text[i]) >= 0;
     if (!ok) return false;

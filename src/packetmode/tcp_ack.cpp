@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "common/wire.hpp"
+#include "packets/headers.hpp"
 
 namespace vormelt {
 namespace {
@@ -40,13 +41,35 @@ std::optional<TcpNumbers> SelectedNumbers(const PacketStore& store, std::int32_t
 
 }  // namespace
 
+namespace {
+
+// An IPv6 packet whose extension chain leads to a whole TCP header in the captured bytes.
+std::optional<TcpView> Ipv6Tcp(PacketRef packet) {
+  if (!packet.frame || packet.networkLength() < Ipv6View::kFixedLength) return std::nullopt;
+  const FrameView frame(packet);
+  if (frame.etherType() != kEtherTypeIpv6) return std::nullopt;
+  const auto layer = NetworkOf(frame);
+  if (!layer || layer->protocol != kProtocolTcp || !layer->carriesPorts() ||
+      layer->transportOffset + TcpView::kFixedLength > frame.networkLength()) {
+    return std::nullopt;
+  }
+  return TcpView::Parse(layer->transport);
+}
+
+}  // namespace
+
 bool IsValidTcpSlot(PacketRef packet) {
   if (!packet.frame || packet.networkLength() < kMinTcpNetworkLength) return false;
-  return ((packet.frame[12] << 8) | packet.frame[13]) == kEtherTypeIpv4;
+  const std::uint16_t etherType = (packet.frame[12] << 8) | packet.frame[13];
+  return etherType == kEtherTypeIpv4 || (etherType == kEtherTypeIpv6 && Ipv6Tcp(packet));
 }
 
 std::optional<TcpNumbers> TcpNumbersOf(PacketRef packet) {
   if (!IsValidTcpSlot(packet)) return std::nullopt;
+  if (((packet.frame[12] << 8) | packet.frame[13]) == kEtherTypeIpv6) {
+    const auto tcp = Ipv6Tcp(packet);
+    return TcpNumbers{tcp->sequence(), tcp->acknowledgement()};
+  }
   // A header length nibble of up to 60 bytes plus 12 stays inside the record's spare bytes,
   // which are zero past the frame.
   const std::uint32_t transport = (packet.network()[0] & 0x0F) * 4u;

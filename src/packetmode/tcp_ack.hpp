@@ -10,8 +10,9 @@
 
 namespace vormelt {
 
-// Data present, at least 40 network bytes, EtherType IPv4. The protocol byte is not looked at:
-// the commands are only offered on TCP rows.
+// Data present, at least 40 network bytes, EtherType IPv4 (the protocol byte is not looked at:
+// the commands are only offered on TCP rows), or IPv6 whose extension chain leads to a whole
+// TCP header.
 bool IsValidTcpSlot(PacketRef packet);
 
 struct TcpNumbers {

@@ -36,7 +36,17 @@ std::uint32_t Ipv4HeaderLength(PacketRef packet) {
   return ip ? ip->headerLength() : 0;
 }
 
+// The IPv6 network layer of an IPv6 frame; nullopt for any other.
+std::optional<NetworkLayer> Ipv6Of(const FrameView& frame) {
+  if (frame.etherType() != kEtherTypeIpv6) return std::nullopt;
+  return NetworkOf(frame);
+}
+
 std::int32_t TransportStart(PacketRef packet) {
+  const FrameView frame(packet);
+  if (const auto v6 = Ipv6Of(frame)) {
+    return kNetworkStart + static_cast<std::int32_t>(v6->transportOffset);
+  }
   return kNetworkStart + static_cast<std::int32_t>(Ipv4HeaderLength(packet));
 }
 
@@ -113,9 +123,9 @@ void DecodePorts(ByteSpan transport, UiLanguage language, PacketDetails& d) {
   d.destinationPortName = PortNameText(table, ports->destination(), language);
 }
 
-void DecodeTransport(const Ipv4View& ip, UiLanguage language, PacketDetails& d) {
-  const ByteSpan transport = ip.transport();
-  if (ip.carriesPorts()) DecodePorts(transport, language, d);
+void DecodeTransport(ByteSpan transport, bool carriesPorts, UiLanguage language,
+                     PacketDetails& d) {
+  if (carriesPorts) DecodePorts(transport, language, d);
   if (d.ipProtocol == kProtocolTcp) {
     if (const auto tcp = TcpView::Parse(transport)) {
       d.window = std::to_string(tcp->window());
@@ -142,7 +152,61 @@ void DecodeIpv4(const Ipv4View& ip, UiLanguage language, PacketDetails& d) {
   d.checksum = std::to_string(ip.checksum());
   d.ttl = std::to_string(ip.ttl());
   d.protocolNumber = std::to_string(d.ipProtocol);
-  DecodeTransport(ip, language, d);
+  DecodeTransport(ip.transport(), ip.carriesPorts(), language, d);
+}
+
+void DecodeIpv6(const FrameView& frame, const Ipv6View& ip, UiLanguage language,
+                PacketDetails& d) {
+  const NetworkLayer layer = NetworkOf(ip, frame);
+  d.ipProtocol = layer.protocol;
+  d.ipHeaderLength = layer.transportOffset;
+  d.packetType = names::Ipv6ProtocolName(layer.protocol);
+  d.sourceIp = layer.source.ToString();
+  d.destinationIp = layer.destination.ToString();
+  d.addressesSet = true;
+  d.protocolNumber = std::to_string(layer.protocol);
+  d.trafficClass = Format("0x%02X", ip.trafficClass());
+  d.flowLabel = Format("0x%05X", ip.flowLabel());
+  d.payloadLength = std::to_string(ip.payloadLength());
+  d.hopLimit = std::to_string(ip.hopLimit());
+  // A fragment behind the first, or a chain cut short, holds no transport header to read.
+  if (layer.nonFirstFragment || layer.truncated) return;
+  if (layer.protocol == kProtocolIcmpv6) {
+    if (const auto icmp = IcmpView::Parse(layer.transport)) {
+      d.icmpType = Icmpv6TypeText(icmp->type(), language);
+      d.icmpCode = Icmpv6CodeText(icmp->type(), icmp->code(), language);
+    }
+    return;
+  }
+  DecodeTransport(layer.transport, layer.carriesPorts(), language, d);
+}
+
+// The transport and presentation starts of an IPv6 packet: behind the extension headers, then
+// behind the transport header.
+std::int32_t Ipv6DataStart(const FrameView& frame, DataLevel level) {
+  const auto layer = NetworkOf(frame);
+  if (!layer) return 0;
+  if (level == DataLevel::Transport) return static_cast<std::int32_t>(layer->transportOffset);
+  return static_cast<std::int32_t>(PayloadOffset(*layer).value_or(frame.length()));
+}
+
+// The IPv6 header's own fields; nullopt for the fields it shares with every packet (ports,
+// TCP, MACs), which FieldFrameBytes places as for IPv4. The protocol selects the fixed
+// header's Next Header field, where the chain starts.
+std::optional<FieldBytes> Ipv6FieldBytes(DetailField field) {
+  switch (field) {
+    case DetailField::PacketType:
+    case DetailField::ProtocolNumber: return FieldBytes{Ipv6View::kNextHeaderAt, 1};
+    case DetailField::Ttl:
+    case DetailField::HopLimit: return FieldBytes{Ipv6View::kHopLimitAt, 1};
+    case DetailField::SourceIp: return FieldBytes{Ipv6View::kSourceAt, 16};
+    case DetailField::DestinationIp: return FieldBytes{Ipv6View::kDestinationAt, 16};
+    case DetailField::PacketSize:
+    case DetailField::PayloadLength: return FieldBytes{Ipv6View::kPayloadLengthAt, 2};
+    case DetailField::TrafficClass: return FieldBytes{Ipv6View::kTrafficClassAt, 2};
+    case DetailField::FlowLabel: return FieldBytes{Ipv6View::kFlowLabelAt, 3};
+    default: return std::nullopt;
+  }
 }
 
 // Start of the selectable bytes of a field relative to the first byte of the dump.
@@ -179,7 +243,9 @@ std::optional<DataLevel> ParseDataLevel(std::string_view word) {
 std::int32_t DataStartOffset(PacketRef packet, DataLevel level) {
   if (level == DataLevel::Datalink) return kDatalinkStart;
   const FrameView frame(packet);
-  if (level == DataLevel::Network || frame.etherType() != kEtherTypeIpv4) return 0;
+  if (level == DataLevel::Network) return 0;
+  if (frame.etherType() == kEtherTypeIpv6) return Ipv6DataStart(frame, level);
+  if (frame.etherType() != kEtherTypeIpv4) return 0;
   const auto ip = Ipv4Of(frame);
   if (!ip) return 0;
   const auto h = static_cast<std::int32_t>(ip->headerLength());
@@ -208,14 +274,18 @@ bool PaneLayoutMemory::Apply(std::uint16_t etherType, std::uint8_t ipProtocol) {
     etherType_ = etherType;
     layout_.arpFields = etherType == kEtherTypeArp;
     layout_.ipv4Fields = etherType == kEtherTypeIpv4;
-    layout_.ipBoxes = etherType == kEtherTypeIpv4 || etherType == kEtherTypeArp;
+    layout_.ipv6Fields = etherType == kEtherTypeIpv6;
+    layout_.ipBoxes = etherType == kEtherTypeIpv4 || etherType == kEtherTypeArp ||
+                      etherType == kEtherTypeIpv6;
     changed = true;
   }
-  if (etherType == kEtherTypeIpv4 && ipProtocol_ != ipProtocol) {
+  const bool ip = etherType == kEtherTypeIpv4 || etherType == kEtherTypeIpv6;
+  if (ip && (ipProtocol_ != ipProtocol || ipEtherType_ != etherType)) {
     ipProtocol_ = ipProtocol;
+    ipEtherType_ = etherType;
     layout_.portFields = ipProtocol == kProtocolTcp || ipProtocol == kProtocolUdp;
     layout_.tcpGroup = ipProtocol == kProtocolTcp;
-    layout_.icmpGroup = ipProtocol == kProtocolIcmp;
+    layout_.icmpGroup = ipProtocol == (etherType == kEtherTypeIpv4 ? kProtocolIcmp : kProtocolIcmpv6);
     changed = true;
   }
   return changed;
@@ -252,6 +322,7 @@ PacketDetails DecodePacket(PacketRef packet, UiLanguage language, DataLevel leve
       Format("0x%X - %s", d.etherType, etherName ? etherName : Tr(Text::Unknown, language));
   if (headers.ipv4) DecodeIpv4(*headers.ipv4, language, d);
   if (headers.arp) DecodeArp(frame, *headers.arp, language, d);
+  if (headers.ipv6) DecodeIpv6(frame, *headers.ipv6, language, d);
   d.dataBytes = DataBytes(packet, level);
   return d;
 }
@@ -270,6 +341,10 @@ std::optional<FieldBytes> FieldFrameBytes(PacketRef packet, DetailField field,
   const bool ports = shownProtocol == kProtocolTcp || shownProtocol == kProtocolUdp;
   const bool tcp = shownProtocol == kProtocolTcp;
   const std::int32_t p = TransportStart(packet);
+  if (FrameView(packet).etherType() == kEtherTypeIpv6) {
+    if (field == DetailField::IpChecksum) return std::nullopt;  // IPv6 has none
+    if (const auto v6 = Ipv6FieldBytes(field)) return v6;
+  }
   const auto arpAddress = [&](bool sender) -> std::optional<FieldBytes> {
     const auto at = ArpProtocolAddressOffsets(packet);
     if (!at) return std::nullopt;
@@ -310,6 +385,10 @@ std::optional<FieldBytes> FieldFrameBytes(PacketRef packet, DetailField field,
     case DetailField::SourceMac: return FieldBytes{kOffsetSourceMac, 6};
     case DetailField::DestinationMac: return FieldBytes{kOffsetDestinationMac, 6};
     case DetailField::EtherType: return FieldBytes{kOffsetEtherType, 2};
+    case DetailField::TrafficClass:
+    case DetailField::FlowLabel:
+    case DetailField::PayloadLength:
+    case DetailField::HopLimit: return std::nullopt;
   }
   return std::nullopt;
 }

@@ -37,12 +37,13 @@ struct PaneLayout {
   bool portFields = false;   // Port:, :Port, Port use:, :Port use
   bool tcpGroup = false;     // window, sequence, acknowledgement, the six flags
   bool icmpGroup = false;    // ICMP type, ICMP code
+  bool ipv6Fields = false;   // traffic class, flow label, payload length, hop limit
   bool operator==(const PaneLayout&) const = default;
 };
 
 // Remembers the EtherType and IP protocol the pane was last laid out for, so the window only
-// re-lays when they change. Transport groups change only on IPv4 packets: an ARP or other
-// packet keeps the port/TCP/ICMP groups of the last IPv4 packet, as the pane always has.
+// re-lays when they change. Transport groups change only on IPv4 and IPv6 packets: an ARP or
+// other packet keeps the port/TCP/ICMP groups of the last IP packet, as the pane always has.
 class PaneLayoutMemory {
  public:
   // Feeds one decoded packet; true when the layout changed and the window must re-lay.
@@ -52,6 +53,7 @@ class PaneLayoutMemory {
  private:
   std::optional<std::uint16_t> etherType_;
   std::optional<std::uint8_t> ipProtocol_;
+  std::uint16_t ipEtherType_ = 0;  // the family ipProtocol_ belongs to
   PaneLayout layout_;
 };
 
@@ -67,23 +69,24 @@ TcpFlagsShown PeelTcpFlags(std::uint8_t flags);
 // Every text of the detail pane for one packet. Texts that do not apply stay empty.
 struct PacketDetails {
   std::uint16_t etherType = 0;
-  std::uint8_t ipProtocol = 0;        // IPv4 only
-  std::uint32_t ipHeaderLength = 0;   // H, IPv4 only
-  // False for EtherTypes other than IPv4 and for ARP that fails the address rule: the window
-  // then keeps whatever its IP boxes showed before.
+  std::uint8_t ipProtocol = 0;        // IPv4, or IPv6's transport behind its extension headers
+  std::uint32_t ipHeaderLength = 0;   // H: IPv4 IHL, or IPv6 with its extension headers
+  // False for EtherTypes other than IPv4 and IPv6 and for ARP that fails the address rule: the
+  // window then keeps whatever its IP boxes showed before.
   bool addressesSet = false;
 
-  std::string packetType;       // IPv4: protocol keyword
+  std::string packetType;       // IPv4, IPv6: protocol keyword
   std::string sourceIp, destinationIp;
   std::string sourceMac, destinationMac;
   std::string packetSize;       // frame length
   std::string etherTypeText;    // "0x%X - name"
-  std::string protocolNumber, ttl, checksum;                 // IPv4
+  std::string protocolNumber, ttl, checksum;                 // IPv4 (protocol # also IPv6)
+  std::string trafficClass, flowLabel, payloadLength, hopLimit;  // IPv6 ("0x%02X", "0x%05X")
   std::string sourcePort, destinationPort;                   // TCP/UDP
   std::string sourcePortName, destinationPortName;           // TCP/UDP
   std::string window, sequence, acknowledgement;             // TCP
   TcpFlagsShown flags;                                       // TCP
-  std::string icmpType, icmpCode;                            // ICMP "%u - name"
+  std::string icmpType, icmpCode;                            // ICMP, ICMPv6 "%u - name"
   std::string arpHardwareType, arpProtocolType, arpOperation;  // "0x%04X - name"
   std::string arpHardwareLength, arpProtocolLength;            // "0x%02X"
 
@@ -98,6 +101,8 @@ PacketDetails DecodePacket(PacketRef packet, UiLanguage language, DataLevel leve
 // The ICMP type and code texts, "%u - name" (names in English only; "Unknown" translated).
 std::string IcmpTypeText(std::uint8_t type, UiLanguage language);
 std::string IcmpCodeText(std::uint8_t type, std::uint8_t code, UiLanguage language);
+std::string Icmpv6TypeText(std::uint8_t type, UiLanguage language);
+std::string Icmpv6CodeText(std::uint8_t type, std::uint8_t code, UiLanguage language);
 
 // A record the store cannot hand out readable: what the dump boxes say and what is asked.
 struct UnreadableRecordNotice {
@@ -128,7 +133,9 @@ enum class DetailField : std::uint8_t {
   Window, Sequence, Acknowledgement,
   ArpHardwareType, ArpProtocolType, ArpHardwareLength, ArpProtocolLength, ArpOperation,
   SourceMac, DestinationMac, EtherType,
+  TrafficClass, FlowLabel, PayloadLength, HopLimit,
 };
+inline constexpr DetailField kLastDetailField = DetailField::HopLimit;
 
 struct FieldBytes {
   std::int32_t frameOffset = 0;

@@ -80,4 +80,36 @@ std::string IcmpCodeText(std::uint8_t type, std::uint8_t code, UiLanguage langua
   return Numbered(code, Tr(name, language));
 }
 
+// ICMPv6 has its own numbers; the names the two share are the same texts.
+std::string Icmpv6TypeText(std::uint8_t type, UiLanguage language) {
+  Name name;
+  switch (type) {
+    case 1: name = Text::IcmpDestinationUnreachable; break;
+    case 2: name = Text::Icmpv6PacketTooBig; break;
+    case 3: name = Text::IcmpTimeExceeded; break;
+    case 4: name = Text::IcmpParameterProblem; break;
+    case 128: name = Text::IcmpEchoRequest; break;
+    case 129: name = Text::IcmpEchoReply; break;
+    case 133: name = Text::IcmpRouterSolicitation; break;
+    case 134: name = Text::IcmpRouterAdvertisement; break;
+    case 135: name = Text::Icmpv6NeighborSolicitation; break;
+    case 136: name = Text::Icmpv6NeighborAdvertisement; break;
+    case 137: name = Text::IcmpRedirect; break;
+    default: break;
+  }
+  return Numbered(type, Tr(name.value_or(Text::Unknown), language));
+}
+
+std::string Icmpv6CodeText(std::uint8_t type, std::uint8_t code, UiLanguage language) {
+  static constexpr Text kUnreachable[] = {
+      Text::IcmpNetworkUnreachable, Text::IcmpCommunicationProhibited, Text::Unknown,
+      Text::Icmpv6AddressUnreachable, Text::IcmpPortUnreachable};
+  std::span<const Text> codes;
+  if (type == 1) codes = kUnreachable;
+  if (type == 3) codes = kTimeExceededCodes;
+  Text name = code == 0 ? Text::IcmpNull : Text::Unknown;
+  if (code < codes.size()) name = codes[code];
+  return Numbered(code, Tr(name, language));
+}
+
 }  // namespace vormelt

@@ -48,7 +48,12 @@ std::string_view Mac(Buffer& buffer, const std::uint8_t* address) {
 std::string_view TypeText(const FrameView& frame, const PacketHeaders& headers, Buffer& buffer) {
   if (headers.ipv4) return names::ProtocolName(headers.ipv4->protocol());
   if (headers.arp) return "ARP";
+  if (headers.ipv6) return names::Ipv6ProtocolName(NetworkOf(*headers.ipv6, frame).protocol);
   return Number(buffer, frame.etherType(), 16);
+}
+
+std::string_view AnyIp(Buffer& buffer, const IpAddress& address) {
+  return {buffer.data(), address.ToChars(buffer.data())};
 }
 
 // ARP addresses are shown only for Ethernet/IPv4 ARP whose addresses fit the frame length
@@ -58,16 +63,26 @@ std::string_view AddressText(const FrameView& frame, const PacketHeaders& header
   if (headers.ipv4) {
     return Ip(buffer, source ? headers.ipv4->sourceBytes() : headers.ipv4->destinationBytes());
   }
+  if (headers.ipv6) return AnyIp(buffer, source ? headers.ipv6->source() : headers.ipv6->destination());
   if (!headers.arp) return {};
   const auto spots = headers.arp->Ipv4Addresses(frame.length());
   if (!spots) return {};
   return Ip(buffer, headers.arp->AddressBytes(source ? spots->sender : spots->target));
 }
 
-// The ports sit where a header without options would end them, whatever IHL says.
-std::string_view PortText(const PacketHeaders& headers, bool source, Buffer& buffer) {
-  if (!headers.ipv4 || !headers.ipv4->carriesPorts()) return {};
-  const auto ports = PortsView::Parse(headers.ipv4->optionlessTransport());
+// IPv4 ports sit where a header without options would end them, whatever IHL says; IPv6
+// ports sit behind the extension headers, and a non-first fragment has none.
+std::string_view PortText(const FrameView& frame, const PacketHeaders& headers, bool source,
+                          Buffer& buffer) {
+  std::optional<PortsView> ports;
+  if (headers.ipv4) {
+    if (!headers.ipv4->carriesPorts()) return {};
+    ports = PortsView::Parse(headers.ipv4->optionlessTransport());
+  } else if (headers.ipv6) {
+    const NetworkLayer layer = NetworkOf(*headers.ipv6, frame);
+    if (!layer.carriesPorts()) return {};
+    ports = PortsView::Parse(layer.transport);
+  }
   if (!ports) return {};
   return Number(buffer, source ? ports->source() : ports->destination());
 }
@@ -87,8 +102,8 @@ std::string_view ColumnText(const PacketRef& packet, const FrameView& frame,
     case ListColumn::Size: return Number(buffer, frame.displayedSize());
     case ListColumn::SourceIp: return AddressText(frame, headers, true, buffer);
     case ListColumn::DestinationIp: return AddressText(frame, headers, false, buffer);
-    case ListColumn::SourcePort: return PortText(headers, true, buffer);
-    case ListColumn::DestinationPort: return PortText(headers, false, buffer);
+    case ListColumn::SourcePort: return PortText(frame, headers, true, buffer);
+    case ListColumn::DestinationPort: return PortText(frame, headers, false, buffer);
     case ListColumn::Time: return packet.timeText;
     case ListColumn::MustContain:
       return filterTexts ? std::string_view(filterTexts->mustContain) : std::string_view();

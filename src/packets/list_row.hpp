@@ -28,7 +28,7 @@ enum class ListColumn : std::uint8_t {
 };
 inline constexpr int kListColumnCount = 11;
 
-// Room for the longest computed text ("FF:FF:FF:FF:FF:FF", "255.255.255.255", protocol names).
+// Room for the longest computed text ("FF:FF:FF:FF:FF:FF", an IPv6 address, protocol names).
 using ListTextBuffer = std::array<char, 48>;
 
 // The text of one column. The view points into `buffer`, into the packet's time text or into

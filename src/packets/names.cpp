@@ -153,6 +153,19 @@ int HexDigitValue(char c) {
 
 const char* ProtocolName(std::uint8_t protocol) { return kProtocolNames[protocol]; }
 
+const char* Ipv6ProtocolName(std::uint8_t protocol) {
+  switch (protocol) {
+    case 0: return "HOPOPT";
+    case 43: return "IPv6-Route";
+    case 44: return "IPv6-Frag";
+    case 51: return "AH";
+    case 58: return "ICMPv6";
+    case 59: return "IPv6-NoNxt";
+    case 60: return "IPv6-Opts";
+    default: return kProtocolNames[protocol];
+  }
+}
+
 const char* EtherTypeName(std::uint16_t etherType) { return EtherTypes().Find(etherType); }
 
 const char* PortName(PortProtocol protocol, std::uint16_t port) {

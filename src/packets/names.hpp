@@ -13,6 +13,9 @@ namespace vormelt::names {
 // Never null. The table's exact bytes: index 0 is "", 35 "IDPR " (with its trailing blank),
 // 255 "Reserved", and every unassigned index "¿?" (bytes C2 BF 3F).
 const char* ProtocolName(std::uint8_t protocol);
+// The name an IPv6 packet's protocol is shown by: the IANA keywords of ICMPv6 and the IPv6
+// extension headers (where a chain ends early), ProtocolName for the rest. Never null.
+const char* Ipv6ProtocolName(std::uint8_t protocol);
 
 // nullptr when the code has no entry; codes of 0xFF00 and above never have one.
 const char* EtherTypeName(std::uint16_t etherType);

@@ -135,14 +135,27 @@ void AppendAddresses(std::string& out, const FrameView& frame, const PacketHeade
     AppendDottedRight(out, destination);
     return;
   }
+  if (headers.ipv6) {
+    // IPv6 text runs past the IPv4 column where it must; the columns after it move on.
+    char text[IpAddress::kMaxTextLength];
+    AppendRight(out, std::string_view(text, headers.ipv6->source().ToChars(text)), kIpWidth);
+    out.append(gapWidth, ' ');
+    AppendRight(out, std::string_view(text, headers.ipv6->destination().ToChars(text)), kIpWidth);
+    return;
+  }
   out.append(2 * kIpWidth + gapWidth, ' ');
 }
 
-// Ports from the transport header where IHL puts it (unlike the list's fixed columns).
-void AppendPorts(std::string& out, const PacketHeaders& headers) {
-  const auto ports = headers.ipv4 && headers.ipv4->carriesPorts()
-                         ? PortsView::Parse(headers.ipv4->transport())
-                         : std::nullopt;
+// Ports from the transport header where IHL (or the IPv6 extension chain) puts it, unlike
+// the list's fixed IPv4 columns.
+void AppendPorts(std::string& out, const FrameView& frame, const PacketHeaders& headers) {
+  std::optional<PortsView> ports;
+  if (headers.ipv4) {
+    if (headers.ipv4->carriesPorts()) ports = PortsView::Parse(headers.ipv4->transport());
+  } else if (headers.ipv6) {
+    const NetworkLayer layer = NetworkOf(*headers.ipv6, frame);
+    if (layer.carriesPorts()) ports = PortsView::Parse(layer.transport);
+  }
   if (!ports) {
     out.append(2 * kPortWidth + 1, ' ');
     return;
@@ -223,7 +236,7 @@ void AppendSummaryLine(std::string& out, PacketRef packet, IpGap gap) {
   out.append("  ");
   AppendAddresses(out, frame, headers, gap);
   out.append("  ");
-  AppendPorts(out, headers);
+  AppendPorts(out, frame, headers);
   out.append("  [");
   out.append(packet.timeText);
   out.push_back(']');

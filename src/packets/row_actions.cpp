@@ -7,10 +7,17 @@ namespace vormelt {
 
 RowActions RowActionsFor(const PacketRef& packet) {
   if (!packet.frame) return {};
-  const PacketHeaders headers = HeadersOf(FrameView(packet));
+  const FrameView frame(packet);
+  const PacketHeaders headers = HeadersOf(frame);
   RowActions actions;
-  actions.reverseResolve = headers.ipv4.has_value() || headers.arp.has_value();
-  actions.tcpOptions = headers.ipv4 && headers.ipv4->protocol() == kProtocolTcp;
+  actions.reverseResolve = headers.ipv4 || headers.arp || headers.ipv6;
+  if (headers.ipv4) {
+    actions.tcpOptions = headers.ipv4->protocol() == kProtocolTcp;
+  } else if (headers.ipv6) {
+    // The acknowledgement commands need a TCP header: not in a fragment behind the first.
+    const NetworkLayer layer = NetworkOf(*headers.ipv6, frame);
+    actions.tcpOptions = layer.protocol == kProtocolTcp && layer.carriesPorts();
+  }
   return actions;
 }
 

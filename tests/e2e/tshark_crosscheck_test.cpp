@@ -9,6 +9,8 @@
 #include <vector>
 
 #include "packets/decoder.hpp"
+#include "packets/names.hpp"
+#include "support/dual_stack.hpp"
 #include "support/process.hpp"
 #include "support/frames.hpp"
 #include "support/pcap_file.hpp"
@@ -131,6 +133,38 @@ TEST(TsharkCrossCheck, DecoderAgreesOnEveryField) {
       EXPECT_EQ(d.icmpCode.substr(0, d.icmpCode.find(' ')), t[IcmpCode]);
     }
   }
+}
+
+// Real loopback traffic of both families: every row vormelt-cli lists has tshark's type, size,
+// addresses and ports (tshark also reads the ports quoted inside an ICMP error; the list not).
+TEST(TsharkCrossCheck, ListRowsOfDualStackTrafficAgree) {
+  std::string why;
+  const std::string pcap = test::ToolAvailable("tshark") ? test::DualStackCapture(why) : "";
+  if (pcap.empty()) GTEST_SKIP() << "no tshark, or " << why;
+  std::istringstream ours(test::RunCli({"packets", "--read", pcap}).out);
+  std::istringstream theirs(test::ShellOutput(
+      "tshark -n -r '" + pcap + "' -T fields -E occurrence=f -e frame.len -e ip.src -e ipv6.src "
+      "-e ip.dst -e ipv6.dst -e tcp.srcport -e udp.srcport -e tcp.dstport -e udp.dstport "
+      "-e ip.proto -e ipv6.nxt 2>/dev/null"));
+  std::size_t rows = 0, v6 = 0;
+  for (std::string row, line; std::getline(theirs, line); ++rows) {
+    std::vector<std::string> t;
+    std::istringstream fields(line + "\t");
+    for (std::string field; std::getline(fields, field, '\t');) t.push_back(field);
+    ASSERT_EQ(t.size(), 11u) << line;
+    const bool ipv6 = t[1].empty();
+    v6 += ipv6;
+    const auto protocol = static_cast<std::uint8_t>(std::stoul(ipv6 ? t[10] : t[9]));
+    const bool ports = protocol == kProtocolTcp || protocol == kProtocolUdp;
+    const std::string expected =
+        std::string(ipv6 ? names::Ipv6ProtocolName(protocol) : names::ProtocolName(protocol)) +
+        "\t" + t[0] + "\t" + t[1] + t[2] + "\t" + t[3] + t[4] + "\t" +
+        (ports ? t[5] + t[6] + "\t" + t[7] + t[8] : "\t") + "\t";
+    ASSERT_TRUE(std::getline(ours, row));
+    EXPECT_EQ(row.substr(0, expected.size()), expected) << "packet " << rows + 1;
+  }
+  EXPECT_FALSE(std::getline(ours, why)) << "more rows than tshark's";
+  EXPECT_TRUE(v6 > 0 && v6 < rows) << v6 << " of " << rows;
 }
 
 // Packets as lists of bytes, from tcpdump -XX ("\t0x0010:  4500 0028 ...  text") or from

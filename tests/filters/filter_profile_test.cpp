@@ -22,7 +22,7 @@ FilterProfile FullProfile() {
   p.values.sourceInRanges = {Range("10.0.0.1", "10.0.0.9"), Range("10.1.0.0", "10.1.255.255")};
   p.values.sourceNotInRanges = {Range("10.0.0.5", "10.0.0.5")};
   p.values.destInRanges = {Range("192.168.0.0", "192.168.0.255")};
-  p.values.eitherInRanges = {Range("1.1.1.1", "9.9.9.9")};
+  p.values.eitherInRanges = {Range("1.1.1.1", "9.9.9.9"), *ParseIpRange("2001:db8::", "2001:db8::1:0")};
   p.values.sourceNotPorts = {1, 65535};
   p.values.destPorts = {80, 443};
   p.values.eitherPorts = {8080};
@@ -77,6 +77,8 @@ TEST(FilterProfile, GarbageIsRefusedWithTheReason) {
       {R"({"version":2})", ProfileProblem::TooNew, ""},
       {R"({"version":1,"eitherPorts":[65536]})", ProfileProblem::Invalid, "eitherPorts"},
       {R"({"version":1,"destInRanges":[{"from":"0.0.0.0","to":"10.0.0.1"}]})",
+       ProfileProblem::Invalid, "destInRanges"},
+      {R"({"version":1,"destInRanges":[{"from":"10.0.0.1","to":"::1"}]})",
        ProfileProblem::Invalid, "destInRanges"},
       {R"({"version":1,"window":{"selectedRangeKind":5}})", ProfileProblem::Invalid,
        "window.selectedRangeKind"},

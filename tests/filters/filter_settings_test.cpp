@@ -63,6 +63,13 @@ Bytes WithTcp(const test::Ipv4Header& ip, const test::TcpHeader& tcp, std::strin
   return frame;
 }
 
+// IPv6 TCP behind a hop-by-hop header, port 40000 to `dport`.
+Bytes Tcp6(std::string_view from, std::string_view to, std::uint8_t dport = 80, std::string_view payload = "") {
+  Bytes rest{6, 0, 1, 4, 0, 0, 0, 0, 0x9c, 0x40, 0, dport, 0, 0, 0, 1, 0, 0, 0, 0, 0x50, 0x10, 1, 0, 0, 0, 0, 0};
+  rest.insert(rest.end(), payload.begin(), payload.end());
+  return test::Ipv6Frame(from, to, 0, rest);
+}
+
 // Each case names only the lists it sets; the rest keep their defaults, which is the point.
 #pragma GCC diagnostic ignored "-Wmissing-field-initializers"
 
@@ -89,6 +96,7 @@ TEST(PacketFilter, ExampleFrames) {
                                   Range("8.8.8.8", "8.8.8.8")};
   const std::vector<IpRange> notDest{Range("192.168.0.7", "192.168.0.7")};
   const Bytes gre24 = test::RawSocketsFrame(test::Ipv4Packet(gre, Bytes(24, 0x55)));
+  const std::vector<IpRange> v6Net{*ParseIpRange("2001:db8::ffff", " 2001:db8::")}, v6All{*ParseIpRange("::1", "ffff::")};
 
   const struct {
     int line;
@@ -117,6 +125,15 @@ TEST(PacketFilter, ExampleFrames) {
       {__LINE__, {.eitherInRanges = high}, Tcp("", "1.1.1.1", "200.0.0.10"), false, false, true},
       {__LINE__, {.sourceInRanges = arpSource, .destInRanges = arpTarget}, Arp(), true},
       {__LINE__, {.sourceInRanges = arpSource, .destInRanges = arpTarget}, Arp(toOther), false},
+      // IPv6 ranges compare 128-bit numbers; a range of one family never holds the other's.
+      {__LINE__, {.sourceInRanges = v6Net}, Tcp6("2001:db8::ffff", "::1"), true},
+      {__LINE__, {.sourceInRanges = v6Net}, Tcp6("2001:db8::1:0", "::1"), false},
+      {__LINE__, {.sourceInRanges = only1}, Tcp6("::ffff:10.0.0.1", "::1"), false},
+      {__LINE__, {.eitherInRanges = v6All}, Tcp("", "10.0.0.1"), false},
+      // Ports and texts behind the IPv6 extension headers.
+      {__LINE__, {.destPorts = {22}}, Tcp6("::1", "::2", 22), true},
+      {__LINE__, {.destPorts = {22}}, Tcp6("::1", "::2", 80), false},
+      {__LINE__, {.destNotInRanges = v6Net, .mustNotContain = {"get"}}, Tcp6("::1", "::2", 80, "GET /"), false},
       // Untestable ARP passes untouched: another hardware type, or addresses past the frame.
       {__LINE__, {.sourceInRanges = arpSource}, Arp(tokenRing), true},
       {__LINE__, {.sourceInRanges = arpSource}, oversizedArp, true},

@@ -41,8 +41,8 @@ void DecodeEverything(PacketRef packet, UiLanguage language) {
     std::string dump;
     for (const DumpForm form : {DumpForm::Text, DumpForm::Dec, DumpForm::Hex}) {
       AppendPaneDump(dump, d.dataBytes, form);
-      for (int field = 0; field <= static_cast<int>(DetailField::EtherType); ++field) {
-        for (const std::uint8_t protocol : {kProtocolIcmp, kProtocolTcp, kProtocolUdp}) {
+      for (int field = 0; field <= static_cast<int>(kLastDetailField); ++field) {
+        for (const std::uint8_t protocol : {kProtocolIcmp, kProtocolTcp, kProtocolUdp, kProtocolIcmpv6}) {
           CheckSelection(FieldSelection(packet, dataLevel, form,
                                         static_cast<DetailField>(field), protocol));
         }
@@ -73,14 +73,15 @@ void RenderEverything(PacketRef packet) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size == 0) return 0;
   // The first byte chooses how the packet was captured, the language and whether to force an
-  // IPv4 or ARP EtherType (random bytes rarely hit one); the rest is the frame.
+  // IPv4, ARP or IPv6 EtherType (random bytes rarely hit one); the rest is the frame.
   const std::uint8_t control = data[0];
   const auto kind = (control & 1) ? InterfaceKind::PacketDriver : InterfaceKind::RawSockets;
   const auto language = (control & 2) ? UiLanguage::German : UiLanguage::English;
   std::vector<std::uint8_t> frame(data + 1, data + std::min<size_t>(size, kMaxFrameLength + 1));
-  if ((control & 4) && frame.size() >= kEthernetHeaderLength) {
-    frame[12] = 0x08;
-    frame[13] = (control & 8) ? 0x06 : 0x00;
+  if ((control & 12) && frame.size() >= kEthernetHeaderLength) {  // 4: IPv4, 4 + 8: ARP, 8: IPv6
+    const std::uint16_t type = (control & 4) ? ((control & 8) ? 0x0806 : 0x0800) : 0x86DD;
+    frame[12] = static_cast<std::uint8_t>(type >> 8);
+    frame[13] = static_cast<std::uint8_t>(type);
   }
   const RecordBuffer record(frame, kind, "fuzz");
   DecodeEverything(record.ref(), language);

@@ -67,7 +67,9 @@ std::vector<Bytes> EdgeFrames() {
   Bytes idpr = protocol0;
   idpr[kEthernetHeaderLength + 9] = 35;
   const Bytes runt0800 = test::EthernetFrame({}, {}, 0x0800, Bytes{0x45, 0});
-  for (const Bytes& awkward : {Bytes{}, Bytes(5, 0x41), runt0800, protocol0, idpr,
+  // An IPv6 address whose text starts like a MAC column's.
+  const Bytes v6 = test::Ipv6Frame("12:34:56:78:90:ab:0:1", "::1", 17, Bytes(8, 0));
+  for (const Bytes& awkward : {Bytes{}, Bytes(5, 0x41), runt0800, protocol0, idpr, v6,
                                Bytes(kMaxFrameLength, 0x0D)}) {
     frames.insert(frames.end(), 2, awkward);
   }

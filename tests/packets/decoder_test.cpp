@@ -41,6 +41,10 @@ TEST(Decoder, FlagsArePeeledFromTheTopWithoutMasking) {
   EXPECT_EQ(DecodePacket(Tcp(0x52).ref(), kEn, DataLevel::Network, "", "").flags, flags(0x52));
 }
 
+RecordBuffer V6(std::uint8_t next, const Bytes& rest) {
+  return RecordBuffer(test::Ipv6Frame("2001:db8::1", "::1", next, rest), InterfaceKind::PacketDriver);
+}
+
 TEST(Decoder, DataLevelsFollowTheTransportProtocol) {
   test::Ipv4Header gre;
   gre.protocol = 47;
@@ -60,6 +64,11 @@ TEST(Decoder, DataLevelsFollowTheTransportProtocol) {
                     InterfaceKind::PacketDriver),
        0, 0, 28},
       {Raw(cut), 20, 80, 0},  // a data offset past the end shows nothing
+      // IPv6: behind the extension headers; a fragment behind the first is all payload.
+      {V6(0, {6, 0, 0, 0, 0, 0, 0, 0, 0, 1, 0, 2, 0, 0, 0, 0, 0, 0, 0, 0, 0x60, 0, 0, 0, 0, 0,
+              0, 0, 0, 0, 0, 0, 'h', 'i'}), 48, 72, 2},
+      {V6(58, {128, 0, 0, 0, 0, 0, 0, 0, 'p'}), 40, 48, 1},
+      {V6(44, {17, 0, 0, 9, 0, 0, 0, 1, 'a', 'b', 'c'}), 48, 48, 3},
   };
   for (const auto& c : cases) {
     EXPECT_EQ(DataStartOffset(c.record.ref(), DataLevel::Datalink), -14);
@@ -67,6 +76,19 @@ TEST(Decoder, DataLevelsFollowTheTransportProtocol) {
     EXPECT_EQ(DataStartOffset(c.record.ref(), DataLevel::Presentation), c.presentation);
     EXPECT_EQ(DataBytes(c.record.ref(), DataLevel::Presentation).size(), c.shown);
   }
+}
+
+// The pane's IPv6 texts and the bytes a click on them selects.
+TEST(Decoder, Ipv6FieldsAndTheirBytes) {
+  const RecordBuffer udp = V6(0, {17, 0, 1, 4, 0, 0, 0, 0, 0, 53, 0, 54, 0, 8, 0, 0});
+  const PacketDetails d = DecodePacket(udp.ref(), kEn, DataLevel::Network, "", "");
+  EXPECT_EQ(d.packetType + d.protocolNumber + " " + d.sourceIp + ">" + d.destinationIp, "UDP17 2001:db8::1>::1");
+  EXPECT_EQ(d.hopLimit + d.flowLabel + d.payloadLength + d.sourcePort + d.destinationPort, "640x00000165354");
+  EXPECT_EQ(FieldFrameBytes(udp.ref(), DetailField::SourceIp, 17), (FieldBytes{22, 16}));
+  EXPECT_EQ(FieldFrameBytes(udp.ref(), DetailField::DestinationPort, 17), (FieldBytes{64, 2}));
+  EXPECT_FALSE(FieldFrameBytes(udp.ref(), DetailField::IpChecksum, 17));  // IPv6 has none
+  const RecordBuffer echo = V6(58, {128, 0, 0, 0, 0, 1, 0, 1});
+  EXPECT_EQ(DecodePacket(echo.ref(), kEn, DataLevel::Network, "", "").icmpType, "128 - Echo request");
 }
 
 }  // namespace

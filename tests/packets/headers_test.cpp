@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "support/frames.hpp"
 
 namespace vormelt {
@@ -74,6 +76,57 @@ TEST(HeaderViews, FramesShorterThanAnEthernetHeaderHaveNoEtherTypeButKeepTheirSi
   EXPECT_EQ(frame.etherType(), 0);
   EXPECT_FALSE(HeadersOf(frame).ipv4);
   EXPECT_EQ(FrameView(PacketRef{}).displayedSize(), 0u);
+}
+
+}  // namespace
+}  // namespace vormelt
+
+namespace vormelt {
+namespace {
+
+// Text out is RFC 5952's; text in takes what inet_pton takes; order puts IPv4 first.
+TEST(IpAddresses, TextBothWaysAndOrder) {
+  // A lone zero group stays 0; the longer run of zeroes wins, then the first of equal runs.
+  const std::pair<const char*, const char*> cases[] = {
+      {"2001:DB8:0:0:0:0:0:1", "2001:db8::1"}, {"::", "::"}, {"1::", "1::"}, {"10.0.0.255", "10.0.0.255"},
+      {"2001:db8:0:1:1:1:1:1", "2001:db8:0:1:1:1:1:1"}, {"2001:0:0:1:0:0:0:1", "2001:0:0:1::1"},
+      {"2001:db8:0:0:1:0:0:1", "2001:db8::1:0:0:1"}, {"::ffff:1.2.3.4", "::ffff:1.2.3.4"}};
+  for (const auto& [in, out] : cases) {
+    const auto address = IpAddress::Parse(in);
+    EXPECT_EQ(address.value_or(IpAddress()).ToString(), out) << in;
+    EXPECT_EQ(IpAddress::Parse(out), address);
+  }
+  for (const char* bad : {"", "1.2.3", "[::1]", "fe80::1%lo", " ::1", "1:2:3:4:5:6:7:8:9"}) {
+    EXPECT_FALSE(IpAddress::Parse(bad)) << bad;
+  }
+  EXPECT_LT(*IpAddress::Parse("255.255.255.255"), *IpAddress::Parse("::"));
+  EXPECT_LT(*IpAddress::Parse("::ff"), *IpAddress::Parse("::1:0"));
+}
+
+// Extension chains as a hostile sender writes them: the bytes behind the fixed header (its
+// next header first), where the walk ends, on what, and how.
+TEST(HeaderViews, Ipv6ExtensionChainsEndInsideTheCapturedBytes) {
+  const struct {
+    Bytes chain;
+    std::tuple<int, std::uint32_t, bool, bool> end;  // protocol, offset, non-first fragment, cut
+  } cases[] = {
+      {{0, 43, 0, 0, 0, 0, 0, 0, 0, 17, 0, 0, 0, 0, 0, 0, 0}, {17, 56, false, false}},
+      {{44, 6, 0, 0, 1, 0, 0, 0, 0}, {6, 48, false, false}},       // first fragment: offset 0
+      {{44, 6, 0, 0, 9, 0, 0, 0, 0}, {6, 48, true, false}},        // offset 1: no header behind
+      {{51, 58, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}, {58, 52, false, false}},  // AH counts in fours
+      {Bytes(17, 0), {0, 56, false, true}},                        // hop-by-hop after hop-by-hop
+      {{60, 6, 200, 0, 0, 0, 0, 0, 0}, {60, 40, false, true}},     // length far past the end
+      {{43, 6}, {43, 40, false, true}},                            // cut inside the header
+      {{44, 6, 0, 0, 0}, {44, 40, false, true}},                   // fragment cut short
+  };
+  for (const auto& c : cases) {
+    Bytes ip = test::Ipv6Frame("::1", "::2", c.chain[0], ByteSpan(c.chain).subspan(1));
+    const auto length = static_cast<std::uint32_t>(ip.size());
+    ip.resize(length + kFrameSpareBytes, 0);  // zeroes behind the frame, as stored
+    const NetworkLayer l = *NetworkOf(FrameView(ip.data(), length));
+    EXPECT_EQ(std::tuple(int{l.protocol}, l.transportOffset, l.nonFirstFragment, l.truncated), c.end)
+        << testing::PrintToString(c.chain);
+  }
 }
 
 }  // namespace

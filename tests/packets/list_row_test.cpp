@@ -82,8 +82,12 @@ TEST(ExamplePackets, ListRowPaneAndSummaryLine) {
       // the list's target address then reads the kind byte and spare zeroes.
       {"arp bounds", ArpFrame(ten, 30), {"ARP", "44", "192.168.1.10", "0.0.0.0", "", ""},
        "44|-|>"},
-      {"ipv6", test::EthernetFrame({}, {}, kEtherTypeIpv6, Bytes(40, 6)),
-       {"86DD", "54", "", "", "", ""}, "54|-|>", {false, false}},
+      // UDP behind a hop-by-hop header: ports from behind the chain.
+      {"ipv6", test::Ipv6Frame("2001:db8::1", "::1", 0, Bytes{17, 0, 1, 4, 0, 0, 0, 0, 0, 53, 0x13, 0xC4, 0, 8, 0, 0}),
+       {"UDP", "70", "2001:db8::1", "::1", "53", "5060"}, "70|2001:db8::1>::1|53>5060"},
+      // A fragment behind the first holds no TCP header: no ports, no TCP commands.
+      {"ipv6 fragment", test::Ipv6Frame("2001:db8::1", "::1", 44, Bytes{6, 0, 0, 9, 0, 0, 0, 1, 0, 53, 0, 80}),
+       {"TCP", "66", "2001:db8::1", "::1", "", ""}, "66|2001:db8::1>::1|>"},
       // Header only: the zeroed spare bytes read as an empty IPv4 header, protocol 0.
       {"header only", test::RawSocketsFrame({}), {"", "14", "0.0.0.0", "0.0.0.0", "", ""},
        "14|0.0.0.0>0.0.0.0|>"},

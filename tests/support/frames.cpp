@@ -142,6 +142,18 @@ Bytes EthernetFrame(const Mac& destination, const Mac& source, std::uint16_t eth
   return frame;
 }
 
+Bytes Ipv6Frame(std::string_view source, std::string_view destination, std::uint8_t next,
+                std::span<const std::uint8_t> rest) {
+  Bytes packet{0x60, 0, 0, 0, 0, 0, next, 64};
+  WriteBe16(&packet[4], static_cast<std::uint16_t>(rest.size()));
+  for (const std::string_view address : {source, destination}) {
+    packet.resize(packet.size() + 16);
+    if (inet_pton(AF_INET6, std::string(address).c_str(), &packet[packet.size() - 16]) != 1) std::abort();
+  }
+  packet.insert(packet.end(), rest.begin(), rest.end());
+  return EthernetFrame(Mac{}, Mac{}, 0x86DD, packet);
+}
+
 Bytes RawSocketsFrame(std::span<const std::uint8_t> ipPacket) {
   return EthernetFrame(Mac{}, Mac{}, 0x0800, ipPacket);
 }

@@ -75,6 +75,10 @@ Bytes ArpPacket(const ArpFields& arp);
 // A whole Ethernet frame around a network packet.
 Bytes EthernetFrame(const Mac& destination, const Mac& source, std::uint16_t etherType,
                     std::span<const std::uint8_t> network);
+// An IPv6 frame: `next` in the fixed header, `rest` (extension headers, transport...) behind it.
+Bytes Ipv6Frame(std::string_view source, std::string_view destination, std::uint8_t next,
+                std::span<const std::uint8_t> rest);
+
 // The pseudo frame the Raw Sockets capture makes: zero MACs, EtherType 0x0800.
 Bytes RawSocketsFrame(std::span<const std::uint8_t> ipPacket);
 

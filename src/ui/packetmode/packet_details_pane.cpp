@@ -44,7 +44,7 @@ namespace {
 constexpr int kDumpFontPointSize = 10;
 
 // Which visibility group a field belongs to.
-enum class Group { Always, Arp, Ipv4, IpBoxes, Ports, Tcp, Icmp };
+enum class Group { Always, Arp, Ipv4, IpBoxes, Ports, Tcp, Icmp, Ipv6, AnyIp };
 // How wide a value box is: numbers, or addresses and names (longer names show in the tool tip).
 enum class Width { Number, Name };
 // Sample texts that size the boxes in the pane's own font.
@@ -75,13 +75,17 @@ constexpr std::array<FieldInfo, 8> kPairFields = {{
 }};
 
 // Two label/box pairs per row.
-constexpr std::array<FieldInfo, 11> kSingleFields = {{
+constexpr std::array<FieldInfo, 15> kSingleFields = {{
     {Text::LabelEthernetProtocol, "etherType", &PacketDetails::etherTypeText, DetailField::EtherType, Group::Always, Width::Name},
     {Text::LabelPacketSize, "packetSize", &PacketDetails::packetSize, DetailField::PacketSize, Group::Always, Width::Number},
-    {Text::LabelPacketType, "packetType", &PacketDetails::packetType, DetailField::PacketType, Group::Ipv4, Width::Name},
-    {Text::LabelProtocolNumber, "protocolNumber", &PacketDetails::protocolNumber, DetailField::ProtocolNumber, Group::Ipv4, Width::Number},
+    {Text::LabelPacketType, "packetType", &PacketDetails::packetType, DetailField::PacketType, Group::AnyIp, Width::Name},
+    {Text::LabelProtocolNumber, "protocolNumber", &PacketDetails::protocolNumber, DetailField::ProtocolNumber, Group::AnyIp, Width::Number},
     {Text::LabelTtl, "ttl", &PacketDetails::ttl, DetailField::Ttl, Group::Ipv4, Width::Number},
     {Text::LabelIpChecksum, "ipChecksum", &PacketDetails::checksum, DetailField::IpChecksum, Group::Ipv4, Width::Number},
+    {Text::PaneTrafficClass, "trafficClass", &PacketDetails::trafficClass, DetailField::TrafficClass, Group::Ipv6, Width::Number},
+    {Text::PaneFlowLabel, "flowLabel", &PacketDetails::flowLabel, DetailField::FlowLabel, Group::Ipv6, Width::Number},
+    {Text::PanePayloadLength, "payloadLength", &PacketDetails::payloadLength, DetailField::PayloadLength, Group::Ipv6, Width::Number},
+    {Text::PaneHopLimit, "hopLimit", &PacketDetails::hopLimit, DetailField::HopLimit, Group::Ipv6, Width::Number},
     {Text::LabelHardwareAddressSpace, "arpHardwareType", &PacketDetails::arpHardwareType, DetailField::ArpHardwareType, Group::Arp, Width::Name},
     {Text::LabelProtocolAddressSpace, "arpProtocolType", &PacketDetails::arpProtocolType, DetailField::ArpProtocolType, Group::Arp, Width::Name},
     {Text::LabelOptionCodeFunction, "arpOperation", &PacketDetails::arpOperation, DetailField::ArpOperation, Group::Arp, Width::Name},
@@ -483,6 +487,8 @@ void PacketDetailsPane::Impl::ApplyLayout(const PaneLayout& layout) {
       case Group::Ports: return layout.portFields;
       case Group::Tcp: return layout.tcpGroup;
       case Group::Icmp: return layout.icmpGroup;
+      case Group::Ipv6: return layout.ipv6Fields;
+      case Group::AnyIp: return layout.ipv4Fields || layout.ipv6Fields;
     }
     return true;
   };

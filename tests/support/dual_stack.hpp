@@ -1,0 +1,22 @@
+// A capture of real dual-stack loopback traffic (HTTP, UDP and echo over ::1 and 127.0.0.1),
+// made once per test program by dual_stack_capture.sh in a network namespace of its own.
+#pragma once
+
+#include <string>
+
+#include "support/pcap_file.hpp"
+#include "support/process.hpp"
+
+namespace vormelt::test {
+
+// The pcap's path, or empty with `why` set (for GTEST_SKIP) when it cannot be made here.
+inline std::string DualStackCapture(std::string& why) {
+  static const TempDir dir;
+  static int status = -1;
+  static const std::string log = ShellOutput(std::string(VORMELT_SOURCE_DIR) +
+      "/tests/support/dual_stack_capture.sh '" + dir.File("dual-stack.pcap") + "' 2>&1", &status);
+  why = "cannot capture dual-stack traffic here (needs root, tcpdump, curl, ping): " + log;
+  return status == 0 ? dir.File("dual-stack.pcap") : "";
+}
+
+}  // namespace vormelt::test
