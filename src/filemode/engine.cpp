@@ -15,12 +15,10 @@
 #include "filemode/mime_table.hpp"
 #include "filemode/reassembly.hpp"
 #include "filters/filter_settings.hpp"
+#include "packets/headers.hpp"
 
 namespace vormelt::filemode {
 namespace {
-
-constexpr std::uint16_t kIpv4EtherType = 0x0800;
-constexpr std::size_t kEtherTypeOffset = 12;
 
 std::int64_t Milliseconds(CaptureTime time) {
   return std::chrono::duration_cast<std::chrono::milliseconds>(time.time_since_epoch()).count();
@@ -90,9 +88,9 @@ SinkVerdict FileModeEngine::Take(const FrameRecord& frame) {
   const auto ip = frame.bytes.subspan(kEthernetHeaderLength);
   bytesReceived_.fetch_add(ip.size(), std::memory_order_relaxed);
   if (ip.size() < kMinPacketLength || ip.size() >= kMaxPacketLength) return SinkVerdict::Skipped;
-  const auto etherType = static_cast<std::uint16_t>((frame.bytes[kEtherTypeOffset] << 8) |
-                                                    frame.bytes[kEtherTypeOffset + 1]);
-  if (etherType != kIpv4EtherType) return SinkVerdict::Skipped;
+  if (FrameView(frame.bytes.data(), frame.length()).etherType() != kEtherTypeIpv4) {
+    return SinkVerdict::Skipped;
+  }
   if (options_.applyFilters && filter_ &&
       !filter_->PassesFilters(frame.bytes.data(), frame.length(), false, true)) {
     return SinkVerdict::Skipped;

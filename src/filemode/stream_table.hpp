@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "filemode/stream_bytes.hpp"
+#include "packets/headers.hpp"
 
 namespace vormelt::filemode {
 
@@ -103,10 +104,10 @@ class StreamTable {
   void GiveUpIfNotHttp(Slot& slot);
   std::uint32_t LowestFreeSlot() const;
   void MarkUsed(std::uint32_t slot, bool used);
-  void OpenStream(std::uint32_t slot, std::uint32_t key, std::span<const std::uint8_t> header,
+  void OpenStream(std::uint32_t slot, std::uint32_t key, const Ipv4View& ipv4, const TcpView& tcp,
                   std::span<const std::uint8_t> ip, std::int64_t nowMs);
-  void AddSegment(Slot& slot, std::span<const std::uint8_t> header,
-                  std::span<const std::uint8_t> ip, std::int64_t nowMs);
+  void AddSegment(Slot& slot, const TcpView& tcp, std::span<const std::uint8_t> ip,
+                  std::int64_t nowMs);
 
   mutable std::mutex mutex_;
   // A slot's state exists only while it holds a stream.

@@ -5,13 +5,12 @@
 
 #include <algorithm>
 
-#include "common/byte_order.hpp"
 #include "common/wire.hpp"
+#include "packets/headers.hpp"
 
 namespace vormelt::statistics {
 namespace {
 
-constexpr std::size_t kMinIpv4Header = 20;
 // Byte counts add a link-layer header to every packet, so that they read as frame sizes.
 constexpr std::int64_t kCountedLinkHeader = 14;
 
@@ -35,36 +34,39 @@ StatisticsEngine::StatisticsEngine(const LocalAddressList& locals, StatisticsLim
 }
 
 SinkVerdict StatisticsEngine::Take(const FrameRecord& frame) {
-  const std::span<const std::uint8_t> bytes = frame.bytes;
-  if (bytes.size() < kEthernetHeaderLength) return SinkVerdict::Skipped;
-  if (ReadBe16(bytes.data() + 12) != kEtherTypeIpv4) return SinkVerdict::Skipped;
-  CountPacket(bytes.subspan(kEthernetHeaderLength));
+  const FrameView view(frame.bytes.data(), frame.length());
+  if (view.etherType() != kEtherTypeIpv4) return SinkVerdict::Skipped;
+  CountPacket(frame.bytes.subspan(kEthernetHeaderLength));
   return SinkVerdict::Stored;
 }
 
-void StatisticsEngine::CountPacket(std::span<const std::uint8_t> ip) {
-  if (ip.size() > kMaxPacketLength || ip.size() < kMinIpv4Header) return;
-  if ((ip[0] >> 4) != 4) return;
-  const std::size_t headerLength = std::size_t{ip[0] & 0x0Fu} * 4;
-  const std::uint8_t protocol = ip[9];
-  const Ipv4 source = ReadBe32(ip.data() + 12);
-  const Ipv4 destination = ReadBe32(ip.data() + 16);
+void StatisticsEngine::CountPacket(std::span<const std::uint8_t> received) {
+  // The view spans the bytes as received, so no field is read from past them.
+  if (received.size() > kMaxPacketLength) return;
+  const std::optional<Ipv4View> ip = Ipv4View::Parse(received);
+  if (!ip || ip->version() != 4) return;
+  const std::uint8_t protocol = ip->protocol();
+  const Ipv4 source = ip->source();
+  const Ipv4 destination = ip->destination();
 
   // Only TCP trusts the header's total length over the received length (padding after a short
   // segment is not traffic); UDP and the rest count what arrived, as they always have.
-  std::size_t length = ip.size();
-  if (protocol == kProtocolTcp) length = std::min<std::size_t>(length, ReadBe16(ip.data() + 2));
+  std::size_t length = received.size();
+  if (protocol == kProtocolTcp) length = std::min<std::size_t>(length, ip->totalLength());
   const std::int64_t bytes = static_cast<std::int64_t>(length) + kCountedLinkHeader;
 
-  const bool hasPorts = (protocol == kProtocolTcp || protocol == kProtocolUdp) &&
-                        headerLength >= kMinIpv4Header && headerLength + 4 <= ip.size();
-  const LocalSide side = hasPorts ? locals_.Classify(source, destination) : LocalSide::None;
+  // An IHL below 5 would put the ports inside the IP header: such a packet has none.
+  const std::optional<PortsView> ports =
+      ip->carriesPorts() && ip->headerLength() >= Ipv4View::kFixedLength
+          ? PortsView::Parse(ip->transport())
+          : std::nullopt;
+  const LocalSide side = ports ? locals_.Classify(source, destination) : LocalSide::None;
 
   // The local end, if any: its address and port, and whether the packet leaves from it.
   const bool outgoing = side == LocalSide::Source;
   const Ipv4 localAddress = outgoing ? source : destination;
   const std::uint16_t localPort =
-      side == LocalSide::None ? 0 : ReadBe16(ip.data() + headerLength + (outgoing ? 0 : 2));
+      side == LocalSide::None ? 0 : (outgoing ? ports->source() : ports->destination());
   const bool tcp = protocol == kProtocolTcp;
 
   const std::int64_t sequence = sequence_.load(std::memory_order_relaxed) + 1;
