@@ -17,5 +17,6 @@ inline constexpr std::uint16_t kEtherTypeIpv6 = 0x86DD;
 inline constexpr std::uint8_t kProtocolIcmp = 1;
 inline constexpr std::uint8_t kProtocolTcp = 6;
 inline constexpr std::uint8_t kProtocolUdp = 17;
+inline constexpr std::uint8_t kProtocolIcmpv6 = 58;
 
 }  // namespace vormelt

@@ -1,4 +1,5 @@
-// Non-owning views of the headers the program reads (Ethernet frame, IPv4, TCP, UDP, ICMP, ARP),
+// Non-owning views of the headers the program reads (Ethernet frame, IPv4, IPv6, TCP, UDP, ICMP,
+// ARP),
 // each over a byte span with checked big-endian readers. Every header field the list, decoder,
 // renderer, filter and menu show is read here and nowhere else; no read leaves the span.
 #pragma once
@@ -8,6 +9,7 @@
 #include <span>
 
 #include "common/frame_sink.hpp"
+#include "common/ip_address.hpp"
 #include "common/wire.hpp"
 #include "packets/record.hpp"
 
@@ -135,6 +137,87 @@ class Ipv4View : public HeaderView<Ipv4View, 20> {
   using HeaderView::HeaderView;
 };
 
+// Where the IPv6 extension headers lead: the protocol of the header behind the last one and the
+// span from there on. A chain that runs past the captured bytes stops at the header that does
+// not fit: `protocol` is that header's number, `truncated` is set and the span is empty.
+struct Ipv6Chain {
+  std::uint8_t protocol = 0;
+  std::uint32_t transportOffset = 0;  // from the start of the IPv6 header
+  ByteSpan transport;
+  bool nonFirstFragment = false;  // the span is the middle of a datagram, not a header
+  bool truncated = false;
+};
+
+// The IPv6 header: 40 fixed bytes, then the extension headers Chain() walks.
+class Ipv6View : public HeaderView<Ipv6View, 40> {
+ public:
+  static constexpr std::uint8_t kHopByHop = 0, kRouting = 43, kFragment = 44,
+                                kAuthentication = 51, kNoNextHeader = 59, kDestination = 60;
+
+  std::uint8_t trafficClass() const { return static_cast<std::uint8_t>(b_.Be16(0) >> 4); }
+  std::uint32_t flowLabel() const { return b_.Be32(0) & 0xFFFFF; }
+  std::uint16_t payloadLength() const { return b_.Be16(4); }
+  std::uint8_t nextHeader() const { return b_.U8(6); }
+  std::uint8_t hopLimit() const { return b_.U8(7); }
+  const std::uint8_t* sourceBytes() const { return b_.bytes().data() + 8; }
+  const std::uint8_t* destinationBytes() const { return b_.bytes().data() + 24; }
+  IpAddress source() const { return IpAddress::V6Bytes(sourceBytes()); }
+  IpAddress destination() const { return IpAddress::V6Bytes(destinationBytes()); }
+
+  // Walks hop-by-hop, routing, fragment, destination options and authentication headers. Each
+  // must lie within the first `captured` bytes of the view (the frame's own bytes, not the spare
+  // ones, so zeroes behind a cut frame never pass for headers). Every step moves at least eight
+  // bytes on, so a chain ends within captured / 8 steps whatever its lengths say.
+  Ipv6Chain Chain(std::size_t captured) const {
+    Ipv6Chain chain;
+    std::size_t offset = kFixedLength;
+    std::uint8_t next = nextHeader();
+    const auto fits = [&](std::size_t width) { return offset <= captured && width <= captured - offset; };
+    for (;;) {
+      std::size_t length = 0;
+      if (next == kHopByHop || next == kRouting || next == kDestination) {
+        if (!fits(2)) break;
+        length = (std::size_t{b_.U8(offset + 1)} + 1) * 8;
+      } else if (next == kFragment) {
+        length = 8;
+      } else if (next == kAuthentication) {
+        if (!fits(2)) break;
+        length = (std::size_t{b_.U8(offset + 1)} + 2) * 4;
+      } else {
+        chain.protocol = next;
+        chain.transportOffset = static_cast<std::uint32_t>(offset);
+        chain.transport = b_.From(offset);
+        return chain;
+      }
+      if (!fits(length)) break;
+      const std::uint8_t following = b_.U8(offset);
+      if (next == kFragment && (b_.Be16(offset + 2) >> 3) != 0) {
+        chain.protocol = following;
+        chain.transportOffset = static_cast<std::uint32_t>(offset + length);
+        chain.transport = b_.From(offset + length);
+        chain.nonFirstFragment = true;
+        return chain;
+      }
+      next = following;
+      offset += length;
+    }
+    chain.protocol = next;
+    chain.transportOffset = static_cast<std::uint32_t>(offset);
+    chain.truncated = true;
+    return chain;
+  }
+
+  // Frame offsets of the fields the pane can select. Traffic class and flow label share bytes:
+  // the class is bytes 14..15, the label 15..17.
+  static constexpr std::int32_t kTrafficClassAt = 14, kFlowLabelAt = 15, kPayloadLengthAt = 18,
+                                kNextHeaderAt = 20, kHopLimitAt = 21, kSourceAt = 22,
+                                kDestinationAt = 38;
+
+ private:
+  friend HeaderView;
+  using HeaderView::HeaderView;
+};
+
 // Source and destination port: the first four bytes of a TCP or a UDP header.
 class PortsView : public HeaderView<PortsView, 4> {
  public:
@@ -220,16 +303,75 @@ class ArpView : public HeaderView<ArpView, 8> {
   using HeaderView::HeaderView;
 };
 
-// The headers of one frame as far as they are IPv4 or ARP; the views stay empty otherwise.
+// The headers of one frame as far as they are IPv4, IPv6 or ARP; the views stay empty otherwise.
 struct PacketHeaders {
   std::optional<Ipv4View> ipv4;
   std::optional<ArpView> arp;
+  std::optional<Ipv6View> ipv6;
 };
 inline PacketHeaders HeadersOf(const FrameView& frame) {
   PacketHeaders headers;
-  if (frame.etherType() == kEtherTypeIpv4) headers.ipv4 = Ipv4View::Parse(frame.networkReadable());
-  if (frame.etherType() == kEtherTypeArp) headers.arp = ArpView::Parse(frame.networkReadable());
+  const std::uint16_t etherType = frame.etherType();
+  if (etherType == kEtherTypeIpv4) {
+    headers.ipv4 = Ipv4View::Parse(frame.networkReadable());
+  } else if (etherType == kEtherTypeArp) {
+    headers.arp = ArpView::Parse(frame.networkReadable());
+  } else if (etherType == kEtherTypeIpv6) {
+    headers.ipv6 = Ipv6View::Parse(frame.networkReadable());
+  }
   return headers;
+}
+
+// The network layer of an IPv4 or IPv6 packet as every reader of addresses, protocol and ports
+// needs it, whichever the family. For IPv4 the transport is where IHL puts it and no packet is
+// taken for a fragment, as the program has always read IPv4.
+struct NetworkLayer {
+  IpFamily family = IpFamily::V4;
+  IpAddress source;
+  IpAddress destination;
+  std::uint8_t protocol = 0;
+  std::uint32_t transportOffset = 0;  // from the start of the network header
+  ByteSpan transport;                 // readable bytes from the transport header on
+  bool nonFirstFragment = false;
+  bool truncated = false;  // an IPv6 extension chain that ran past the captured bytes
+
+  // TCP or UDP with its header in view: ports can be read from `transport`.
+  bool carriesPorts() const {
+    return (protocol == kProtocolTcp || protocol == kProtocolUdp) && !nonFirstFragment &&
+           !truncated;
+  }
+};
+
+inline NetworkLayer NetworkOf(const Ipv4View& ip) {
+  NetworkLayer layer;
+  layer.source = IpAddress::V4(ip.source());
+  layer.destination = IpAddress::V4(ip.destination());
+  layer.protocol = ip.protocol();
+  layer.transportOffset = ip.headerLength();
+  layer.transport = ip.transport();
+  return layer;
+}
+inline NetworkLayer NetworkOf(const Ipv6View& ip, const FrameView& frame) {
+  const Ipv6Chain chain = ip.Chain(frame.networkLength());
+  NetworkLayer layer;
+  layer.family = IpFamily::V6;
+  layer.source = ip.source();
+  layer.destination = ip.destination();
+  layer.protocol = chain.protocol;
+  layer.transportOffset = chain.transportOffset;
+  layer.transport = chain.transport;
+  layer.nonFirstFragment = chain.nonFirstFragment;
+  layer.truncated = chain.truncated;
+  return layer;
+}
+inline std::optional<NetworkLayer> NetworkOf(const FrameView& frame) {
+  const std::uint16_t etherType = frame.etherType();
+  if (etherType == kEtherTypeIpv4) {
+    if (const auto ip = Ipv4View::Parse(frame.networkReadable())) return NetworkOf(*ip);
+  } else if (etherType == kEtherTypeIpv6) {
+    if (const auto ip = Ipv6View::Parse(frame.networkReadable())) return NetworkOf(*ip, frame);
+  }
+  return std::nullopt;
 }
 
 // The version nibble both IP headers open with; 0 for an empty span.

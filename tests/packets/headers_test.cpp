@@ -78,3 +78,72 @@ TEST(HeaderViews, FramesShorterThanAnEthernetHeaderHaveNoEtherTypeButKeepTheirSi
 
 }  // namespace
 }  // namespace vormelt
+
+namespace vormelt {
+namespace {
+
+// Text out is RFC 5952's; text in takes what inet_pton takes; order puts IPv4 first.
+TEST(IpAddresses, TextBothWaysAndOrder) {
+  const struct {
+    const char* in;
+    const char* out;
+  } cases[] = {
+      {"2001:DB8:0:0:0:0:0:1", "2001:db8::1"},  {"::1", "::1"}, {"::", "::"},
+      {"2001:db8:0:1:1:1:1:1", "2001:db8:0:1:1:1:1:1"},  // a lone zero group stays 0
+      {"2001:0:0:1:0:0:0:1", "2001:0:0:1::1"},           // the longer run wins
+      {"2001:db8:0:0:1:0:0:1", "2001:db8::1:0:0:1"},     // the first of equal runs
+      {"::ffff:1.2.3.4", "::ffff:1.2.3.4"},  {"fe80::", "fe80::"},  {"1::", "1::"},
+      {"ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff", "ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff"},
+      {"10.0.0.255", "10.0.0.255"},
+  };
+  for (const auto& c : cases) {
+    const auto address = IpAddress::Parse(c.in);
+    ASSERT_TRUE(address) << c.in;
+    EXPECT_EQ(address->ToString(), c.out) << c.in;
+    EXPECT_EQ(IpAddress::Parse(address->ToString()), address) << c.in;
+  }
+  for (const char* bad : {"", "1.2.3", "[::1]", "fe80::1%lo", " ::1", "1:2:3:4:5:6:7:8:9", "::g"}) {
+    EXPECT_FALSE(IpAddress::Parse(bad)) << bad;
+  }
+  EXPECT_LT(*IpAddress::Parse("255.255.255.255"), *IpAddress::Parse("::"));
+  EXPECT_LT(*IpAddress::Parse("::ff"), *IpAddress::Parse("::1:0"));
+  EXPECT_NE(IpAddressHash{}(*IpAddress::Parse("::")), IpAddressHash{}(*IpAddress::Parse("0.0.0.0")));
+}
+
+// Extension chains as a hostile sender writes them: each case is the bytes behind the fixed
+// header (next header of the fixed header first), what the walk ends on, and where.
+TEST(HeaderViews, Ipv6ExtensionChainsEndInsideTheCapturedBytes) {
+  const struct {
+    test::Bytes chain;  // [0] is the fixed header's next header, the rest follows it
+    std::uint8_t protocol;
+    std::uint32_t offset;
+    bool nonFirstFragment, truncated;
+  } cases[] = {
+      {{6, 0x9c, 0x40, 0, 80}, 6, 40, false, false},
+      {{0, 43, 0, 0, 0, 0, 0, 0, 0, 17, 0, 0, 0, 0, 0, 0, 0}, 17, 56, false, false},
+      {{44, 6, 0, 0, 1, 0, 0, 0, 0}, 6, 48, false, false},       // first fragment: offset 0
+      {{44, 6, 0, 0, 9, 0, 0, 0, 0}, 6, 48, true, false},        // offset 1: no header behind
+      {{51, 58, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}, 58, 52, false, false},  // AH counts in fours
+      {{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}, 0, 56, false, true},  // HBH loop
+      {{60, 6, 200, 0, 0, 0, 0, 0, 0}, 60, 40, false, true},     // length far past the end
+      {{43, 6}, 43, 40, false, true},                            // cut inside the header
+      {{44, 6, 0, 0, 0}, 44, 40, false, true},                   // fragment cut short
+      {{59}, 59, 40, false, false},
+  };
+  for (const auto& c : cases) {
+    test::Bytes ip(40, 0);
+    ip[0] = 0x60;
+    ip[6] = c.chain[0];
+    ip.insert(ip.end(), c.chain.begin() + 1, c.chain.end());
+    const std::size_t captured = ip.size();
+    ip.resize(ip.size() + 64, 0);  // zeroed spare bytes, as behind every stored frame
+    const Ipv6Chain chain = Ipv6View::Parse(ByteSpan(ip))->Chain(captured);
+    EXPECT_EQ(chain.protocol, c.protocol) << int(c.chain[0]) << " " << c.chain.size();
+    EXPECT_EQ(chain.transportOffset, c.offset) << int(c.chain[0]) << " " << c.chain.size();
+    EXPECT_EQ(chain.nonFirstFragment, c.nonFirstFragment) << int(c.chain[0]);
+    EXPECT_EQ(chain.truncated, c.truncated) << int(c.chain[0]) << " " << c.chain.size();
+  }
+}
+
+}  // namespace
+}  // namespace vormelt
