@@ -88,9 +88,8 @@ SinkVerdict FileModeEngine::Take(const FrameRecord& frame) {
   const auto ip = frame.bytes.subspan(kEthernetHeaderLength);
   bytesReceived_.fetch_add(ip.size(), std::memory_order_relaxed);
   if (ip.size() < kMinPacketLength || ip.size() >= kMaxPacketLength) return SinkVerdict::Skipped;
-  if (FrameView(frame.bytes.data(), frame.length()).etherType() != kEtherTypeIpv4) {
-    return SinkVerdict::Skipped;
-  }
+  const std::uint16_t etherType = FrameView(frame.bytes.data(), frame.length()).etherType();
+  if (etherType != kEtherTypeIpv4 && etherType != kEtherTypeIpv6) return SinkVerdict::Skipped;
   if (options_.applyFilters && filter_ &&
       !filter_->PassesFilters(frame.bytes.data(), frame.length(), false, true)) {
     return SinkVerdict::Skipped;
@@ -109,7 +108,8 @@ SinkVerdict FileModeEngine::Take(const FrameRecord& frame) {
   // while its next segments still waited in the capture buffer, and it would be cut in two.
   const std::int64_t arrivalMs =
       clock_ == StreamClock::File ? fileNowMs_ : Milliseconds(CaptureNow());
-  const AppendResult result = table_.Append(ip, arrivalMs);
+  const AppendResult result =
+      etherType == kEtherTypeIpv4 ? table_.Append(ip, arrivalMs) : table_.AppendIpv6(ip, arrivalMs);
   switch (result) {
     case AppendResult::Stored:
       packetsStored_.fetch_add(1, std::memory_order_relaxed);

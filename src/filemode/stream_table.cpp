@@ -19,8 +19,6 @@ constexpr std::uint8_t kPshFlag = 0x08;
 constexpr std::uint8_t kSynFlag = 0x02;
 constexpr std::size_t kWordBits = 64;
 
-// TCP header length plus the fixed 20-byte IP header: where the payload starts.
-std::size_t PayloadStart(const TcpView& tcp) { return tcp.headerLength() + kIpHeaderLength; }
 
 }  // namespace
 
@@ -69,12 +67,42 @@ AppendResult StreamTable::Append(std::span<const std::uint8_t> ip, std::int64_t 
   const auto header = ip.first(kMinPacketLength);
   const Ipv4View ipv4 = *Ipv4View::Parse(header);
   if (ipv4.protocol() != kProtocolTcp) return AppendResult::NotTcpData;
-  const TcpView tcp = *TcpView::Parse(ipv4.optionlessTransport());
+  const ByteSpan transport = ipv4.optionlessTransport();
   const std::size_t total = ipv4.totalLength();
   if (total < ip.size()) ip = ip.first(total);
-  const std::uint32_t ack = tcp.acknowledgement();
-  if (PayloadStart(tcp) >= ip.size() || ack == 0) return AppendResult::NotTcpData;
-  if (options_.pshOnly && !(tcp.flags() & kPshFlag)) return AppendResult::NotTcpData;
+  const TcpView tcp = *TcpView::Parse(transport);
+  // The payload starts behind the TCP header and the fixed 20-byte IP header.
+  return Store({tcp, tcp.headerLength() + kIpHeaderLength, ipv4.sourceBytes(),
+                ipv4.destinationBytes(), transport.data(), IpFamily::V4},
+               ip, nowMs);
+}
+
+// IPv6 keeps the IPv4 rules: the length the header gives cuts link padding, and the TCP header
+// is found behind the extension headers; a fragment or a chain cut short is no stream's data.
+AppendResult StreamTable::AppendIpv6(std::span<const std::uint8_t> ip, std::int64_t nowMs) {
+  if (ip.size() >= kMaxPacketLength) return AppendResult::NotTcpData;
+  const auto whole = Ipv6View::Parse(ip);
+  if (!whole) return AppendResult::NotTcpData;
+  const std::size_t total = Ipv6View::kFixedLength + whole->payloadLength();
+  if (total < ip.size()) ip = ip.first(total);
+  const auto ipv6 = Ipv6View::Parse(ip);
+  if (!ipv6) return AppendResult::NotTcpData;
+  const Ipv6Chain chain = ipv6->Chain(ip.size());
+  if (chain.protocol != kProtocolTcp || chain.truncated || chain.nonFirstFragment) {
+    return AppendResult::NotTcpData;
+  }
+  const auto tcp = TcpView::Parse(chain.transport);
+  if (!tcp) return AppendResult::NotTcpData;
+  return Store({*tcp, chain.transportOffset + tcp->headerLength(), ipv6->sourceBytes(),
+                ipv6->destinationBytes(), chain.transport.data(), IpFamily::V6},
+               ip, nowMs);
+}
+
+AppendResult StreamTable::Store(const SegmentHeaders& headers, std::span<const std::uint8_t> ip,
+                                std::int64_t nowMs) {
+  const std::uint32_t ack = headers.tcp.acknowledgement();
+  if (headers.payloadStart >= ip.size() || ack == 0) return AppendResult::NotTcpData;
+  if (options_.pshOnly && !(headers.tcp.flags() & kPshFlag)) return AppendResult::NotTcpData;
 
   std::lock_guard lock(mutex_);
   bool open = false;
@@ -82,9 +110,9 @@ AppendResult StreamTable::Append(std::span<const std::uint8_t> ip, std::int64_t 
   if (slot == kNoSlot) return open ? AppendResult::TableFull : AppendResult::Clash;
   try {
     if (open) {
-      OpenStream(slot, ack, ipv4, tcp, ip, nowMs);
+      OpenStream(slot, ack, headers, ip, nowMs);
     } else {
-      AddSegment(*slots_[slot], tcp, ip, nowMs);
+      AddSegment(*slots_[slot], headers, ip, nowMs);
     }
   } catch (const std::bad_alloc&) {
     return open ? AppendResult::NoMemoryNew : AppendResult::NoMemoryAppend;
@@ -110,15 +138,15 @@ std::uint32_t StreamTable::FindSlot(std::uint32_t key, bool& open) {
   return nextFree_;
 }
 
-void StreamTable::AddSegment(Slot& slot, const TcpView& tcp, std::span<const std::uint8_t> ip,
-                             std::int64_t nowMs) {
+void StreamTable::AddSegment(Slot& slot, const SegmentHeaders& headers,
+                             std::span<const std::uint8_t> ip, std::int64_t nowMs) {
   Stream& stream = slot.stream;
   stream.lastMs = nowMs;
   slot.lastMs = nowMs;
   if (slot.gaveUp) return;
-  const auto payload = ip.subspan(PayloadStart(tcp));
-  std::uint32_t sequence = tcp.sequence();
-  if (tcp.flags() & kSynFlag) ++sequence;  // the SYN takes a number before the data
+  const auto payload = ip.subspan(headers.payloadStart);
+  std::uint32_t sequence = headers.tcp.sequence();
+  if (headers.tcp.flags() & kSynFlag) ++sequence;  // the SYN takes a number before the data
   const bool first = stream.segments.empty();
   const std::size_t offset = stream.bytes.size();
   stream.bytes.Append(payload);
@@ -152,19 +180,21 @@ void StreamTable::GiveUpIfNotHttp(Slot& slot) {
   slot.gaveUp = true;
 }
 
-void StreamTable::OpenStream(std::uint32_t slot, std::uint32_t key, const Ipv4View& ipv4,
-                             const TcpView& tcp, std::span<const std::uint8_t> ip,
+void StreamTable::OpenStream(std::uint32_t slot, std::uint32_t key,
+                             const SegmentHeaders& headers, std::span<const std::uint8_t> ip,
                              std::int64_t nowMs) {
   auto s = std::make_unique<Slot>();
   s->stream.slot = slot;
-  s->stream.source = ipv4.source();
-  s->stream.destination = ipv4.destination();
-  const PortsView ports = *PortsView::Parse(ipv4.optionlessTransport());
+  const bool v4 = headers.family == IpFamily::V4;
+  s->stream.source = v4 ? IpAddress::V4Bytes(headers.source) : IpAddress::V6Bytes(headers.source);
+  s->stream.destination =
+      v4 ? IpAddress::V4Bytes(headers.destination) : IpAddress::V6Bytes(headers.destination);
+  const PortsView ports = *PortsView::Parse({headers.ports, 4});
   s->stream.sourcePort = ports.source();
   s->stream.destinationPort = ports.destination();
   s->stream.firstMs = nowMs;
   s->key = key;
-  AddSegment(*s, tcp, ip, nowMs);
+  AddSegment(*s, headers, ip, nowMs);
   if (!options_.dirty) {
     try {
       index_.emplace(key, slot);

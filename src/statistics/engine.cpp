@@ -35,8 +35,13 @@ StatisticsEngine::StatisticsEngine(const LocalAddressList& locals, StatisticsLim
 
 SinkVerdict StatisticsEngine::Take(const FrameRecord& frame) {
   const FrameView view(frame.bytes.data(), frame.length());
-  if (view.etherType() != kEtherTypeIpv4) return SinkVerdict::Skipped;
-  CountPacket(frame.bytes.subspan(kEthernetHeaderLength));
+  if (view.etherType() == kEtherTypeIpv4) {
+    CountPacket(frame.bytes.subspan(kEthernetHeaderLength));
+  } else if (view.etherType() == kEtherTypeIpv6) {
+    CountIpv6Packet(frame.bytes.subspan(kEthernetHeaderLength));
+  } else {
+    return SinkVerdict::Skipped;
+  }
   return SinkVerdict::Stored;
 }
 
@@ -53,7 +58,6 @@ void StatisticsEngine::CountPacket(std::span<const std::uint8_t> received) {
   // segment is not traffic); UDP and the rest count what arrived, as they always have.
   std::size_t length = received.size();
   if (protocol == kProtocolTcp) length = std::min<std::size_t>(length, ip->totalLength());
-  const std::int64_t bytes = static_cast<std::int64_t>(length) + kCountedLinkHeader;
 
   // An IHL below 5 would put the ports inside the IP header: such a packet has none.
   const std::optional<PortsView> ports =
@@ -61,10 +65,37 @@ void StatisticsEngine::CountPacket(std::span<const std::uint8_t> received) {
           ? PortsView::Parse(ip->transport())
           : std::nullopt;
   const LocalSide side = ports ? locals_.Classify(source, destination) : LocalSide::None;
+  Count(IpAddress::V4(source), IpAddress::V4(destination), protocol, length, side, ports);
+}
 
+// IPv6 follows the IPv4 rules: TCP counts no more than the header's length says, and ports
+// are read behind the extension headers, never from a fragment that holds no TCP or UDP header.
+void StatisticsEngine::CountIpv6Packet(std::span<const std::uint8_t> received) {
+  if (received.size() > kMaxPacketLength) return;
+  const std::optional<Ipv6View> ip = Ipv6View::Parse(received);
+  if (!ip) return;
+  const Ipv6Chain chain = ip->Chain(received.size());
+  std::size_t length = received.size();
+  if (chain.protocol == kProtocolTcp) {
+    length = std::min<std::size_t>(length, Ipv6View::kFixedLength + ip->payloadLength());
+  }
+  const bool carriesPorts = (chain.protocol == kProtocolTcp || chain.protocol == kProtocolUdp) &&
+                            !chain.truncated && !chain.nonFirstFragment;
+  const std::optional<PortsView> ports =
+      carriesPorts ? PortsView::Parse(chain.transport) : std::nullopt;
+  const IpAddress source = ip->source();
+  const IpAddress destination = ip->destination();
+  const LocalSide side = ports ? locals_.Classify(source, destination) : LocalSide::None;
+  Count(source, destination, chain.protocol, length, side, ports);
+}
+
+void StatisticsEngine::Count(const IpAddress& source, const IpAddress& destination,
+                             std::uint8_t protocol, std::size_t length, LocalSide side,
+                             const std::optional<PortsView>& ports) {
+  const std::int64_t bytes = static_cast<std::int64_t>(length) + kCountedLinkHeader;
   // The local end, if any: its address and port, and whether the packet leaves from it.
   const bool outgoing = side == LocalSide::Source;
-  const Ipv4 localAddress = outgoing ? source : destination;
+  const IpAddress& localAddress = outgoing ? source : destination;
   const std::uint16_t localPort =
       side == LocalSide::None ? 0 : (outgoing ? ports->source() : ports->destination());
   const bool tcp = protocol == kProtocolTcp;
@@ -77,11 +108,9 @@ void StatisticsEngine::CountPacket(std::span<const std::uint8_t> received) {
   StatisticsTables& tables = *tables_;
   tables.ip.Prefetch(source);
   tables.ip.Prefetch(destination);
-  tables.pairs.Prefetch(IpPairRecord::KeyOf(source, destination));
-  tables.pairs.Prefetch(IpPairRecord::KeyOf(destination, source));
-  if (side != LocalSide::None) {
-    tables.ports.Prefetch(LocalPortRecord::KeyOf(localAddress, localPort, tcp));
-  }
+  tables.pairs.Prefetch({source, destination});
+  tables.pairs.Prefetch({destination, source});
+  if (side != LocalSide::None) tables.ports.Prefetch({localAddress, localPort, tcp});
   CountAddresses(source, destination, bytes, sequence);
   CountPairs(source, destination, bytes, sequence);
   if (side != LocalSide::None) CountPort(localAddress, localPort, tcp, outgoing, bytes, sequence);
@@ -94,8 +123,8 @@ void StatisticsEngine::CountPacket(std::span<const std::uint8_t> received) {
 
 // Both addresses are looked up before anything is created, so a record made for the source may
 // itself be the victim the destination's record replaces (with a list of one item).
-void StatisticsEngine::CountAddresses(Ipv4 source, Ipv4 destination, std::int64_t bytes,
-                                      std::int64_t sequence) {
+void StatisticsEngine::CountAddresses(const IpAddress& source, const IpAddress& destination,
+                                      std::int64_t bytes, std::int64_t sequence) {
   StatTable<IpRecord>& table = tables_->ip;
   const std::int32_t sourceSlot = table.Find(source);
   const std::int32_t destinationSlot = table.Find(destination);
@@ -107,7 +136,7 @@ void StatisticsEngine::CountAddresses(Ipv4 source, Ipv4 destination, std::int64_
     TouchIp(table.At(destinationSlot), false, bytes, sequence);
     table.Touched(destinationSlot);
   }
-  const auto create = [&](Ipv4 address, bool from, bool to) {
+  const auto create = [&](const IpAddress& address, bool from, bool to) {
     const std::int32_t slot = table.Obtain(limits_.maxItems);
     IpRecord& record = table.At(slot);
     record = IpRecord{.address = address, .fresh = true};
@@ -121,11 +150,11 @@ void StatisticsEngine::CountAddresses(Ipv4 source, Ipv4 destination, std::int64_
   if (destinationSlot < 0 && !self) create(destination, false, true);
 }
 
-void StatisticsEngine::CountPairs(Ipv4 source, Ipv4 destination, std::int64_t bytes,
-                                  std::int64_t sequence) {
+void StatisticsEngine::CountPairs(const IpAddress& source, const IpAddress& destination,
+                                  std::int64_t bytes, std::int64_t sequence) {
   StatTable<IpPairRecord>& table = tables_->pairs;
-  const std::int32_t forwardSlot = table.Find(IpPairRecord::KeyOf(source, destination));
-  const std::int32_t backwardSlot = table.Find(IpPairRecord::KeyOf(destination, source));
+  const std::int32_t forwardSlot = table.Find({source, destination});
+  const std::int32_t backwardSlot = table.Find({destination, source});
   // sent: the record whose first address is the source; else it is the reverse record.
   const auto touch = [&](IpPairRecord& record, bool sent) {
     if (sent) {
@@ -146,7 +175,8 @@ void StatisticsEngine::CountPairs(Ipv4 source, Ipv4 destination, std::int64_t by
     touch(table.At(backwardSlot), false);
     table.Touched(backwardSlot);
   }
-  const auto create = [&](Ipv4 first, Ipv4 second, bool sent, bool received) {
+  const auto create = [&](const IpAddress& first, const IpAddress& second, bool sent,
+                          bool received) {
     const std::int32_t slot = table.Obtain(limits_.maxItems);
     IpPairRecord& record = table.At(slot);
     record = IpPairRecord{.first = first, .second = second, .fresh = true};
@@ -159,10 +189,10 @@ void StatisticsEngine::CountPairs(Ipv4 source, Ipv4 destination, std::int64_t by
   if (backwardSlot < 0 && !self) create(destination, source, false, true);
 }
 
-void StatisticsEngine::CountPort(Ipv4 address, std::uint16_t port, bool tcp, bool outgoing,
-                                 std::int64_t bytes, std::int64_t sequence) {
+void StatisticsEngine::CountPort(const IpAddress& address, std::uint16_t port, bool tcp,
+                                 bool outgoing, std::int64_t bytes, std::int64_t sequence) {
   StatTable<LocalPortRecord>& table = tables_->ports;
-  std::int32_t slot = table.Find(LocalPortRecord::KeyOf(address, port, tcp));
+  std::int32_t slot = table.Find({address, port, tcp});
   const bool create = slot < 0;
   if (create) {
     slot = table.Obtain(limits_.maxItems);

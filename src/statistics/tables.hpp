@@ -11,6 +11,7 @@
 #include <numeric>
 #include <vector>
 
+#include "common/ip_address.hpp"
 #include "statistics/slot_index.hpp"
 
 namespace vormelt::statistics {
@@ -20,6 +21,17 @@ inline constexpr std::int32_t kTableCapacity = 8192;
 
 // An IPv4 address as the four bytes seen on the wire, read big-endian: 10.0.0.1 is 0x0A000001.
 using Ipv4 = std::uint32_t;
+
+// The index key of an address: an IPv4 address is its own key, as the tables have always been
+// keyed; an IPv6 address folds its sixteen bytes into one word. Records are told apart by their
+// whole identity, so two IPv6 addresses with the same fold cost a probe, never a merged record.
+inline std::uint64_t AddressKey(const IpAddress& address) {
+  if (address.isV4()) return address.v4();
+  std::uint64_t high = 0, low = 0;
+  for (int i = 0; i < 8; ++i) high = (high << 8) | address.bytes()[static_cast<std::size_t>(i)];
+  for (int i = 8; i < 16; ++i) low = (low << 8) | address.bytes()[static_cast<std::size_t>(i)];
+  return std::rotl(high * 0x9E3779B97F4A7C15ull, 31) ^ low;
+}
 
 // What a full table gives up for a new record.
 enum class VictimPolicy : std::uint8_t {
@@ -31,42 +43,61 @@ enum class VictimPolicy : std::uint8_t {
 struct IpRecord {
   std::int64_t bytesTo = 0, bytesFrom = 0, packetsTo = 0, packetsFrom = 0;
   std::int64_t lastUpdate = 0;
-  Ipv4 address = 0;  // after the counters: the record then fits 48 bytes
+  IpAddress address;  // after the counters: the record then fits 64 bytes
   bool changed = false, fresh = false;  // fresh: the "new" flag, the row is still to be inserted
 
-  std::uint64_t Key() const { return address; }
+  using Id = IpAddress;
+  static std::uint64_t KeyOf(const Id& address) { return AddressKey(address); }
+  const Id& id() const { return address; }
+  std::uint64_t Key() const { return KeyOf(id()); }
   std::int64_t PacketTotal() const { return packetsTo + packetsFrom; }
   std::int64_t ByteTotal() const { return bytesTo + bytesFrom; }
 };
 
 // One ordered pair; each talking pair of hosts has two, so that each host leads one row.
 struct IpPairRecord {
-  Ipv4 first = 0, second = 0;
+  struct Id {
+    IpAddress first, second;
+    friend bool operator==(const Id&, const Id&) = default;
+  };
+  IpAddress first, second;
   std::int64_t bytesSecondToFirst = 0, bytesFirstToSecond = 0;
   std::int64_t packetsSecondToFirst = 0, packetsFirstToSecond = 0;
   std::int64_t lastUpdate = 0;
   bool changed = false, fresh = false;
 
-  static std::uint64_t KeyOf(Ipv4 first, Ipv4 second) {
-    return (std::uint64_t{first} << 32) | second;
+  static std::uint64_t KeyOf(const Id& pair) {
+    const std::uint64_t first = AddressKey(pair.first), second = AddressKey(pair.second);
+    if (pair.first.isV4()) return (first << 32) | second;
+    return std::rotl(first, 32) ^ (second * 0xC2B2AE3D27D4EB4Full);
   }
-  std::uint64_t Key() const { return KeyOf(first, second); }
+  Id id() const { return {first, second}; }
+  std::uint64_t Key() const { return KeyOf(id()); }
   std::int64_t PacketTotal() const { return packetsSecondToFirst + packetsFirstToSecond; }
   std::int64_t ByteTotal() const { return bytesSecondToFirst + bytesFirstToSecond; }
 };
 
 struct LocalPortRecord {
+  struct Id {
+    IpAddress address;
+    std::uint16_t port = 0;
+    bool tcp = false;
+    friend bool operator==(const Id&, const Id&) = default;
+  };
   std::uint16_t port = 0;
-  Ipv4 address = 0;
+  IpAddress address;
   std::int64_t bytesIn = 0, bytesOut = 0, packetsIn = 0, packetsOut = 0;
   std::int64_t lastUpdate = 0;
   bool tcp = false;  // the protocol flag: TCP, else UDP
   bool changed = false, fresh = false;
 
-  static std::uint64_t KeyOf(Ipv4 address, std::uint16_t port, bool tcp) {
-    return (std::uint64_t{address} << 32) | (std::uint64_t{port} << 1) | (tcp ? 1u : 0u);
+  static std::uint64_t KeyOf(const Id& id) {
+    const std::uint64_t low = (std::uint64_t{id.port} << 1) | (id.tcp ? 1u : 0u);
+    if (id.address.isV4()) return (AddressKey(id.address) << 32) | low;
+    return AddressKey(id.address) ^ (low * 0x9E3779B97F4A7C15ull);
   }
-  std::uint64_t Key() const { return KeyOf(address, port, tcp); }
+  Id id() const { return {address, port, tcp}; }
+  std::uint64_t Key() const { return KeyOf(id()); }
   std::int64_t PacketTotal() const { return packetsIn + packetsOut; }
   std::int64_t ByteTotal() const { return bytesIn + bytesOut; }
 };
@@ -86,8 +117,8 @@ class StatTable {
   // Records overwritten by a newer one since the last Clear.
   std::int64_t Replaced() const { return replaced_; }
 
-  std::int32_t Find(std::uint64_t key) const {
-    return index_.Find(key, [this](std::int32_t slot) { return records_[slot].Key(); });
+  std::int32_t Find(const typename Record::Id& id) const {
+    return index_.Find(Record::KeyOf(id), [&](std::int32_t slot) { return records_[slot].id() == id; });
   }
 
   // The slot for a new record: the next unused one while fewer than `maxItems` are used, else
@@ -100,7 +131,7 @@ class StatTable {
     return victim;
   }
   void Commit(std::int32_t slot) {
-    index_.Insert(records_[slot].Key(), slot);
+    index_.Insert(Record::KeyOf(records_[slot].id()), slot);
     Touched(slot);
   }
   // The record's counters or last update changed: its place in the victim order may move. A
@@ -128,7 +159,7 @@ class StatTable {
     const std::int32_t size = std::max(maxItems, used_);
     leaves_ = std::min<std::int32_t>(std::bit_ceil(static_cast<std::uint32_t>(size)), kTableCapacity);
     index_.Resize(size);
-    for (std::int32_t slot = 0; slot < used_; ++slot) index_.Insert(records_[slot].Key(), slot);
+    for (std::int32_t slot = 0; slot < used_; ++slot) index_.Insert(Record::KeyOf(records_[slot].id()), slot);
     ResetOrder();
     if (policy_ == VictimPolicy::LongestAgo) {
       std::vector<std::int32_t> order(static_cast<std::size_t>(used_));
@@ -154,7 +185,7 @@ class StatTable {
     ResetOrder();
   }
 
-  void Prefetch(std::uint64_t key) const { index_.Prefetch(key); }
+  void Prefetch(const typename Record::Id& id) const { index_.Prefetch(Record::KeyOf(id)); }
   // A full table will give up its next victims for the records a packet creates: start loading
   // what replacing them touches while the lookups run.
   void PrefetchVictims(std::int32_t maxItems, int count) const {
