@@ -17,7 +17,7 @@
 
 namespace vormelt::statistics {
 
-// The largest buffer counted; anything longer cannot be one IPv4 datagram.
+// The largest buffer counted; anything longer cannot be one IP datagram (no IPv6 jumbograms).
 inline constexpr std::size_t kMaxPacketLength = 65535;
 
 struct StatisticsLimits {

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <bit>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <numeric>
 #include <vector>
@@ -25,12 +26,25 @@ using Ipv4 = std::uint32_t;
 // The index key of an address: an IPv4 address is its own key, as the tables have always been
 // keyed; an IPv6 address folds its sixteen bytes into one word. Records are told apart by their
 // whole identity, so two IPv6 addresses with the same fold cost a probe, never a merged record.
+// Every packet computes several keys, so they are word loads rather than byte loops.
 inline std::uint64_t AddressKey(const IpAddress& address) {
-  if (address.isV4()) return address.v4();
-  std::uint64_t high = 0, low = 0;
-  for (int i = 0; i < 8; ++i) high = (high << 8) | address.bytes()[static_cast<std::size_t>(i)];
-  for (int i = 8; i < 16; ++i) low = (low << 8) | address.bytes()[static_cast<std::size_t>(i)];
-  return std::rotl(high * 0x9E3779B97F4A7C15ull, 31) ^ low;
+  if (address.isV4()) {
+    std::uint32_t word;
+    std::memcpy(&word, address.bytes().data(), sizeof word);
+    return __builtin_bswap32(word);
+  }
+  std::uint64_t words[2];
+  std::memcpy(words, address.bytes().data(), sizeof words);
+  return std::rotl(words[0] * 0x9E3779B97F4A7C15ull, 31) ^ words[1];
+}
+
+// Address equality as two word compares: the lookups run it for every packet, and the
+// general comparison goes through memcmp.
+inline bool SameAddress(const IpAddress& a, const IpAddress& b) {
+  std::uint64_t x[2], y[2];
+  std::memcpy(x, a.bytes().data(), sizeof x);
+  std::memcpy(y, b.bytes().data(), sizeof y);
+  return ((x[0] ^ y[0]) | (x[1] ^ y[1])) == 0 && a.family() == b.family();
 }
 
 // What a full table gives up for a new record.
@@ -46,44 +60,35 @@ struct IpRecord {
   IpAddress address;  // after the counters: the record then fits 64 bytes
   bool changed = false, fresh = false;  // fresh: the "new" flag, the row is still to be inserted
 
-  using Id = IpAddress;
-  static std::uint64_t KeyOf(const Id& address) { return AddressKey(address); }
-  const Id& id() const { return address; }
-  std::uint64_t Key() const { return KeyOf(id()); }
+  static std::uint64_t KeyOf(const IpAddress& address) { return AddressKey(address); }
+  std::uint64_t Key() const { return KeyOf(address); }
+  bool Is(const IpAddress& other) const { return SameAddress(address, other); }
   std::int64_t PacketTotal() const { return packetsTo + packetsFrom; }
   std::int64_t ByteTotal() const { return bytesTo + bytesFrom; }
 };
 
 // One ordered pair; each talking pair of hosts has two, so that each host leads one row.
 struct IpPairRecord {
-  struct Id {
-    IpAddress first, second;
-    friend bool operator==(const Id&, const Id&) = default;
-  };
   IpAddress first, second;
   std::int64_t bytesSecondToFirst = 0, bytesFirstToSecond = 0;
   std::int64_t packetsSecondToFirst = 0, packetsFirstToSecond = 0;
   std::int64_t lastUpdate = 0;
   bool changed = false, fresh = false;
 
-  static std::uint64_t KeyOf(const Id& pair) {
-    const std::uint64_t first = AddressKey(pair.first), second = AddressKey(pair.second);
-    if (pair.first.isV4()) return (first << 32) | second;
-    return std::rotl(first, 32) ^ (second * 0xC2B2AE3D27D4EB4Full);
+  static std::uint64_t KeyOf(const IpAddress& first, const IpAddress& second) {
+    const std::uint64_t a = AddressKey(first), b = AddressKey(second);
+    if (first.isV4()) return (a << 32) | b;
+    return std::rotl(a, 32) ^ (b * 0xC2B2AE3D27D4EB4Full);
   }
-  Id id() const { return {first, second}; }
-  std::uint64_t Key() const { return KeyOf(id()); }
+  std::uint64_t Key() const { return KeyOf(first, second); }
+  bool Is(const IpAddress& a, const IpAddress& b) const {
+    return SameAddress(first, a) && SameAddress(second, b);
+  }
   std::int64_t PacketTotal() const { return packetsSecondToFirst + packetsFirstToSecond; }
   std::int64_t ByteTotal() const { return bytesSecondToFirst + bytesFirstToSecond; }
 };
 
 struct LocalPortRecord {
-  struct Id {
-    IpAddress address;
-    std::uint16_t port = 0;
-    bool tcp = false;
-    friend bool operator==(const Id&, const Id&) = default;
-  };
   std::uint16_t port = 0;
   IpAddress address;
   std::int64_t bytesIn = 0, bytesOut = 0, packetsIn = 0, packetsOut = 0;
@@ -91,13 +96,15 @@ struct LocalPortRecord {
   bool tcp = false;  // the protocol flag: TCP, else UDP
   bool changed = false, fresh = false;
 
-  static std::uint64_t KeyOf(const Id& id) {
-    const std::uint64_t low = (std::uint64_t{id.port} << 1) | (id.tcp ? 1u : 0u);
-    if (id.address.isV4()) return (AddressKey(id.address) << 32) | low;
-    return AddressKey(id.address) ^ (low * 0x9E3779B97F4A7C15ull);
+  static std::uint64_t KeyOf(const IpAddress& address, std::uint16_t port, bool tcp) {
+    const std::uint64_t low = (std::uint64_t{port} << 1) | (tcp ? 1u : 0u);
+    if (address.isV4()) return (AddressKey(address) << 32) | low;
+    return AddressKey(address) ^ (low * 0x9E3779B97F4A7C15ull);
   }
-  Id id() const { return {address, port, tcp}; }
-  std::uint64_t Key() const { return KeyOf(id()); }
+  std::uint64_t Key() const { return KeyOf(address, port, tcp); }
+  bool Is(const IpAddress& a, std::uint16_t p, bool t) const {
+    return port == p && tcp == t && SameAddress(address, a);
+  }
   std::int64_t PacketTotal() const { return packetsIn + packetsOut; }
   std::int64_t ByteTotal() const { return bytesIn + bytesOut; }
 };
@@ -117,8 +124,12 @@ class StatTable {
   // Records overwritten by a newer one since the last Clear.
   std::int64_t Replaced() const { return replaced_; }
 
-  std::int32_t Find(const typename Record::Id& id) const {
-    return index_.Find(Record::KeyOf(id), [&](std::int32_t slot) { return records_[slot].id() == id; });
+  // The slot of the record with the given identity (an address, a pair, an address, port and
+  // protocol), or SlotIndex::kNoSlot.
+  template <typename... Identity>
+  std::int32_t Find(const Identity&... identity) const {
+    return index_.Find(Record::KeyOf(identity...),
+                       [&](std::int32_t slot) { return records_[slot].Is(identity...); });
   }
 
   // The slot for a new record: the next unused one while fewer than `maxItems` are used, else
@@ -131,7 +142,7 @@ class StatTable {
     return victim;
   }
   void Commit(std::int32_t slot) {
-    index_.Insert(Record::KeyOf(records_[slot].id()), slot);
+    index_.Insert(records_[slot].Key(), slot);
     Touched(slot);
   }
   // The record's counters or last update changed: its place in the victim order may move. A
@@ -159,7 +170,7 @@ class StatTable {
     const std::int32_t size = std::max(maxItems, used_);
     leaves_ = std::min<std::int32_t>(std::bit_ceil(static_cast<std::uint32_t>(size)), kTableCapacity);
     index_.Resize(size);
-    for (std::int32_t slot = 0; slot < used_; ++slot) index_.Insert(Record::KeyOf(records_[slot].id()), slot);
+    for (std::int32_t slot = 0; slot < used_; ++slot) index_.Insert(records_[slot].Key(), slot);
     ResetOrder();
     if (policy_ == VictimPolicy::LongestAgo) {
       std::vector<std::int32_t> order(static_cast<std::size_t>(used_));
@@ -185,7 +196,8 @@ class StatTable {
     ResetOrder();
   }
 
-  void Prefetch(const typename Record::Id& id) const { index_.Prefetch(Record::KeyOf(id)); }
+  template <typename... Identity>
+  void Prefetch(const Identity&... identity) const { index_.Prefetch(Record::KeyOf(identity...)); }
   // A full table will give up its next victims for the records a packet creates: start loading
   // what replacing them touches while the lookups run.
   void PrefetchVictims(std::int32_t maxItems, int count) const {

@@ -52,10 +52,10 @@ TEST(StatisticsEngine, TwoHostTcpFillsAddressPairAndLocalPortRecords) {
     EXPECT_EQ(t.ip.At(0).Key(), kA);
     EXPECT_EQ(t.ip.At(0).bytesFrom + t.ip.At(0).bytesTo, length);
     ASSERT_EQ(t.pairs.Used(), 2);
-    EXPECT_EQ(t.pairs.At(0).Key(), IpPairRecord::KeyOf({IpAddress::V4(kA), IpAddress::V4(kB)}));
+    EXPECT_EQ(t.pairs.At(0).Key(), IpPairRecord::KeyOf(IpAddress::V4(kA), IpAddress::V4(kB)));
     EXPECT_EQ(t.pairs.At(0).bytesFirstToSecond, length);
     ASSERT_EQ(t.ports.Used(), 1);
-    EXPECT_EQ(t.ports.At(0).Key(), LocalPortRecord::KeyOf({IpAddress::V4(kA), 40000, true}));
+    EXPECT_EQ(t.ports.At(0).Key(), LocalPortRecord::KeyOf(IpAddress::V4(kA), 40000, true));
     EXPECT_EQ(t.ports.At(0).bytesOut, t.ports.At(0).ByteTotal());
   });
 }
@@ -191,8 +191,8 @@ TEST(StatisticsEngine, IndexAndVictimOrderAgreeWithAPassOverEverySlot) {
         const Ipv4 a = 0x0A000000 + random() % 40, b = 0x0A000000 + random() % 40;
         f.engine.CountPacket(Tcp(a, b, 0));
         ip.Count(a, b, seq);
-        pairs.Count(IpPairRecord::KeyOf({IpAddress::V4(a), IpAddress::V4(b)}),
-                    IpPairRecord::KeyOf({IpAddress::V4(b), IpAddress::V4(a)}), seq);
+        pairs.Count(IpPairRecord::KeyOf(IpAddress::V4(a), IpAddress::V4(b)),
+                    IpPairRecord::KeyOf(IpAddress::V4(b), IpAddress::V4(a)), seq);
         const bool same = f.engine.WithTables([&](const StatisticsTables& t) {
           bool ok = t.ip.Used() == static_cast<std::int32_t>(ip.rows.size()) &&
                     t.pairs.Used() == static_cast<std::int32_t>(pairs.rows.size());
