@@ -101,6 +101,12 @@ void StatisticsEngine::CountIpv6Packet(std::span<const std::uint8_t> received) {
   const std::uint16_t localPort =
       side == LocalSide::None ? 0 : (outgoing ? ports->source() : ports->destination());
   const bool tcp = protocol == kProtocolTcp;
+  // Each index key once: lookups, prefetches and new records all use them.
+  const bool v4 = source.isV4();
+  PacketKeys keys{AddressKey(source), AddressKey(destination), 0, 0, 0};
+  keys.forward = IpPairRecord::KeyOfKeys(keys.source, keys.destination, v4);
+  keys.backward = IpPairRecord::KeyOfKeys(keys.destination, keys.source, v4);
+  keys.port = LocalPortRecord::KeyOfKeys(outgoing ? keys.source : keys.destination, localPort, tcp, v4);
 
   const std::int64_t sequence = sequence_.load(std::memory_order_relaxed) + 1;
   sequence_.store(sequence, std::memory_order_relaxed);
@@ -108,14 +114,16 @@ void StatisticsEngine::CountIpv6Packet(std::span<const std::uint8_t> received) {
   std::lock_guard lock(mutex_);
   // The lookups below miss the cache on a busy link; start all their loads at once.
   StatisticsTables& tables = *tables_;
-  tables.ip.Prefetch(source);
-  tables.ip.Prefetch(destination);
-  tables.pairs.Prefetch(source, destination);
-  tables.pairs.Prefetch(destination, source);
-  if (side != LocalSide::None) tables.ports.Prefetch(localAddress, localPort, tcp);
-  CountAddresses(source, destination, bytes, sequence);
-  CountPairs(source, destination, bytes, sequence);
-  if (side != LocalSide::None) CountPort(localAddress, localPort, tcp, outgoing, bytes, sequence);
+  tables.ip.Prefetch(keys.source);
+  tables.ip.Prefetch(keys.destination);
+  tables.pairs.Prefetch(keys.forward);
+  tables.pairs.Prefetch(keys.backward);
+  if (side != LocalSide::None) tables.ports.Prefetch(keys.port);
+  CountAddresses(source, destination, keys, bytes, sequence);
+  CountPairs(source, destination, keys, bytes, sequence);
+  if (side != LocalSide::None) {
+    CountPort(localAddress, localPort, tcp, outgoing, keys.port, bytes, sequence);
+  }
   // The records the next packet would replace are known now; their loads complete while the
   // receive loop fetches that packet.
   tables.ip.PrefetchVictims(limits_.maxItems, 2);
@@ -126,10 +134,11 @@ void StatisticsEngine::CountIpv6Packet(std::span<const std::uint8_t> received) {
 // Both addresses are looked up before anything is created, so a record made for the source may
 // itself be the victim the destination's record replaces (with a list of one item).
 void StatisticsEngine::CountAddresses(const IpAddress& source, const IpAddress& destination,
-                                      std::int64_t bytes, std::int64_t sequence) {
+                                      const PacketKeys& keys, std::int64_t bytes,
+                                      std::int64_t sequence) {
   StatTable<IpRecord>& table = tables_->ip;
-  const std::int32_t sourceSlot = table.Find(source);
-  const std::int32_t destinationSlot = table.Find(destination);
+  const std::int32_t sourceSlot = table.FindKeyed(keys.source, source);
+  const std::int32_t destinationSlot = table.FindKeyed(keys.destination, destination);
   if (sourceSlot >= 0) {
     TouchIp(table.At(sourceSlot), true, bytes, sequence);
     table.Touched(sourceSlot);
@@ -138,25 +147,26 @@ void StatisticsEngine::CountAddresses(const IpAddress& source, const IpAddress& 
     TouchIp(table.At(destinationSlot), false, bytes, sequence);
     table.Touched(destinationSlot);
   }
-  const auto create = [&](const IpAddress& address, bool from, bool to) {
+  const auto create = [&](const IpAddress& address, std::uint64_t key, bool from, bool to) {
     const std::int32_t slot = table.Obtain(limits_.maxItems);
     IpRecord& record = table.At(slot);
     record = IpRecord{.address = address, .fresh = true};
     if (from) TouchIp(record, true, bytes, sequence);
     if (to) TouchIp(record, false, bytes, sequence);
-    table.Commit(slot);
+    table.Commit(slot, key);
   };
   // A packet to itself has one record, which takes both directions.
-  const bool self = source == destination;
-  if (sourceSlot < 0) create(source, true, self);
-  if (destinationSlot < 0 && !self) create(destination, false, true);
+  const bool self = SameAddress(source, destination);
+  if (sourceSlot < 0) create(source, keys.source, true, self);
+  if (destinationSlot < 0 && !self) create(destination, keys.destination, false, true);
 }
 
 void StatisticsEngine::CountPairs(const IpAddress& source, const IpAddress& destination,
-                                  std::int64_t bytes, std::int64_t sequence) {
+                                  const PacketKeys& keys, std::int64_t bytes,
+                                  std::int64_t sequence) {
   StatTable<IpPairRecord>& table = tables_->pairs;
-  const std::int32_t forwardSlot = table.Find(source, destination);
-  const std::int32_t backwardSlot = table.Find(destination, source);
+  const std::int32_t forwardSlot = table.FindKeyed(keys.forward, source, destination);
+  const std::int32_t backwardSlot = table.FindKeyed(keys.backward, destination, source);
   // sent: the record whose first address is the source; else it is the reverse record.
   const auto touch = [&](IpPairRecord& record, bool sent) {
     if (sent) {
@@ -177,24 +187,25 @@ void StatisticsEngine::CountPairs(const IpAddress& source, const IpAddress& dest
     touch(table.At(backwardSlot), false);
     table.Touched(backwardSlot);
   }
-  const auto create = [&](const IpAddress& first, const IpAddress& second, bool sent,
-                          bool received) {
+  const auto create = [&](const IpAddress& first, const IpAddress& second, std::uint64_t key,
+                          bool sent, bool received) {
     const std::int32_t slot = table.Obtain(limits_.maxItems);
     IpPairRecord& record = table.At(slot);
     record = IpPairRecord{.first = first, .second = second, .fresh = true};
     if (sent) touch(record, true);
     if (received) touch(record, false);
-    table.Commit(slot);
+    table.Commit(slot, key);
   };
-  const bool self = source == destination;
-  if (forwardSlot < 0) create(source, destination, true, self);
-  if (backwardSlot < 0 && !self) create(destination, source, false, true);
+  const bool self = SameAddress(source, destination);
+  if (forwardSlot < 0) create(source, destination, keys.forward, true, self);
+  if (backwardSlot < 0 && !self) create(destination, source, keys.backward, false, true);
 }
 
 void StatisticsEngine::CountPort(const IpAddress& address, std::uint16_t port, bool tcp,
-                                 bool outgoing, std::int64_t bytes, std::int64_t sequence) {
+                                 bool outgoing, std::uint64_t key, std::int64_t bytes,
+                                 std::int64_t sequence) {
   StatTable<LocalPortRecord>& table = tables_->ports;
-  std::int32_t slot = table.Find(address, port, tcp);
+  std::int32_t slot = table.FindKeyed(key, address, port, tcp);
   const bool create = slot < 0;
   if (create) {
     slot = table.Obtain(limits_.maxItems);
@@ -211,7 +222,7 @@ void StatisticsEngine::CountPort(const IpAddress& address, std::uint16_t port, b
   record.changed = true;
   record.lastUpdate = sequence;
   if (create) {
-    table.Commit(slot);
+    table.Commit(slot, key);
   } else {
     table.Touched(slot);
   }

@@ -61,12 +61,16 @@ class StatisticsEngine final : public FrameSink {
  private:
   void Count(const IpAddress& source, const IpAddress& destination, std::uint8_t protocol,
              std::size_t length, LocalSide side, const std::optional<PortsView>& ports);
-  void CountAddresses(const IpAddress& source, const IpAddress& destination, std::int64_t bytes,
-                      std::int64_t sequence);
-  void CountPairs(const IpAddress& source, const IpAddress& destination, std::int64_t bytes,
-                  std::int64_t sequence);
+  // One packet's index keys: its two addresses, the pair both ways, and its local port.
+  struct PacketKeys {
+    std::uint64_t source, destination, forward, backward, port;
+  };
+  void CountAddresses(const IpAddress& source, const IpAddress& destination,
+                      const PacketKeys& keys, std::int64_t bytes, std::int64_t sequence);
+  void CountPairs(const IpAddress& source, const IpAddress& destination, const PacketKeys& keys,
+                  std::int64_t bytes, std::int64_t sequence);
   void CountPort(const IpAddress& address, std::uint16_t port, bool tcp, bool outgoing,
-                 std::int64_t bytes, std::int64_t sequence);
+                 std::uint64_t key, std::int64_t bytes, std::int64_t sequence);
 
   const LocalAddressList& locals_;
   mutable std::mutex mutex_;

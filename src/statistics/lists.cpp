@@ -38,8 +38,8 @@ constexpr ColumnInfo kPortColumns[] = {
     {Text::StatsColumnProtocol, "protocol", ColumnKind::Text},
 };
 
-Cell Number(std::int64_t value) { return Cell{value, {}}; }
-Cell Words(std::string text) { return Cell{0, std::move(text)}; }
+Cell Number(std::int64_t value) { return Cell{value, {}, {}}; }
+Cell Words(std::string text) { return Cell{0, std::move(text), {}}; }
 
 void AppendJsonString(std::string_view text, std::string& out) {
   out += '"';

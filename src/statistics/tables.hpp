@@ -75,10 +75,12 @@ struct IpPairRecord {
   std::int64_t lastUpdate = 0;
   bool changed = false, fresh = false;
 
+  // From the two addresses' keys, as the engine has them at hand.
+  static std::uint64_t KeyOfKeys(std::uint64_t first, std::uint64_t second, bool v4) {
+    return v4 ? (first << 32) | second : std::rotl(first, 32) ^ (second * 0xC2B2AE3D27D4EB4Full);
+  }
   static std::uint64_t KeyOf(const IpAddress& first, const IpAddress& second) {
-    const std::uint64_t a = AddressKey(first), b = AddressKey(second);
-    if (first.isV4()) return (a << 32) | b;
-    return std::rotl(a, 32) ^ (b * 0xC2B2AE3D27D4EB4Full);
+    return KeyOfKeys(AddressKey(first), AddressKey(second), first.isV4());
   }
   std::uint64_t Key() const { return KeyOf(first, second); }
   bool Is(const IpAddress& a, const IpAddress& b) const {
@@ -96,10 +98,12 @@ struct LocalPortRecord {
   bool tcp = false;  // the protocol flag: TCP, else UDP
   bool changed = false, fresh = false;
 
-  static std::uint64_t KeyOf(const IpAddress& address, std::uint16_t port, bool tcp) {
+  static std::uint64_t KeyOfKeys(std::uint64_t address, std::uint16_t port, bool tcp, bool v4) {
     const std::uint64_t low = (std::uint64_t{port} << 1) | (tcp ? 1u : 0u);
-    if (address.isV4()) return (AddressKey(address) << 32) | low;
-    return AddressKey(address) ^ (low * 0x9E3779B97F4A7C15ull);
+    return v4 ? (address << 32) | low : address ^ (low * 0x9E3779B97F4A7C15ull);
+  }
+  static std::uint64_t KeyOf(const IpAddress& address, std::uint16_t port, bool tcp) {
+    return KeyOfKeys(AddressKey(address), port, tcp, address.isV4());
   }
   std::uint64_t Key() const { return KeyOf(address, port, tcp); }
   bool Is(const IpAddress& a, std::uint16_t p, bool t) const {
@@ -128,8 +132,12 @@ class StatTable {
   // protocol), or SlotIndex::kNoSlot.
   template <typename... Identity>
   std::int32_t Find(const Identity&... identity) const {
-    return index_.Find(Record::KeyOf(identity...),
-                       [&](std::int32_t slot) { return records_[slot].Is(identity...); });
+    return FindKeyed(Record::KeyOf(identity...), identity...);
+  }
+  // The same with the key already made (the engine makes each packet's keys once).
+  template <typename... Identity>
+  std::int32_t FindKeyed(std::uint64_t key, const Identity&... identity) const {
+    return index_.Find(key, [&](std::int32_t slot) { return records_[slot].Is(identity...); });
   }
 
   // The slot for a new record: the next unused one while fewer than `maxItems` are used, else
@@ -141,8 +149,9 @@ class StatTable {
     ++replaced_;
     return victim;
   }
-  void Commit(std::int32_t slot) {
-    index_.Insert(records_[slot].Key(), slot);
+  void Commit(std::int32_t slot) { Commit(slot, records_[slot].Key()); }
+  void Commit(std::int32_t slot, std::uint64_t key) {
+    index_.Insert(key, slot);
     Touched(slot);
   }
   // The record's counters or last update changed: its place in the victim order may move. A
@@ -196,8 +205,7 @@ class StatTable {
     ResetOrder();
   }
 
-  template <typename... Identity>
-  void Prefetch(const Identity&... identity) const { index_.Prefetch(Record::KeyOf(identity...)); }
+  void Prefetch(std::uint64_t key) const { index_.Prefetch(key); }
   // A full table will give up its next victims for the records a packet creates: start loading
   // what replacing them touches while the lookups run.
   void PrefetchVictims(std::int32_t maxItems, int count) const {
