@@ -145,7 +145,8 @@ std::string TrimFolder(std::string_view folder) {
 }
 
 PlacedFile PlaceFile(const NamingOptions& options, std::string_view name,
-                     std::string_view extension, const IpAddress& source, const IpAddress& destination,
+                     std::string_view extension, const IpAddress& source,
+                     const IpAddress& destination,
                      const FileFiller& fill) {
   PlacedFile result;
   const std::string folderText = TrimFolder(options.folder);

@@ -106,7 +106,8 @@ void StatisticsEngine::CountIpv6Packet(std::span<const std::uint8_t> received) {
   PacketKeys keys{AddressKey(source), AddressKey(destination), 0, 0, 0};
   keys.forward = IpPairRecord::KeyOfKeys(keys.source, keys.destination, v4);
   keys.backward = IpPairRecord::KeyOfKeys(keys.destination, keys.source, v4);
-  keys.port = LocalPortRecord::KeyOfKeys(outgoing ? keys.source : keys.destination, localPort, tcp, v4);
+  keys.port =
+      LocalPortRecord::KeyOfKeys(outgoing ? keys.source : keys.destination, localPort, tcp, v4);
 
   const std::int64_t sequence = sequence_.load(std::memory_order_relaxed) + 1;
   sequence_.store(sequence, std::memory_order_relaxed);

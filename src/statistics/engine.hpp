@@ -1,7 +1,7 @@
-// StatisticsEngine: counts every IPv4 and IPv6 packet it is handed into the three tables, as a FrameSink
-// for the capture loop (live or from a file). One lock guards the tables: the receive thread
-// holds it for one packet, readers (the window's updater, the command line, saving) for one
-// pass through WithTables. Nothing is allocated per packet.
+// StatisticsEngine: counts every IPv4 and IPv6 packet it is handed into the three tables, as a
+// FrameSink for the capture loop (live or from a file). One lock guards the tables: the receive
+// thread holds it for one packet, readers (the window's updater, the command line, saving) for
+// one pass through WithTables. Nothing is allocated per packet.
 #pragma once
 
 #include <atomic>

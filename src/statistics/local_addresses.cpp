@@ -1,5 +1,5 @@
-// The host's IPv4 addresses from getifaddrs, and the thread that keeps the list current as
-// interfaces come and go (a VPN, a DHCP renewal) while a capture runs.
+// The host's IPv4 and IPv6 addresses from getifaddrs, and the thread that keeps the list
+// current as interfaces come and go (a VPN, a DHCP renewal) while a capture runs.
 #include "statistics/local_addresses.hpp"
 
 #include <ifaddrs.h>
@@ -75,34 +75,39 @@ std::vector<Ipv4> LocalAddressList::Copy() const {
   return copy;
 }
 
-std::vector<Ipv4> HostIpv4Addresses() {
-  std::vector<Ipv4> addresses;
+namespace {
+
+// The addresses of `family` of every interface that is up, at most `limit`, each as `convert`
+// makes it from the interface's sockaddr.
+template <typename Address, typename Convert>
+std::vector<Address> HostAddresses(int family, std::size_t limit, Convert convert) {
+  std::vector<Address> addresses;
   ifaddrs* list = nullptr;
   if (getifaddrs(&list) != 0) return addresses;
-  for (const ifaddrs* entry = list; entry; entry = entry->ifa_next) {
-    if (!entry->ifa_addr || entry->ifa_addr->sa_family != AF_INET) continue;
+  for (const ifaddrs* entry = list; entry && addresses.size() < limit; entry = entry->ifa_next) {
+    if (!entry->ifa_addr || entry->ifa_addr->sa_family != family) continue;
     if (!(entry->ifa_flags & IFF_UP)) continue;
-    const auto* inet = reinterpret_cast<const sockaddr_in*>(entry->ifa_addr);
-    addresses.push_back(ReadBe32(reinterpret_cast<const std::uint8_t*>(&inet->sin_addr.s_addr)));
-    if (addresses.size() == LocalAddressList::kCapacity) break;
+    addresses.push_back(convert(entry->ifa_addr));
   }
   freeifaddrs(list);
   return addresses;
 }
 
+}  // namespace
+
+std::vector<Ipv4> HostIpv4Addresses() {
+  return HostAddresses<Ipv4>(AF_INET, LocalAddressList::kCapacity, [](const sockaddr* address) {
+    const auto* inet = reinterpret_cast<const sockaddr_in*>(address);
+    return ReadBe32(reinterpret_cast<const std::uint8_t*>(&inet->sin_addr.s_addr));
+  });
+}
+
 std::vector<IpAddress> HostIpv6Addresses() {
-  std::vector<IpAddress> addresses;
-  ifaddrs* list = nullptr;
-  if (getifaddrs(&list) != 0) return addresses;
-  for (const ifaddrs* entry = list; entry; entry = entry->ifa_next) {
-    if (!entry->ifa_addr || entry->ifa_addr->sa_family != AF_INET6) continue;
-    if (!(entry->ifa_flags & IFF_UP)) continue;
-    const auto* inet6 = reinterpret_cast<const sockaddr_in6*>(entry->ifa_addr);
-    addresses.push_back(IpAddress::V6Bytes(inet6->sin6_addr.s6_addr));
-    if (addresses.size() == LocalAddressList::kIpv6Capacity) break;
-  }
-  freeifaddrs(list);
-  return addresses;
+  return HostAddresses<IpAddress>(
+      AF_INET6, LocalAddressList::kIpv6Capacity, [](const sockaddr* address) {
+        const auto* inet6 = reinterpret_cast<const sockaddr_in6*>(address);
+        return IpAddress::V6Bytes(inet6->sin6_addr.s6_addr);
+      });
 }
 
 bool ParseIpv4(std::string_view text, Ipv4& address) {

@@ -318,9 +318,12 @@ TEST(FileModeEngine, HttpOverBothFamiliesFromARealCapture) {
   ASSERT_EQ(run.status, 0) << run.err;
   std::map<std::string, std::vector<std::string>> bodies;  // by sub-folder
   for (const auto& entry : fs::recursive_directory_iterator(out.path())) {
-    if (entry.is_regular_file()) bodies[entry.path().parent_path().filename()].push_back(ReadFile(entry.path()));
+    if (!entry.is_regular_file()) continue;
+    bodies[entry.path().parent_path().filename()].push_back(ReadFile(entry.path()));
   }
-  for (auto& [folder, list] : bodies) std::sort(list.begin(), list.end(), [](const auto& a, const auto& b) { return a.size() < b.size(); });
+  for (auto& [folder, list] : bodies) {
+    std::sort(list.begin(), list.end(), [](auto& a, auto& b) { return a.size() < b.size(); });
+  }
   ASSERT_EQ(bodies["::1"].size(), 2u);
   ASSERT_EQ(bodies["127.0.0.1"].size(), 1u);
   EXPECT_EQ(bodies["::1"][0], "hello from both families\n");

@@ -73,8 +73,13 @@ TEST(StatisticsRace, ReceiveUpdaterRefresherAndWindowShareTheTables) {
   // Limits and clearing changed all along: every record must still be found where it is.
   engine.WithTables([](const StatisticsTables& t) {
     for (std::int32_t s = 0; s < t.ip.Used(); ++s) EXPECT_EQ(t.ip.Find(t.ip.At(s).address), s);
-    for (std::int32_t s = 0; s < t.pairs.Used(); ++s) EXPECT_EQ(t.pairs.Find(t.pairs.At(s).first, t.pairs.At(s).second), s);
-    for (std::int32_t s = 0; s < t.ports.Used(); ++s) EXPECT_EQ(t.ports.Find(t.ports.At(s).address, t.ports.At(s).port, t.ports.At(s).tcp), s);
+    for (std::int32_t s = 0; s < t.pairs.Used(); ++s) {
+      EXPECT_EQ(t.pairs.Find(t.pairs.At(s).first, t.pairs.At(s).second), s);
+    }
+    for (std::int32_t s = 0; s < t.ports.Used(); ++s) {
+      const LocalPortRecord& r = t.ports.At(s);
+      EXPECT_EQ(t.ports.Find(r.address, r.port, r.tcp), s);
+    }
   });
 }
 
