@@ -19,7 +19,6 @@ constexpr std::uint8_t kPshFlag = 0x08;
 constexpr std::uint8_t kSynFlag = 0x02;
 constexpr std::size_t kWordBits = 64;
 
-
 }  // namespace
 
 struct StreamTable::Slot {

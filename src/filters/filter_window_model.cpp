@@ -1,6 +1,7 @@
 // The filter setup window's editing rules and field parsing, plus the resolver's look-ups.
 // Nothing here shows a message: the window turns each outcome into its catalogue text.
 #include "filters/filter_window_model.hpp"
+#include "common/ip_address.hpp"
 
 #include <arpa/inet.h>
 #include <netdb.h>
@@ -147,14 +148,24 @@ std::optional<std::string> ResolveHostName(const std::string& host) {
 }
 
 std::optional<std::string> ReverseResolveAddress(const std::string& address) {
-  const std::optional<std::uint32_t> parsed = ParseIpv4(address);
-  if (!parsed) return std::nullopt;
-  sockaddr_in socketAddress{};
-  socketAddress.sin_family = AF_INET;
-  socketAddress.sin_addr.s_addr = htonl(*parsed);
+  sockaddr_storage socketAddress{};
+  socklen_t length = 0;
+  if (const std::optional<std::uint32_t> parsed = ParseIpv4(address)) {
+    auto& inet = reinterpret_cast<sockaddr_in&>(socketAddress);
+    inet.sin_family = AF_INET;
+    inet.sin_addr.s_addr = htonl(*parsed);
+    length = sizeof inet;
+  } else if (const std::optional<IpAddress> v6 = IpAddress::Parse(address); v6 && v6->isV6()) {
+    auto& inet6 = reinterpret_cast<sockaddr_in6&>(socketAddress);
+    inet6.sin6_family = AF_INET6;
+    std::copy(v6->bytes().begin(), v6->bytes().end(), inet6.sin6_addr.s6_addr);
+    length = sizeof inet6;
+  } else {
+    return std::nullopt;
+  }
   char name[NI_MAXHOST];
-  const int status = getnameinfo(reinterpret_cast<const sockaddr*>(&socketAddress),
-                                 sizeof socketAddress, name, sizeof name, nullptr, 0, NI_NAMEREQD);
+  const int status = getnameinfo(reinterpret_cast<const sockaddr*>(&socketAddress), length, name,
+                                 sizeof name, nullptr, 0, NI_NAMEREQD);
   if (status != 0) return std::nullopt;
   return std::string(name);
 }
