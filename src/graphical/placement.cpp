@@ -46,9 +46,9 @@ int LabelWidthFor(std::string_view text) {
   return static_cast<int>(kLabelWidth * text.size() / kLongestIpv4);
 }
 
-const Label& LabelBoard::Touch(const IpAddress& address, std::int64_t nowMs, std::uint64_t packets,
-                               std::uint64_t bytes, int surfaceWidth, int surfaceHeight,
-                               LabelRandom& random) {
+const Label& LabelBoard::Touch(const IpAddress& address, std::int64_t nowMs,
+                               std::uint64_t packets, std::uint64_t bytes, int surfaceWidth,
+                               int surfaceHeight, LabelRandom& random) {
   auto found = index_.find(address);
   if (found == index_.end()) {
     Label label;

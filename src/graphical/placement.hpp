@@ -92,8 +92,8 @@ class LabelBoard {
  public:
   // The label of `address`, placed now when it has none. Counts `packets` and `bytes` to it
   // and marks it active at `nowMs`.
-  const Label& Touch(const IpAddress& address, std::int64_t nowMs, std::uint64_t packets, std::uint64_t bytes,
-                     int surfaceWidth, int surfaceHeight, LabelRandom& random);
+  const Label& Touch(const IpAddress& address, std::int64_t nowMs, std::uint64_t packets,
+                     std::uint64_t bytes, int surfaceWidth, int surfaceHeight, LabelRandom& random);
   // Removes labels quiet for longer than `timeoutSeconds`; returns how many went.
   std::size_t Expire(std::int64_t nowMs, int timeoutSeconds);
   void Clear();

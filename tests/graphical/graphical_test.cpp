@@ -156,7 +156,9 @@ TEST(Scene, PixelsAreCappedAndTheRestCountedAndCurvesSeparateDirections) {
   std::vector<PairTraffic> pairs;
   // Few labels, many pairs: 80 x 51 = 4,080 pairs, ten past the cap.
   for (Ipv4 a = 1; a <= 80; ++a) {
-    for (Ipv4 b = 1000; b < 1051; ++b) pairs.push_back({IpAddress::V4(a), IpAddress::V4(b), 2, 100});
+    for (Ipv4 b = 1000; b < 1051; ++b) {
+      pairs.push_back({IpAddress::V4(a), IpAddress::V4(b), 2, 100});
+    }
   }
   scene.Feed(pairs, Colour{255, 255, 255}, 0);
   EXPECT_EQ(scene.Pixels().size(), kMaxMovingPixels);
