@@ -46,8 +46,9 @@ void FillScene(graphical::Scene& scene, std::int64_t now) {
   std::vector<graphical::PairTraffic> pairs;
   for (graphical::Ipv4 a = 1; a <= 12; ++a) {
     for (graphical::Ipv4 b = a + 1; b <= 12; b += 3) {
-      pairs.push_back({0x0A000000 + a, 0xC0A80000 + b, 3, 300});
-      pairs.push_back({0xC0A80000 + b, 0x0A000000 + a, 1, 100});
+      const IpAddress near = IpAddress::V4(0x0A000000 + a), far = IpAddress::V4(0xC0A80000 + b);
+      pairs.push_back({near, far, 3, 300});
+      pairs.push_back({far, near, 1, 100});
     }
   }
   // Pixels started at different times stand at different places along their ways.
