@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "statistics/engine.hpp"
+#include "statistics/lists.hpp"
 #include "support/frames.hpp"
 
 namespace vormelt::statistics {
@@ -71,6 +72,30 @@ TEST(StatisticsEngine, OnlyTcpTrustsTheTotalLengthOverTheReceivedLength) {
   f.engine.WithTables([&](const StatisticsTables& t) {
     EXPECT_EQ(t.ip.At(1).bytesTo, static_cast<std::int64_t>(tcpTotal + 14));
     EXPECT_EQ(t.ip.At(2).bytesTo, static_cast<std::int64_t>(udpReceived + 14));
+  });
+}
+
+// IPv6: ports behind a hop-by-hop header, a local IPv6 end, padding not counted; the address
+// column sorts numerically within a family and every IPv4 address before every IPv6 one.
+TEST(StatisticsEngine, Ipv6PortsBehindExtensionHeadersAndAddressOrder) {
+  Fixture f;
+  const IpAddress local = *IpAddress::Parse("2001:db8::1"), peer = *IpAddress::Parse("2001:db8::2");
+  f.locals.ReplaceIpv6(std::vector{local});
+  Bytes ip(40 + 8 + 20 + 10 + 6, 0);  // six bytes of link padding behind the datagram
+  ip[0] = 0x60, ip[5] = 8 + 20 + 10, ip[7] = 64, ip[40] = kProtocolTcp, ip[60] = 0x50;
+  std::copy(local.bytes().begin(), local.bytes().end(), ip.begin() + 8);
+  std::copy(peer.bytes().begin(), peer.bytes().end(), ip.begin() + 24);
+  ip[48] = 0x01, ip[49] = 0xBB, ip[50] = 0x9C, ip[51] = 0x40;  // 443 -> 40000
+  f.engine.CountIpv6Packet(ip);
+  f.engine.CountPacket(Tcp(kA, 0x0A00000A));
+  const auto order = [](const IpRecord& r) { return CellOf(r, 0, UiLanguage::English).order; };
+  f.engine.WithTables([&](const StatisticsTables& t) {
+    ASSERT_EQ(t.ports.Used(), 1);
+    EXPECT_TRUE(t.ports.At(0).Is(local, 443, true));
+    EXPECT_EQ(t.ports.At(0).bytesOut, 40 + 8 + 20 + 10 + 14);
+    EXPECT_LT(order(t.ip.At(2)), order(t.ip.At(3)));  // 10.0.0.1 before 10.0.0.10
+    EXPECT_LT(order(t.ip.At(3)), order(t.ip.At(0)));  // before 2001:db8::1
+    EXPECT_LT(order(t.ip.At(0)), order(t.ip.At(1)));
   });
 }
 
