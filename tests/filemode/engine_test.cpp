@@ -321,9 +321,7 @@ TEST(FileModeEngine, HttpOverBothFamiliesFromARealCapture) {
     if (!entry.is_regular_file()) continue;
     bodies[entry.path().parent_path().filename()].push_back(ReadFile(entry.path()));
   }
-  for (auto& [folder, list] : bodies) {
-    std::sort(list.begin(), list.end(), [](auto& a, auto& b) { return a.size() < b.size(); });
-  }
+  std::ranges::sort(bodies["::1"], {}, [](const std::string& body) { return body.size(); });
   ASSERT_EQ(bodies["::1"].size(), 2u);
   ASSERT_EQ(bodies["127.0.0.1"].size(), 1u);
   EXPECT_EQ(bodies["::1"][0], "hello from both families\n");

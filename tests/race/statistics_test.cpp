@@ -77,8 +77,7 @@ TEST(StatisticsRace, ReceiveUpdaterRefresherAndWindowShareTheTables) {
       EXPECT_EQ(t.pairs.Find(t.pairs.At(s).first, t.pairs.At(s).second), s);
     }
     for (std::int32_t s = 0; s < t.ports.Used(); ++s) {
-      const LocalPortRecord& r = t.ports.At(s);
-      EXPECT_EQ(t.ports.Find(r.address, r.port, r.tcp), s);
+      EXPECT_EQ(t.ports.Find(t.ports.At(s).address, t.ports.At(s).port, t.ports.At(s).tcp), s);
     }
   });
 }

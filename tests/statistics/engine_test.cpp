@@ -75,17 +75,16 @@ TEST(StatisticsEngine, OnlyTcpTrustsTheTotalLengthOverTheReceivedLength) {
   });
 }
 
-// IPv6: ports behind a hop-by-hop header, a local IPv6 end, padding not counted; the address
-// column sorts numerically within a family and every IPv4 address before every IPv6 one.
+// IPv6 ports behind a hop-by-hop header; address order: numeric, every IPv4 before IPv6.
 TEST(StatisticsEngine, Ipv6PortsBehindExtensionHeadersAndAddressOrder) {
   Fixture f;
   const IpAddress local = *IpAddress::Parse("2001:db8::1"), peer = *IpAddress::Parse("2001:db8::2");
   f.locals.ReplaceIpv6(std::vector{local});
   Bytes ip(40 + 8 + 20 + 10 + 6, 0);  // six bytes of link padding behind the datagram
-  ip[0] = 0x60, ip[5] = 8 + 20 + 10, ip[7] = 64, ip[40] = kProtocolTcp, ip[60] = 0x50;
+  ip[0] = 0x60, ip[5] = 8 + 20 + 10, ip[40] = kProtocolTcp, ip[60] = 0x50;
   std::copy(local.bytes().begin(), local.bytes().end(), ip.begin() + 8);
   std::copy(peer.bytes().begin(), peer.bytes().end(), ip.begin() + 24);
-  ip[48] = 0x01, ip[49] = 0xBB, ip[50] = 0x9C, ip[51] = 0x40;  // 443 -> 40000
+  ip[48] = 0x01, ip[49] = 0xBB;  // from port 443
   f.engine.CountIpv6Packet(ip);
   f.engine.CountPacket(Tcp(kA, 0x0A00000A));
   const auto order = [](const IpRecord& r) { return CellOf(r, 0, UiLanguage::English).order; };
