@@ -64,7 +64,7 @@ Figures RunMode(const char* name, bool pixels, bool curved, int frames,
   scene.SetSurface(kWidth, kHeight);
   // Every label on the surface before timing starts: placement is a one-off per address.
   std::vector<graphical::PairTraffic> warm;
-  for (int i = 1; i <= kLabels; ++i) warm.push_back({Host(i), Host(i % kLabels + 1), 1, 60});
+  for (int i = 1; i <= kLabels; ++i) warm.push_back({IpAddress::V4(Host(i)), IpAddress::V4(Host(i % kLabels + 1)), 1, 60});
   scene.Feed(warm, {255, 255, 255}, 0);
 
   graphical::PairGatherer gatherer;

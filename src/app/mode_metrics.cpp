@@ -50,7 +50,7 @@ void AddStatistics(std::vector<Family>& out, const statistics::StatisticsEngine&
   engine.WithTables([&](const statistics::StatisticsTables& tables) {
     for (std::int32_t slot = 0; slot < tables.ip.Used(); ++slot) {
       const statistics::IpRecord& record = tables.ip.At(slot);
-      const std::string address = statistics::FormatIpv4(record.address);
+      const std::string address = record.address.ToString();
       for (const bool from : {true, false}) {
         const std::vector<std::pair<std::string, std::string>> labels{
             {"address", address}, {"direction", from ? "from" : "to"}};

@@ -9,15 +9,12 @@
 
 #include "common/byte_order.hpp"
 #include "common/wire.hpp"
+#include "packets/headers.hpp"
 
 namespace vormelt {
 namespace {
 
-constexpr std::size_t kVlanTag = 4;
-constexpr std::size_t kNullHeader = 4;
-constexpr std::size_t kSllHeader = 16;
-constexpr std::size_t kSll2Header = 20;
-constexpr std::size_t kIpv4MinimumHeaderLength = 20;
+constexpr std::size_t kMacAddressLength = 6;
 // pcap files say 101 for raw IP; libpcap hands that out as DLT_RAW, but both may be seen.
 constexpr int kLinkTypeRaw = 101;
 // Address families a DLT_NULL/DLT_LOOP header may carry for IPv6 (Linux, BSDs, macOS).
@@ -31,8 +28,7 @@ struct LinkPayload {
 };
 
 std::uint16_t TypeOfIpVersion(std::span<const std::uint8_t> packet) {
-  if (packet.empty()) return 0;
-  switch (packet[0] >> 4) {
+  switch (IpVersionOf(packet)) {
     case 4: return kEtherTypeIpv4;
     case 6: return kEtherTypeIpv6;
     default: return 0;
@@ -45,23 +41,12 @@ std::uint16_t TypeOfFamily(std::uint32_t family) {
   return std::find(std::begin(kFamiliesInet6), end, family) != end ? kEtherTypeIpv6 : 0;
 }
 
-// The family word is in the capturing host's byte order for DLT_NULL, network order for
-// DLT_LOOP; families are small numbers, so whichever reading is small is the right one.
-std::uint16_t TypeOfNullHeader(const std::uint8_t* header) {
-  std::uint32_t family = ReadBe32(header);
-  if (family > 0xFFFF) family = __builtin_bswap32(family);
-  return TypeOfFamily(family);
-}
-
 bool SplitEthernet(std::span<const std::uint8_t> packet, LinkPayload& out) {
-  if (packet.size() < kEthernetHeaderLength) return false;
-  out.etherType = ReadBe16(packet.data() + 12);
-  out.network = packet.subspan(kEthernetHeaderLength);
-  out.sourceAddress = packet.data() + 6;
-  if (out.etherType == kEtherTypeVlan && packet.size() >= kEthernetHeaderLength + kVlanTag) {
-    out.etherType = ReadBe16(packet.data() + 16);
-    out.network = packet.subspan(kEthernetHeaderLength + kVlanTag);
-  }
+  const auto ethernet = EthernetView::Parse(packet);
+  if (!ethernet) return false;
+  out.etherType = ethernet->innerEtherType();
+  out.network = ethernet->network();
+  out.sourceAddress = ethernet->sourceMac();
   return true;
 }
 
@@ -76,23 +61,29 @@ bool SplitLink(int linkType, std::span<const std::uint8_t> packet, LinkPayload& 
       out.network = packet;
       return true;
     case DLT_NULL:
-    case DLT_LOOP:
-      if (packet.size() < kNullHeader) return false;
-      out.etherType = TypeOfNullHeader(packet.data());
-      out.network = packet.subspan(kNullHeader);
+    case DLT_LOOP: {
+      const auto null = NullLinkView::Parse(packet);
+      if (!null) return false;
+      out.etherType = TypeOfFamily(null->family());
+      out.network = null->network();
       return true;
-    case DLT_LINUX_SLL:
-      if (packet.size() < kSllHeader) return false;
-      out.etherType = ReadBe16(packet.data() + 14);
-      out.network = packet.subspan(kSllHeader);
-      if (ReadBe16(packet.data() + 4) == 6) out.sourceAddress = packet.data() + 6;
+    }
+    case DLT_LINUX_SLL: {
+      const auto sll = SllView::Parse(packet);
+      if (!sll) return false;
+      out.etherType = sll->protocol();
+      out.network = sll->network();
+      if (sll->addressLength() == kMacAddressLength) out.sourceAddress = sll->address();
       return true;
-    case DLT_LINUX_SLL2:
-      if (packet.size() < kSll2Header) return false;
-      out.etherType = ReadBe16(packet.data());
-      out.network = packet.subspan(kSll2Header);
-      if (packet[11] == 6) out.sourceAddress = packet.data() + 12;
+    }
+    case DLT_LINUX_SLL2: {
+      const auto sll = Sll2View::Parse(packet);
+      if (!sll) return false;
+      out.etherType = sll->protocol();
+      out.network = sll->network();
+      if (sll->addressLength() == kMacAddressLength) out.sourceAddress = sll->address();
       return true;
+    }
     default: return false;
   }
 }
@@ -143,9 +134,9 @@ bool ToRawSocketsFrame(int linkType, std::span<const std::uint8_t> packet,
   // bytes, and those zeroes are no part of it. A length field below the header's own minimum
   // is nonsense and cuts nothing.
   std::span<const std::uint8_t> datagram = payload.network;
-  if (datagram.size() >= kIpv4MinimumHeaderLength) {
-    const std::uint16_t totalLength = ReadBe16(datagram.data() + 2);
-    if (totalLength >= kIpv4MinimumHeaderLength && totalLength < datagram.size()) {
+  if (const auto ip = Ipv4View::Parse(datagram)) {
+    const std::uint16_t totalLength = ip->totalLength();
+    if (totalLength >= Ipv4View::kFixedLength && totalLength < datagram.size()) {
       datagram = datagram.first(totalLength);
     }
   }

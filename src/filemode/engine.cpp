@@ -15,12 +15,10 @@
 #include "filemode/mime_table.hpp"
 #include "filemode/reassembly.hpp"
 #include "filters/filter_settings.hpp"
+#include "packets/headers.hpp"
 
 namespace vormelt::filemode {
 namespace {
-
-constexpr std::uint16_t kIpv4EtherType = 0x0800;
-constexpr std::size_t kEtherTypeOffset = 12;
 
 std::int64_t Milliseconds(CaptureTime time) {
   return std::chrono::duration_cast<std::chrono::milliseconds>(time.time_since_epoch()).count();
@@ -90,9 +88,8 @@ SinkVerdict FileModeEngine::Take(const FrameRecord& frame) {
   const auto ip = frame.bytes.subspan(kEthernetHeaderLength);
   bytesReceived_.fetch_add(ip.size(), std::memory_order_relaxed);
   if (ip.size() < kMinPacketLength || ip.size() >= kMaxPacketLength) return SinkVerdict::Skipped;
-  const auto etherType = static_cast<std::uint16_t>((frame.bytes[kEtherTypeOffset] << 8) |
-                                                    frame.bytes[kEtherTypeOffset + 1]);
-  if (etherType != kIpv4EtherType) return SinkVerdict::Skipped;
+  const std::uint16_t etherType = FrameView(frame.bytes.data(), frame.length()).etherType();
+  if (etherType != kEtherTypeIpv4 && etherType != kEtherTypeIpv6) return SinkVerdict::Skipped;
   if (options_.applyFilters && filter_ &&
       !filter_->PassesFilters(frame.bytes.data(), frame.length(), false, true)) {
     return SinkVerdict::Skipped;
@@ -111,7 +108,8 @@ SinkVerdict FileModeEngine::Take(const FrameRecord& frame) {
   // while its next segments still waited in the capture buffer, and it would be cut in two.
   const std::int64_t arrivalMs =
       clock_ == StreamClock::File ? fileNowMs_ : Milliseconds(CaptureNow());
-  const AppendResult result = table_.Append(ip, arrivalMs);
+  const AppendResult result =
+      etherType == kEtherTypeIpv4 ? table_.Append(ip, arrivalMs) : table_.AppendIpv6(ip, arrivalMs);
   switch (result) {
     case AppendResult::Stored:
       packetsStored_.fetch_add(1, std::memory_order_relaxed);

@@ -66,7 +66,7 @@ struct WrittenFile {
   std::string path;         // as written, or the name that was tried
   std::uint64_t size = 0;   // 0 when not written: nothing of it was kept
   std::string contentType;  // empty for a stream that was not HTTP
-  std::uint32_t source = 0, destination = 0;
+  IpAddress source, destination;
   std::uint16_t sourcePort = 0, destinationPort = 0;
   std::int64_t firstMs = 0, lastMs = 0;
   bool complete = false;    // no gap, and as long as its length or chunks said

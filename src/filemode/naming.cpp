@@ -46,12 +46,13 @@ std::string DateText(std::string_view dateTimeTemplate, const LocalTime& time) {
 // Descends into (creating first) each sub-folder the levels ask for. Creation failures are
 // ignored, as a folder that already exists is the usual case; opening decides.
 UniqueFd EnterSubfolders(UniqueFd folder, const NamingOptions& options, std::string_view extension,
-                   std::uint32_t source, std::uint32_t destination, std::string& relative) {
+                   const IpAddress& source, const IpAddress& destination,
+                         std::string& relative) {
   if (!options.createSubfolders) return folder;
   for (const SubfolderChoice level : options.levels) {
     std::string component;
-    if (level == SubfolderChoice::Source) component = FormatIpv4(source);
-    if (level == SubfolderChoice::Destination) component = FormatIpv4(destination);
+    if (level == SubfolderChoice::Source) component = source.ToString();
+    if (level == SubfolderChoice::Destination) component = destination.ToString();
     if (level == SubfolderChoice::Extension) component = std::string(extension);
     if (component.empty()) continue;
     if (!IsSafeComponent(component)) {
@@ -92,8 +93,8 @@ SubfolderChoice ToSubfolderChoice(std::int32_t stored) {
 
 std::string ExpandName(std::string_view nameTemplate, std::string_view dateTimeTemplate,
                        const NameFields& fields) {
-  const std::string sip = FormatIpv4(fields.source);
-  const std::string dip = FormatIpv4(fields.destination);
+  const std::string sip = fields.source.ToString();
+  const std::string dip = fields.destination.ToString();
   const std::string dat = DateText(dateTimeTemplate, fields.completed);
   const std::string fcs = Count(fields.counts.sinceStart);
   const std::string fcl = Count(fields.counts.sinceLaunch);
@@ -144,7 +145,8 @@ std::string TrimFolder(std::string_view folder) {
 }
 
 PlacedFile PlaceFile(const NamingOptions& options, std::string_view name,
-                     std::string_view extension, std::uint32_t source, std::uint32_t destination,
+                     std::string_view extension, const IpAddress& source,
+                     const IpAddress& destination,
                      const FileFiller& fill) {
   PlacedFile result;
   const std::string folderText = TrimFolder(options.folder);

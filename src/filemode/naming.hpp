@@ -13,6 +13,7 @@
 
 #include "common/clock.hpp"
 #include "common/file_write.hpp"
+#include "common/ip_address.hpp"
 
 namespace vormelt::filemode {
 
@@ -44,8 +45,8 @@ struct NamingOptions {
 
 // What a name is made from.
 struct NameFields {
-  std::uint32_t source = 0;       // big-endian address of the first stored segment
-  std::uint32_t destination = 0;
+  IpAddress source;       // of the first stored segment
+  IpAddress destination;
   LocalTime completed{};
   FileCounts counts;
 };
@@ -90,7 +91,8 @@ struct PlacedFile {
 // the next numbered name is taken instead and `fill` is asked again.
 using FileFiller = std::function<void(FileBeside&)>;
 PlacedFile PlaceFile(const NamingOptions& options, std::string_view name,
-                     std::string_view extension, std::uint32_t source, std::uint32_t destination,
+                     std::string_view extension, const IpAddress& source,
+                     const IpAddress& destination,
                      const FileFiller& fill);
 
 // The folder text as used: at most kFolderTextLimit characters, trailing "/" and "\" removed.

@@ -9,40 +9,15 @@
 #include <bit>
 #include <new>
 
-#include "common/byte_order.hpp"
 #include "filemode/http_response.hpp"
 
 
 namespace vormelt::filemode {
 namespace {
 
-constexpr std::size_t kProtocolOffset = 9;
-constexpr std::size_t kTotalLengthOffset = 2;
-constexpr std::size_t kSourceOffset = 12;
-constexpr std::size_t kDestinationOffset = 16;
-constexpr std::size_t kSourcePortOffset = 20;
-constexpr std::size_t kDestinationPortOffset = 22;
-constexpr std::size_t kSequenceOffset = 24;
-constexpr std::size_t kAckOffset = 28;
-constexpr std::size_t kDataOffsetOffset = 32;
-constexpr std::size_t kFlagsOffset = 33;
-constexpr std::uint8_t kTcpProtocol = 6;
 constexpr std::uint8_t kPshFlag = 0x08;
 constexpr std::uint8_t kSynFlag = 0x02;
 constexpr std::size_t kWordBits = 64;
-
-// Fields are read from the first 40 bytes as received, never from past the cut length.
-std::uint32_t Read32(std::span<const std::uint8_t> header, std::size_t at) {
-  return ReadBe32(header.subspan(at, 4).data());
-}
-std::uint16_t Read16(std::span<const std::uint8_t> header, std::size_t at) {
-  return ReadBe16(header.subspan(at, 2).data());
-}
-
-// TCP header length plus the fixed 20-byte IP header: where the payload starts.
-std::size_t HeaderLength(std::span<const std::uint8_t> header) {
-  return static_cast<std::size_t>(header[kDataOffsetOffset] >> 4) * 4 + kIpHeaderLength;
-}
 
 }  // namespace
 
@@ -83,18 +58,50 @@ void StreamTable::Reset(TableOptions options) {
 }
 
 AppendResult StreamTable::Append(std::span<const std::uint8_t> ip, std::int64_t nowMs) {
-  if (ip.size() < kMinPacketLength || ip.size() >= kMaxPacketLength ||
-      ip[kProtocolOffset] != kTcpProtocol) {
+  if (ip.size() < kMinPacketLength || ip.size() >= kMaxPacketLength) {
     return AppendResult::NotTcpData;
   }
-  // Header fields come from the fixed 40 bytes that were received, whatever the total length.
+  // Header fields come from the fixed 40 bytes that were received, whatever the total length;
+  // the TCP header is read where it stands without IP options.
   const auto header = ip.first(kMinPacketLength);
-  const std::size_t total = Read16(header, kTotalLengthOffset);
+  const Ipv4View ipv4 = *Ipv4View::Parse(header);
+  if (ipv4.protocol() != kProtocolTcp) return AppendResult::NotTcpData;
+  const ByteSpan transport = ipv4.optionlessTransport();
+  const std::size_t total = ipv4.totalLength();
   if (total < ip.size()) ip = ip.first(total);
-  const std::size_t headerLength = HeaderLength(header);
-  const std::uint32_t ack = Read32(header, kAckOffset);
-  if (headerLength >= ip.size() || ack == 0) return AppendResult::NotTcpData;
-  if (options_.pshOnly && !(header[kFlagsOffset] & kPshFlag)) return AppendResult::NotTcpData;
+  const TcpView tcp = *TcpView::Parse(transport);
+  // The payload starts behind the TCP header and the fixed 20-byte IP header.
+  return Store({tcp, tcp.headerLength() + kIpHeaderLength, ipv4.sourceBytes(),
+                ipv4.destinationBytes(), transport.data(), IpFamily::V4},
+               ip, nowMs);
+}
+
+// IPv6 keeps the IPv4 rules: the length the header gives cuts link padding, and the TCP header
+// is found behind the extension headers; a fragment or a chain cut short is no stream's data.
+AppendResult StreamTable::AppendIpv6(std::span<const std::uint8_t> ip, std::int64_t nowMs) {
+  if (ip.size() >= kMaxPacketLength) return AppendResult::NotTcpData;
+  const auto whole = Ipv6View::Parse(ip);
+  if (!whole) return AppendResult::NotTcpData;
+  const std::size_t total = Ipv6View::kFixedLength + whole->payloadLength();
+  if (total < ip.size()) ip = ip.first(total);
+  const auto ipv6 = Ipv6View::Parse(ip);
+  if (!ipv6) return AppendResult::NotTcpData;
+  const Ipv6Chain chain = ipv6->Chain(ip.size());
+  if (chain.protocol != kProtocolTcp || chain.truncated || chain.nonFirstFragment) {
+    return AppendResult::NotTcpData;
+  }
+  const auto tcp = TcpView::Parse(chain.transport);
+  if (!tcp) return AppendResult::NotTcpData;
+  return Store({*tcp, chain.transportOffset + tcp->headerLength(), ipv6->sourceBytes(),
+                ipv6->destinationBytes(), chain.transport.data(), IpFamily::V6},
+               ip, nowMs);
+}
+
+AppendResult StreamTable::Store(const SegmentHeaders& headers, std::span<const std::uint8_t> ip,
+                                std::int64_t nowMs) {
+  const std::uint32_t ack = headers.tcp.acknowledgement();
+  if (headers.payloadStart >= ip.size() || ack == 0) return AppendResult::NotTcpData;
+  if (options_.pshOnly && !(headers.tcp.flags() & kPshFlag)) return AppendResult::NotTcpData;
 
   std::lock_guard lock(mutex_);
   bool open = false;
@@ -102,9 +109,9 @@ AppendResult StreamTable::Append(std::span<const std::uint8_t> ip, std::int64_t 
   if (slot == kNoSlot) return open ? AppendResult::TableFull : AppendResult::Clash;
   try {
     if (open) {
-      OpenStream(slot, ack, header, ip, nowMs);
+      OpenStream(slot, ack, headers, ip, nowMs);
     } else {
-      AddSegment(*slots_[slot], header, ip, nowMs);
+      AddSegment(*slots_[slot], headers, ip, nowMs);
     }
   } catch (const std::bad_alloc&) {
     return open ? AppendResult::NoMemoryNew : AppendResult::NoMemoryAppend;
@@ -130,15 +137,15 @@ std::uint32_t StreamTable::FindSlot(std::uint32_t key, bool& open) {
   return nextFree_;
 }
 
-void StreamTable::AddSegment(Slot& slot, std::span<const std::uint8_t> header,
+void StreamTable::AddSegment(Slot& slot, const SegmentHeaders& headers,
                              std::span<const std::uint8_t> ip, std::int64_t nowMs) {
   Stream& stream = slot.stream;
   stream.lastMs = nowMs;
   slot.lastMs = nowMs;
   if (slot.gaveUp) return;
-  const auto payload = ip.subspan(HeaderLength(header));
-  std::uint32_t sequence = Read32(header, kSequenceOffset);
-  if (header[kFlagsOffset] & kSynFlag) ++sequence;  // the SYN takes a number before the data
+  const auto payload = ip.subspan(headers.payloadStart);
+  std::uint32_t sequence = headers.tcp.sequence();
+  if (headers.tcp.flags() & kSynFlag) ++sequence;  // the SYN takes a number before the data
   const bool first = stream.segments.empty();
   const std::size_t offset = stream.bytes.size();
   stream.bytes.Append(payload);
@@ -173,17 +180,20 @@ void StreamTable::GiveUpIfNotHttp(Slot& slot) {
 }
 
 void StreamTable::OpenStream(std::uint32_t slot, std::uint32_t key,
-                             std::span<const std::uint8_t> header,
-                             std::span<const std::uint8_t> ip, std::int64_t nowMs) {
+                             const SegmentHeaders& headers, std::span<const std::uint8_t> ip,
+                             std::int64_t nowMs) {
   auto s = std::make_unique<Slot>();
   s->stream.slot = slot;
-  s->stream.source = Read32(header, kSourceOffset);
-  s->stream.destination = Read32(header, kDestinationOffset);
-  s->stream.sourcePort = Read16(header, kSourcePortOffset);
-  s->stream.destinationPort = Read16(header, kDestinationPortOffset);
+  const bool v4 = headers.family == IpFamily::V4;
+  s->stream.source = v4 ? IpAddress::V4Bytes(headers.source) : IpAddress::V6Bytes(headers.source);
+  s->stream.destination =
+      v4 ? IpAddress::V4Bytes(headers.destination) : IpAddress::V6Bytes(headers.destination);
+  const PortsView ports = *PortsView::Parse({headers.ports, 4});
+  s->stream.sourcePort = ports.source();
+  s->stream.destinationPort = ports.destination();
   s->stream.firstMs = nowMs;
   s->key = key;
-  AddSegment(*s, header, ip, nowMs);
+  AddSegment(*s, headers, ip, nowMs);
   if (!options_.dirty) {
     try {
       index_.emplace(key, slot);

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "filemode/stream_bytes.hpp"
+#include "packets/headers.hpp"
 
 namespace vormelt::filemode {
 
@@ -46,7 +47,7 @@ struct Stream {
   std::uint32_t slot = kNoSlot;
   StreamBytes bytes;                // payloads in arrival order
   std::vector<Segment> segments;    // arrival order
-  std::uint32_t source = 0, destination = 0;  // of the first stored segment, big-endian
+  IpAddress source, destination;  // of the first stored segment
   std::uint16_t sourcePort = 0, destinationPort = 0;
   std::int64_t firstMs = 0, lastMs = 0;  // packet clock, milliseconds since the epoch
 };
@@ -78,9 +79,10 @@ class StreamTable {
   // Empties every slot (the Start button) and takes the options read at start.
   void Reset(TableOptions options);
 
-  // Capture-side steps from the TCP test on: `ip` is the IP packet with its length already cut
-  // to the total length; `nowMs` the packet's time.
+  // Capture-side steps from the TCP test on: `ip` is the IPv4 (AppendIpv6: IPv6) packet as
+  // received, cut here to the length its header gives; `nowMs` the packet's time.
   AppendResult Append(std::span<const std::uint8_t> ip, std::int64_t nowMs);
+  AppendResult AppendIpv6(std::span<const std::uint8_t> ip, std::int64_t nowMs);
 
   // Takes the first stream from slot `from` on that has been quiet since before `cutoffMs` (any
   // filling stream when `everything`): its key is cleared so no later packet joins it, and the
@@ -103,10 +105,21 @@ class StreamTable {
   void GiveUpIfNotHttp(Slot& slot);
   std::uint32_t LowestFreeSlot() const;
   void MarkUsed(std::uint32_t slot, bool used);
-  void OpenStream(std::uint32_t slot, std::uint32_t key, std::span<const std::uint8_t> header,
+  // What the steps after the header checks read of one segment, whichever the family.
+  struct SegmentHeaders {
+    TcpView tcp;
+    std::size_t payloadStart;      // from the start of the IP header
+    const std::uint8_t* source;    // the address bytes in wire order
+    const std::uint8_t* destination;
+    const std::uint8_t* ports;     // the TCP header's first four bytes
+    IpFamily family;
+  };
+  AppendResult Store(const SegmentHeaders& headers, std::span<const std::uint8_t> ip,
+                     std::int64_t nowMs);
+  void OpenStream(std::uint32_t slot, std::uint32_t key, const SegmentHeaders& headers,
                   std::span<const std::uint8_t> ip, std::int64_t nowMs);
-  void AddSegment(Slot& slot, std::span<const std::uint8_t> header,
-                  std::span<const std::uint8_t> ip, std::int64_t nowMs);
+  void AddSegment(Slot& slot, const SegmentHeaders& headers, std::span<const std::uint8_t> ip,
+                  std::int64_t nowMs);
 
   mutable std::mutex mutex_;
   // A slot's state exists only while it holds a stream.

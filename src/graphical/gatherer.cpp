@@ -1,5 +1,5 @@
-// Pair gathering and paced replay. Frames that are not IPv4, or too short to hold both
-// addresses, are skipped here and never reach the picture.
+// Pair gathering and paced replay. Frames that are neither IPv4 nor IPv6, or too short to hold
+// both addresses, are skipped here and never reach the picture.
 #include "graphical/gatherer.hpp"
 
 #include <algorithm>
@@ -10,12 +10,21 @@ namespace vormelt::graphical {
 
 std::optional<PairTraffic> ReadPair(const FrameRecord& frame) {
   const FrameView view(frame.bytes.data(), frame.length());
-  if (view.etherType() != kEtherTypeIpv4) return std::nullopt;
+  const std::uint64_t bytes = std::max(frame.wireLength, frame.length());
   // The readable span runs into the spare bytes; the addresses must lie in captured bytes.
-  if (view.networkLength() < Ipv4View::kFixedLength) return std::nullopt;
-  const auto ip = Ipv4View::Parse(view.networkReadable());
-  if (!ip) return std::nullopt;
-  return PairTraffic{ip->source(), ip->destination(), 1, std::max(frame.wireLength, frame.length())};
+  if (view.etherType() == kEtherTypeIpv4) {
+    if (view.networkLength() < Ipv4View::kFixedLength) return std::nullopt;
+    const auto ip = Ipv4View::Parse(view.networkReadable());
+    if (!ip) return std::nullopt;
+    return PairTraffic{IpAddress::V4(ip->source()), IpAddress::V4(ip->destination()), 1, bytes};
+  }
+  if (view.etherType() == kEtherTypeIpv6) {
+    if (view.networkLength() < Ipv6View::kFixedLength) return std::nullopt;
+    const auto ip = Ipv6View::Parse(view.networkReadable());
+    if (!ip) return std::nullopt;
+    return PairTraffic{ip->source(), ip->destination(), 1, bytes};
+  }
+  return std::nullopt;
 }
 
 SinkVerdict PairGatherer::Take(const FrameRecord& frame) {
@@ -23,7 +32,7 @@ SinkVerdict PairGatherer::Take(const FrameRecord& frame) {
   if (!pair) return SinkVerdict::Skipped;
   packets_.fetch_add(1, std::memory_order_relaxed);
   std::lock_guard lock(mutex_);
-  const std::uint64_t key = KeyOf(pair->source, pair->destination);
+  const AddressPair key{pair->source, pair->destination};
   auto found = pairs_.find(key);
   if (found == pairs_.end()) {
     if (pairs_.size() >= kMaxPairsPerFrame) {
@@ -39,7 +48,7 @@ SinkVerdict PairGatherer::Take(const FrameRecord& frame) {
 }
 
 std::vector<PairTraffic> PairGatherer::Drain(std::uint64_t& overflow) {
-  std::unordered_map<std::uint64_t, PairTraffic> taken;
+  std::unordered_map<AddressPair, PairTraffic, AddressPairHash> taken;
   {
     std::lock_guard lock(mutex_);
     taken.swap(pairs_);

@@ -22,13 +22,14 @@ namespace vormelt::graphical {
 inline constexpr std::size_t kMaxPairsPerFrame = 16384;
 
 struct PairTraffic {
-  Ipv4 source = 0;
-  Ipv4 destination = 0;
+  IpAddress source;
+  IpAddress destination;
   std::uint64_t packets = 0;
   std::uint64_t bytes = 0;
 };
 
-// The IPv4 source and destination of an Ethernet-shaped frame, or nothing for other frames.
+// The IPv4 or IPv6 source and destination of an Ethernet-shaped frame, or nothing for other
+// frames.
 std::optional<PairTraffic> ReadPair(const FrameRecord& frame);
 
 class PairGatherer final : public FrameSink {
@@ -43,12 +44,8 @@ class PairGatherer final : public FrameSink {
   bool Finished() const { return finished_.load(); }
 
  private:
-  static std::uint64_t KeyOf(Ipv4 source, Ipv4 destination) {
-    return (std::uint64_t{source} << 32) | destination;
-  }
-
   std::mutex mutex_;
-  std::unordered_map<std::uint64_t, PairTraffic> pairs_;
+  std::unordered_map<AddressPair, PairTraffic, AddressPairHash> pairs_;
   std::uint64_t overflow_ = 0;
   std::atomic<std::uint64_t> packets_{0};
   std::atomic<bool> finished_{false};

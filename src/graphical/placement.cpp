@@ -3,7 +3,6 @@
 #include "graphical/placement.hpp"
 
 #include <algorithm>
-#include <cstdio>
 
 namespace vormelt::graphical {
 namespace {
@@ -30,33 +29,33 @@ std::uint32_t PlacementSeed(int mouseX, int mouseY, std::int64_t nowMilliseconds
 }
 
 Rect PlaceLabel(std::span<const Rect> occupied, int surfaceWidth, int surfaceHeight,
-                LabelRandom& random, int tries) {
+                LabelRandom& random, int tries, int width) {
   Rect rect;
   for (int attempt = 0; attempt < std::max(1, tries); ++attempt) {
-    const int x = RandomCoordinate(random, surfaceWidth - kLabelWidth, kLabelMarginX);
+    const int x = RandomCoordinate(random, surfaceWidth - width, kLabelMarginX);
     const int y = RandomCoordinate(random, surfaceHeight - kLabelHeight, kLabelMarginY);
-    rect = Rect{x, y, x + kLabelWidth, y + kLabelHeight};
+    rect = Rect{x, y, x + width, y + kLabelHeight};
     if (!OverlapsAny(rect, occupied)) break;
   }
   return rect;
 }
 
-std::string DottedAddress(Ipv4 address) {
-  char text[16];
-  std::snprintf(text, sizeof text, "%u.%u.%u.%u", (address >> 24) & 0xFFu, (address >> 16) & 0xFFu,
-                (address >> 8) & 0xFFu, address & 0xFFu);
-  return text;
+int LabelWidthFor(std::string_view text) {
+  constexpr std::size_t kLongestIpv4 = 15;  // "255.255.255.255"
+  if (text.size() <= kLongestIpv4) return kLabelWidth;
+  return static_cast<int>(kLabelWidth * text.size() / kLongestIpv4);
 }
 
-const Label& LabelBoard::Touch(Ipv4 address, std::int64_t nowMs, std::uint64_t packets,
-                               std::uint64_t bytes, int surfaceWidth, int surfaceHeight,
-                               LabelRandom& random) {
+const Label& LabelBoard::Touch(const IpAddress& address, std::int64_t nowMs,
+                               std::uint64_t packets, std::uint64_t bytes, int surfaceWidth,
+                               int surfaceHeight, LabelRandom& random) {
   auto found = index_.find(address);
   if (found == index_.end()) {
     Label label;
     label.address = address;
-    label.rect = PlaceLabel(occupied_, surfaceWidth, surfaceHeight, random);
-    label.text = DottedAddress(address);
+    label.text = address.ToString();
+    label.rect = PlaceLabel(occupied_, surfaceWidth, surfaceHeight, random, kPlacementTries,
+                            LabelWidthFor(label.text));
     occupied_.push_back(label.rect);
     labels_.push_back(std::move(label));
     found = index_.emplace(address, labels_.size() - 1).first;
@@ -96,7 +95,7 @@ void LabelBoard::Clear() {
   index_.clear();
 }
 
-const Label* LabelBoard::Find(Ipv4 address) const {
+const Label* LabelBoard::Find(const IpAddress& address) const {
   const auto found = index_.find(address);
   return found == index_.end() ? nullptr : &labels_[found->second];
 }

@@ -6,12 +6,27 @@
 #include <cstdint>
 #include <span>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
+
+#include "common/ip_address.hpp"
 
 namespace vormelt::graphical {
 
 using Ipv4 = std::uint32_t;  // host order: 127.0.0.1 is 0x7F000001
+
+// An ordered pair of addresses (source, destination), as the gatherer and the lines key them.
+struct AddressPair {
+  IpAddress source, destination;
+  friend bool operator==(const AddressPair&, const AddressPair&) = default;
+};
+struct AddressPairHash {
+  std::size_t operator()(const AddressPair& pair) const {
+    const IpAddressHash hash;
+    return hash(pair.source) * 31 + hash(pair.destination);
+  }
+};
 
 inline constexpr int kLabelWidth = 120;
 inline constexpr int kLabelHeight = 20;
@@ -54,16 +69,17 @@ class LabelRandom {
 // A seed from the mouse position and the clock, so two runs place labels differently.
 std::uint32_t PlacementSeed(int mouseX, int mouseY, std::int64_t nowMilliseconds);
 
-// Tries up to `tries` random rectangles on a surface of the given size and returns the first
-// that overlaps none of `occupied`; when all overlap (a full surface) the last one tried.
+// Tries up to `tries` random rectangles `width` wide on a surface of the given size and returns
+// the first that overlaps none of `occupied`; when all overlap (a full surface) the last one tried.
 Rect PlaceLabel(std::span<const Rect> occupied, int surfaceWidth, int surfaceHeight,
-                LabelRandom& random, int tries = kPlacementTries);
+                LabelRandom& random, int tries = kPlacementTries, int width = kLabelWidth);
 
-// "%u.%u.%u.%u"
-std::string DottedAddress(Ipv4 address);
+// How wide the label of `text` is: kLabelWidth holds the longest IPv4 address; a longer IPv6
+// text widens it in proportion.
+int LabelWidthFor(std::string_view text);
 
 struct Label {
-  Ipv4 address = 0;
+  IpAddress address;
   Rect rect;
   std::string text;
   std::int64_t lastPacketMs = 0;
@@ -76,13 +92,13 @@ class LabelBoard {
  public:
   // The label of `address`, placed now when it has none. Counts `packets` and `bytes` to it
   // and marks it active at `nowMs`.
-  const Label& Touch(Ipv4 address, std::int64_t nowMs, std::uint64_t packets, std::uint64_t bytes,
-                     int surfaceWidth, int surfaceHeight, LabelRandom& random);
+  const Label& Touch(const IpAddress& address, std::int64_t nowMs, std::uint64_t packets,
+                     std::uint64_t bytes, int surfaceWidth, int surfaceHeight, LabelRandom& random);
   // Removes labels quiet for longer than `timeoutSeconds`; returns how many went.
   std::size_t Expire(std::int64_t nowMs, int timeoutSeconds);
   void Clear();
 
-  const Label* Find(Ipv4 address) const;
+  const Label* Find(const IpAddress& address) const;
   // The label under a point (the mouse), or null.
   const Label* At(int x, int y) const;
   std::span<const Label> Labels() const { return labels_; }
@@ -91,7 +107,7 @@ class LabelBoard {
  private:
   std::vector<Label> labels_;
   std::vector<Rect> occupied_;  // labels_[i].rect, kept apart for a tight overlap loop
-  std::unordered_map<Ipv4, std::size_t> index_;
+  std::unordered_map<IpAddress, std::size_t, IpAddressHash> index_;
 };
 
 }  // namespace vormelt::graphical

@@ -20,10 +20,6 @@ constexpr double kPixelsPerStepPerSpeed = 2.0;
 // A circling pixel turns this many radians per surface pixel travelled.
 constexpr double kTurnPerPixel = 0.15;
 
-std::uint64_t PairKey(Ipv4 source, Ipv4 destination) {
-  return (std::uint64_t{source} << 32) | destination;
-}
-
 PointF Centre(const Rect& r) {
   return {static_cast<double>(r.CentreX()), static_cast<double>(r.CentreY())};
 }
@@ -104,7 +100,7 @@ void Scene::Feed(std::span<const PairTraffic> pairs, Colour colour, std::int64_t
 }
 
 void Scene::AddLine(const PairTraffic& pair, const Path& path, Colour colour, std::int64_t nowMs) {
-  const std::uint64_t key = PairKey(pair.source, pair.destination);
+  const AddressPair key{pair.source, pair.destination};
   if (const auto found = lineIndex_.find(key); found != lineIndex_.end()) {
     Line& line = lines_[found->second];
     line.untilMs = nowMs + LineLifeMs();
@@ -145,7 +141,7 @@ void Scene::Advance(std::int64_t nowMs) {
     std::erase_if(lines_, gone);
     lineIndex_.clear();
     for (std::size_t i = 0; i < lines_.size(); ++i) {
-      lineIndex_.emplace(PairKey(lines_[i].source, lines_[i].destination), i);
+      lineIndex_.emplace(AddressPair{lines_[i].source, lines_[i].destination}, i);
     }
   }
 }

@@ -49,7 +49,7 @@ Path MakePath(const Rect& from, const Rect& to, bool curved);
 PointF PointOnPath(const Path& path, double t);  // t in 0..1
 
 struct Line {
-  Ipv4 source = 0, destination = 0;
+  IpAddress source, destination;
   Path path;
   Colour colour;
   std::int64_t bornMs = 0;
@@ -109,7 +109,7 @@ class Scene {
   LabelBoard board_;
   int width_ = 800, height_ = 600;
   std::vector<Line> lines_;
-  std::unordered_map<std::uint64_t, std::size_t> lineIndex_;
+  std::unordered_map<AddressPair, std::size_t, AddressPairHash> lineIndex_;
   std::vector<MovingPixel> pixels_;
   std::uint64_t notDrawn_ = 0;
   std::uint64_t drawnPackets_ = 0;

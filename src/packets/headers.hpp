@@ -110,6 +110,8 @@ class HeaderView {
 class Ipv4View : public HeaderView<Ipv4View, 20> {
  public:
   std::uint32_t headerLength() const { return (b_.U8(0) & 0x0F) * 4u; }
+  std::uint8_t version() const { return b_.U8(0) >> 4; }
+  std::uint16_t totalLength() const { return b_.Be16(2); }
   std::uint8_t ttl() const { return b_.U8(8); }
   std::uint8_t protocol() const { return b_.U8(9); }
   std::uint16_t checksum() const { return b_.Be16(10); }
@@ -390,5 +392,66 @@ inline std::optional<NetworkLayer> NetworkOf(const FrameView& frame) {
   }
   return std::nullopt;
 }
+
+// The version nibble both IP headers open with; 0 for an empty span.
+inline std::uint8_t IpVersionOf(ByteSpan network) { return network.empty() ? 0 : network[0] >> 4; }
+
+// The headers of the link types a capture may deliver, read up to their EtherType (or address
+// family) so they can be rebuilt as Ethernet frames. Each factory checks the fixed bytes fit.
+//   Ethernet with an optional 802.1Q tag, 14 (18) bytes.
+class EthernetView : public HeaderView<EthernetView, kEthernetHeaderLength> {
+ public:
+  static constexpr std::size_t kVlanTagLength = 4;
+  const std::uint8_t* sourceMac() const { return b_.bytes().data() + 6; }
+  std::uint16_t etherType() const { return b_.Be16(12); }
+  bool tagged() const { return etherType() == kEtherTypeVlan && b_.Fits(16, 2); }
+  // The EtherType behind the tag when there is one.
+  std::uint16_t innerEtherType() const { return tagged() ? b_.Be16(16) : etherType(); }
+  ByteSpan network() const { return b_.From(kFixedLength + (tagged() ? kVlanTagLength : 0)); }
+
+ private:
+  friend HeaderView;
+  using HeaderView::HeaderView;
+};
+
+// BSD loopback (DLT_NULL, DLT_LOOP): a four-byte address family, in the capturing host's byte
+// order for DLT_NULL and network order for DLT_LOOP.
+class NullLinkView : public HeaderView<NullLinkView, 4> {
+ public:
+  // Families are small numbers, so whichever reading is small is the right one.
+  std::uint32_t family() const {
+    const std::uint32_t word = b_.Be32(0);
+    return word > 0xFFFF ? __builtin_bswap32(word) : word;
+  }
+  ByteSpan network() const { return b_.From(kFixedLength); }
+
+ private:
+  friend HeaderView;
+  using HeaderView::HeaderView;
+};
+
+// Linux cooked capture, version 1 (16 bytes) and version 2 (20 bytes).
+class SllView : public HeaderView<SllView, 16> {
+ public:
+  std::uint16_t addressLength() const { return b_.Be16(4); }
+  const std::uint8_t* address() const { return b_.bytes().data() + 6; }
+  std::uint16_t protocol() const { return b_.Be16(14); }
+  ByteSpan network() const { return b_.From(kFixedLength); }
+
+ private:
+  friend HeaderView;
+  using HeaderView::HeaderView;
+};
+class Sll2View : public HeaderView<Sll2View, 20> {
+ public:
+  std::uint16_t protocol() const { return b_.Be16(0); }
+  std::uint8_t addressLength() const { return b_.U8(11); }
+  const std::uint8_t* address() const { return b_.bytes().data() + 12; }
+  ByteSpan network() const { return b_.From(kFixedLength); }
+
+ private:
+  friend HeaderView;
+  using HeaderView::HeaderView;
+};
 
 }  // namespace vormelt

@@ -5,13 +5,12 @@
 
 #include <algorithm>
 
-#include "common/byte_order.hpp"
 #include "common/wire.hpp"
+#include "packets/headers.hpp"
 
 namespace vormelt::statistics {
 namespace {
 
-constexpr std::size_t kMinIpv4Header = 20;
 // Byte counts add a link-layer header to every packet, so that they read as frame sizes.
 constexpr std::int64_t kCountedLinkHeader = 14;
 
@@ -35,37 +34,80 @@ StatisticsEngine::StatisticsEngine(const LocalAddressList& locals, StatisticsLim
 }
 
 SinkVerdict StatisticsEngine::Take(const FrameRecord& frame) {
-  const std::span<const std::uint8_t> bytes = frame.bytes;
-  if (bytes.size() < kEthernetHeaderLength) return SinkVerdict::Skipped;
-  if (ReadBe16(bytes.data() + 12) != kEtherTypeIpv4) return SinkVerdict::Skipped;
-  CountPacket(bytes.subspan(kEthernetHeaderLength));
+  const FrameView view(frame.bytes.data(), frame.length());
+  if (view.etherType() == kEtherTypeIpv4) {
+    CountPacket(frame.bytes.subspan(kEthernetHeaderLength));
+  } else if (view.etherType() == kEtherTypeIpv6) {
+    CountIpv6Packet(frame.bytes.subspan(kEthernetHeaderLength));
+  } else {
+    return SinkVerdict::Skipped;
+  }
   return SinkVerdict::Stored;
 }
 
-void StatisticsEngine::CountPacket(std::span<const std::uint8_t> ip) {
-  if (ip.size() > kMaxPacketLength || ip.size() < kMinIpv4Header) return;
-  if ((ip[0] >> 4) != 4) return;
-  const std::size_t headerLength = std::size_t{ip[0] & 0x0Fu} * 4;
-  const std::uint8_t protocol = ip[9];
-  const Ipv4 source = ReadBe32(ip.data() + 12);
-  const Ipv4 destination = ReadBe32(ip.data() + 16);
+void StatisticsEngine::CountPacket(std::span<const std::uint8_t> received) {
+  // The view spans the bytes as received, so no field is read from past them.
+  if (received.size() > kMaxPacketLength) return;
+  const std::optional<Ipv4View> ip = Ipv4View::Parse(received);
+  if (!ip || ip->version() != 4) return;
+  const std::uint8_t protocol = ip->protocol();
+  const Ipv4 source = ip->source();
+  const Ipv4 destination = ip->destination();
 
   // Only TCP trusts the header's total length over the received length (padding after a short
   // segment is not traffic); UDP and the rest count what arrived, as they always have.
-  std::size_t length = ip.size();
-  if (protocol == kProtocolTcp) length = std::min<std::size_t>(length, ReadBe16(ip.data() + 2));
+  std::size_t length = received.size();
+  if (protocol == kProtocolTcp) length = std::min<std::size_t>(length, ip->totalLength());
+
+  // An IHL below 5 would put the ports inside the IP header: such a packet has none.
+  const std::optional<PortsView> ports =
+      ip->carriesPorts() && ip->headerLength() >= Ipv4View::kFixedLength
+          ? PortsView::Parse(ip->transport())
+          : std::nullopt;
+  const LocalSide side = ports ? locals_.Classify(source, destination) : LocalSide::None;
+  Count(IpAddress::V4(source), IpAddress::V4(destination), protocol, length, side, ports);
+}
+
+// IPv6 follows the IPv4 rules: TCP counts no more than the header's length says, and ports
+// are read behind the extension headers, never from a fragment that holds no TCP or UDP header.
+void StatisticsEngine::CountIpv6Packet(std::span<const std::uint8_t> received) {
+  if (received.size() > kMaxPacketLength) return;
+  const std::optional<Ipv6View> ip = Ipv6View::Parse(received);
+  if (!ip) return;
+  const Ipv6Chain chain = ip->Chain(received.size());
+  std::size_t length = received.size();
+  if (chain.protocol == kProtocolTcp) {
+    length = std::min<std::size_t>(length, Ipv6View::kFixedLength + ip->payloadLength());
+  }
+  const bool carriesPorts = (chain.protocol == kProtocolTcp || chain.protocol == kProtocolUdp) &&
+                            !chain.truncated && !chain.nonFirstFragment;
+  const std::optional<PortsView> ports =
+      carriesPorts ? PortsView::Parse(chain.transport) : std::nullopt;
+  const IpAddress source = ip->source();
+  const IpAddress destination = ip->destination();
+  const LocalSide side = ports ? locals_.Classify(source, destination) : LocalSide::None;
+  Count(source, destination, chain.protocol, length, side, ports);
+}
+
+// Flattened: one packet's lookups and updates compile as one body, as they did when addresses
+// were plain integers; left to itself the compiler keeps the record steps as calls.
+[[gnu::flatten]] void StatisticsEngine::Count(const IpAddress& source, const IpAddress& destination,
+                             std::uint8_t protocol, std::size_t length, LocalSide side,
+                             const std::optional<PortsView>& ports) {
   const std::int64_t bytes = static_cast<std::int64_t>(length) + kCountedLinkHeader;
-
-  const bool hasPorts = (protocol == kProtocolTcp || protocol == kProtocolUdp) &&
-                        headerLength >= kMinIpv4Header && headerLength + 4 <= ip.size();
-  const LocalSide side = hasPorts ? locals_.Classify(source, destination) : LocalSide::None;
-
   // The local end, if any: its address and port, and whether the packet leaves from it.
   const bool outgoing = side == LocalSide::Source;
-  const Ipv4 localAddress = outgoing ? source : destination;
+  const IpAddress& localAddress = outgoing ? source : destination;
   const std::uint16_t localPort =
-      side == LocalSide::None ? 0 : ReadBe16(ip.data() + headerLength + (outgoing ? 0 : 2));
+      side == LocalSide::None ? 0 : (outgoing ? ports->source() : ports->destination());
   const bool tcp = protocol == kProtocolTcp;
+  // Each index key once: lookups, prefetches and new records all use them.
+  const bool v4 = source.isV4();
+  PacketKeys keys{AddressKey(source), AddressKey(destination), 0, 0, 0};
+  keys.forward = IpPairRecord::KeyOfKeys(keys.source, keys.destination, v4);
+  keys.backward = IpPairRecord::KeyOfKeys(keys.destination, keys.source, v4);
+  keys.port =
+      LocalPortRecord::KeyOfKeys(outgoing ? keys.source : keys.destination, localPort, tcp, v4);
 
   const std::int64_t sequence = sequence_.load(std::memory_order_relaxed) + 1;
   sequence_.store(sequence, std::memory_order_relaxed);
@@ -73,16 +115,16 @@ void StatisticsEngine::CountPacket(std::span<const std::uint8_t> ip) {
   std::lock_guard lock(mutex_);
   // The lookups below miss the cache on a busy link; start all their loads at once.
   StatisticsTables& tables = *tables_;
-  tables.ip.Prefetch(source);
-  tables.ip.Prefetch(destination);
-  tables.pairs.Prefetch(IpPairRecord::KeyOf(source, destination));
-  tables.pairs.Prefetch(IpPairRecord::KeyOf(destination, source));
+  tables.ip.Prefetch(keys.source);
+  tables.ip.Prefetch(keys.destination);
+  tables.pairs.Prefetch(keys.forward);
+  tables.pairs.Prefetch(keys.backward);
+  if (side != LocalSide::None) tables.ports.Prefetch(keys.port);
+  CountAddresses(source, destination, keys, bytes, sequence);
+  CountPairs(source, destination, keys, bytes, sequence);
   if (side != LocalSide::None) {
-    tables.ports.Prefetch(LocalPortRecord::KeyOf(localAddress, localPort, tcp));
+    CountPort(localAddress, localPort, tcp, outgoing, keys.port, bytes, sequence);
   }
-  CountAddresses(source, destination, bytes, sequence);
-  CountPairs(source, destination, bytes, sequence);
-  if (side != LocalSide::None) CountPort(localAddress, localPort, tcp, outgoing, bytes, sequence);
   // The records the next packet would replace are known now; their loads complete while the
   // receive loop fetches that packet.
   tables.ip.PrefetchVictims(limits_.maxItems, 2);
@@ -92,11 +134,12 @@ void StatisticsEngine::CountPacket(std::span<const std::uint8_t> ip) {
 
 // Both addresses are looked up before anything is created, so a record made for the source may
 // itself be the victim the destination's record replaces (with a list of one item).
-void StatisticsEngine::CountAddresses(Ipv4 source, Ipv4 destination, std::int64_t bytes,
+void StatisticsEngine::CountAddresses(const IpAddress& source, const IpAddress& destination,
+                                      const PacketKeys& keys, std::int64_t bytes,
                                       std::int64_t sequence) {
   StatTable<IpRecord>& table = tables_->ip;
-  const std::int32_t sourceSlot = table.Find(source);
-  const std::int32_t destinationSlot = table.Find(destination);
+  const std::int32_t sourceSlot = table.FindKeyed(keys.source, source);
+  const std::int32_t destinationSlot = table.FindKeyed(keys.destination, destination);
   if (sourceSlot >= 0) {
     TouchIp(table.At(sourceSlot), true, bytes, sequence);
     table.Touched(sourceSlot);
@@ -105,25 +148,26 @@ void StatisticsEngine::CountAddresses(Ipv4 source, Ipv4 destination, std::int64_
     TouchIp(table.At(destinationSlot), false, bytes, sequence);
     table.Touched(destinationSlot);
   }
-  const auto create = [&](Ipv4 address, bool from, bool to) {
+  const auto create = [&](const IpAddress& address, std::uint64_t key, bool from, bool to) {
     const std::int32_t slot = table.Obtain(limits_.maxItems);
     IpRecord& record = table.At(slot);
     record = IpRecord{.address = address, .fresh = true};
     if (from) TouchIp(record, true, bytes, sequence);
     if (to) TouchIp(record, false, bytes, sequence);
-    table.Commit(slot);
+    table.Commit(slot, key);
   };
   // A packet to itself has one record, which takes both directions.
-  const bool self = source == destination;
-  if (sourceSlot < 0) create(source, true, self);
-  if (destinationSlot < 0 && !self) create(destination, false, true);
+  const bool self = SameAddress(source, destination);
+  if (sourceSlot < 0) create(source, keys.source, true, self);
+  if (destinationSlot < 0 && !self) create(destination, keys.destination, false, true);
 }
 
-void StatisticsEngine::CountPairs(Ipv4 source, Ipv4 destination, std::int64_t bytes,
+void StatisticsEngine::CountPairs(const IpAddress& source, const IpAddress& destination,
+                                  const PacketKeys& keys, std::int64_t bytes,
                                   std::int64_t sequence) {
   StatTable<IpPairRecord>& table = tables_->pairs;
-  const std::int32_t forwardSlot = table.Find(IpPairRecord::KeyOf(source, destination));
-  const std::int32_t backwardSlot = table.Find(IpPairRecord::KeyOf(destination, source));
+  const std::int32_t forwardSlot = table.FindKeyed(keys.forward, source, destination);
+  const std::int32_t backwardSlot = table.FindKeyed(keys.backward, destination, source);
   // sent: the record whose first address is the source; else it is the reverse record.
   const auto touch = [&](IpPairRecord& record, bool sent) {
     if (sent) {
@@ -144,23 +188,25 @@ void StatisticsEngine::CountPairs(Ipv4 source, Ipv4 destination, std::int64_t by
     touch(table.At(backwardSlot), false);
     table.Touched(backwardSlot);
   }
-  const auto create = [&](Ipv4 first, Ipv4 second, bool sent, bool received) {
+  const auto create = [&](const IpAddress& first, const IpAddress& second, std::uint64_t key,
+                          bool sent, bool received) {
     const std::int32_t slot = table.Obtain(limits_.maxItems);
     IpPairRecord& record = table.At(slot);
     record = IpPairRecord{.first = first, .second = second, .fresh = true};
     if (sent) touch(record, true);
     if (received) touch(record, false);
-    table.Commit(slot);
+    table.Commit(slot, key);
   };
-  const bool self = source == destination;
-  if (forwardSlot < 0) create(source, destination, true, self);
-  if (backwardSlot < 0 && !self) create(destination, source, false, true);
+  const bool self = SameAddress(source, destination);
+  if (forwardSlot < 0) create(source, destination, keys.forward, true, self);
+  if (backwardSlot < 0 && !self) create(destination, source, keys.backward, false, true);
 }
 
-void StatisticsEngine::CountPort(Ipv4 address, std::uint16_t port, bool tcp, bool outgoing,
-                                 std::int64_t bytes, std::int64_t sequence) {
+void StatisticsEngine::CountPort(const IpAddress& address, std::uint16_t port, bool tcp,
+                                 bool outgoing, std::uint64_t key, std::int64_t bytes,
+                                 std::int64_t sequence) {
   StatTable<LocalPortRecord>& table = tables_->ports;
-  std::int32_t slot = table.Find(LocalPortRecord::KeyOf(address, port, tcp));
+  std::int32_t slot = table.FindKeyed(key, address, port, tcp);
   const bool create = slot < 0;
   if (create) {
     slot = table.Obtain(limits_.maxItems);
@@ -177,7 +223,7 @@ void StatisticsEngine::CountPort(Ipv4 address, std::uint16_t port, bool tcp, boo
   record.changed = true;
   record.lastUpdate = sequence;
   if (create) {
-    table.Commit(slot);
+    table.Commit(slot, key);
   } else {
     table.Touched(slot);
   }

@@ -1,7 +1,7 @@
-// StatisticsEngine: counts every IPv4 packet it is handed into the three tables, as a FrameSink
-// for the capture loop (live or from a file). One lock guards the tables: the receive thread
-// holds it for one packet, readers (the window's updater, the command line, saving) for one
-// pass through WithTables. Nothing is allocated per packet.
+// StatisticsEngine: counts every IPv4 and IPv6 packet it is handed into the three tables, as a
+// FrameSink for the capture loop (live or from a file). One lock guards the tables: the receive
+// thread holds it for one packet, readers (the window's updater, the command line, saving) for
+// one pass through WithTables. Nothing is allocated per packet.
 #pragma once
 
 #include <atomic>
@@ -11,12 +11,13 @@
 #include <span>
 
 #include "common/frame_sink.hpp"
+#include "packets/headers.hpp"
 #include "statistics/local_addresses.hpp"
 #include "statistics/tables.hpp"
 
 namespace vormelt::statistics {
 
-// The largest buffer counted; anything longer cannot be one IPv4 datagram.
+// The largest buffer counted; anything longer cannot be one IP datagram (no IPv6 jumbograms).
 inline constexpr std::size_t kMaxPacketLength = 65535;
 
 struct StatisticsLimits {
@@ -29,11 +30,12 @@ class StatisticsEngine final : public FrameSink {
   // `locals` decides which packets have a local port; it must outlive the engine.
   explicit StatisticsEngine(const LocalAddressList& locals, StatisticsLimits limits = {});
 
-  // FrameSink: counts the frame's IPv4 packet; frames of other EtherTypes are skipped.
+  // FrameSink: counts the frame's IPv4 or IPv6 packet; frames of other EtherTypes are skipped.
   SinkVerdict Take(const FrameRecord& frame) override;
 
-  // One received IP datagram, `ipPacket.size()` being the length as received.
+  // One received IPv4 (CountIpv6Packet: IPv6) datagram, its size being the length as received.
   void CountPacket(std::span<const std::uint8_t> ipPacket);
+  void CountIpv6Packet(std::span<const std::uint8_t> ipPacket);
   // Empties every table (the window asks the user first).
   void ClearAll();
   // Takes effect for the next record that needs a slot; `maxItems` is clamped to 1 .. capacity.
@@ -57,10 +59,18 @@ class StatisticsEngine final : public FrameSink {
   }
 
  private:
-  void CountAddresses(Ipv4 source, Ipv4 destination, std::int64_t bytes, std::int64_t sequence);
-  void CountPairs(Ipv4 source, Ipv4 destination, std::int64_t bytes, std::int64_t sequence);
-  void CountPort(Ipv4 address, std::uint16_t port, bool tcp, bool outgoing, std::int64_t bytes,
-                 std::int64_t sequence);
+  void Count(const IpAddress& source, const IpAddress& destination, std::uint8_t protocol,
+             std::size_t length, LocalSide side, const std::optional<PortsView>& ports);
+  // One packet's index keys: its two addresses, the pair both ways, and its local port.
+  struct PacketKeys {
+    std::uint64_t source, destination, forward, backward, port;
+  };
+  void CountAddresses(const IpAddress& source, const IpAddress& destination,
+                      const PacketKeys& keys, std::int64_t bytes, std::int64_t sequence);
+  void CountPairs(const IpAddress& source, const IpAddress& destination, const PacketKeys& keys,
+                  std::int64_t bytes, std::int64_t sequence);
+  void CountPort(const IpAddress& address, std::uint16_t port, bool tcp, bool outgoing,
+                 std::uint64_t key, std::int64_t bytes, std::int64_t sequence);
 
   const LocalAddressList& locals_;
   mutable std::mutex mutex_;

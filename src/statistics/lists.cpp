@@ -38,8 +38,8 @@ constexpr ColumnInfo kPortColumns[] = {
     {Text::StatsColumnProtocol, "protocol", ColumnKind::Text},
 };
 
-Cell Number(std::int64_t value) { return Cell{value, {}}; }
-Cell Words(std::string text) { return Cell{0, std::move(text)}; }
+Cell Number(std::int64_t value) { return Cell{value, {}, {}}; }
+Cell Words(std::string text) { return Cell{0, std::move(text), {}}; }
 
 void AppendJsonString(std::string_view text, std::string& out) {
   out += '"';
@@ -160,16 +160,35 @@ std::optional<SaveFormat> ParseSaveFormat(std::string_view word) {
   return std::nullopt;
 }
 
-std::string FormatIpv4(Ipv4 address) {
-  std::array<char, 16> text{};
-  std::snprintf(text.data(), text.size(), "%u.%u.%u.%u", address >> 24, (address >> 16) & 0xFFu,
-                (address >> 8) & 0xFFu, address & 0xFFu);
-  return text.data();
+namespace {
+
+void AppendHex(std::uint64_t value, int digits, std::string& out) {
+  static constexpr char kDigits[] = "0123456789abcdef";
+  for (int shift = (digits - 1) * 4; shift >= 0; shift -= 4) out += kDigits[(value >> shift) & 0xF];
 }
+
+void AppendOrder(const IpAddress& address, std::string& out) {
+  out += address.isV4() ? '4' : '6';
+  for (std::size_t i = 0; i < address.size(); ++i) AppendHex(address.bytes()[i], 2, out);
+}
+
+std::string OrderOf(const IpAddress& address) {
+  std::string order;
+  AppendOrder(address, order);
+  return order;
+}
+
+// An IPv6 address goes in brackets before a port, so its colons are not taken for the port's.
+std::string EndpointText(const IpAddress& address, std::uint16_t port) {
+  const std::string text = address.ToString();
+  return (address.isV6() ? "[" + text + "]" : text) + ":" + std::to_string(port);
+}
+
+}  // namespace
 
 Cell CellOf(const IpRecord& record, int column, UiLanguage) {
   switch (column) {
-    case 0: return Cell{record.address, FormatIpv4(record.address)};
+    case 0: return Cell{0, record.address.ToString(), OrderOf(record.address)};
     case 1: return Number(record.bytesTo);
     case 2: return Number(record.bytesFrom);
     case 3: return Number(record.ByteTotal());
@@ -181,10 +200,11 @@ Cell CellOf(const IpRecord& record, int column, UiLanguage) {
 
 Cell CellOf(const IpPairRecord& record, int column, UiLanguage) {
   switch (column) {
-    case 0:
-      // The sign bit flipped keeps the unsigned order of (first, second) in a signed number.
-      return Cell{static_cast<std::int64_t>(record.Key() ^ (std::uint64_t{1} << 63)),
-                  FormatIpv4(record.first) + " - " + FormatIpv4(record.second)};
+    case 0: {
+      std::string order = OrderOf(record.first);
+      AppendOrder(record.second, order);
+      return Cell{0, record.first.ToString() + " - " + record.second.ToString(), std::move(order)};
+    }
     case 1: return Number(record.bytesFirstToSecond);
     case 2: return Number(record.ByteTotal());
     case 3: return Number(record.packetsFirstToSecond);
@@ -194,9 +214,12 @@ Cell CellOf(const IpPairRecord& record, int column, UiLanguage) {
 
 Cell CellOf(const LocalPortRecord& record, int column, UiLanguage language) {
   switch (column) {
-    case 0:
-      return Cell{static_cast<std::int64_t>(record.Key()),
-                  FormatIpv4(record.address) + ":" + std::to_string(record.port)};
+    case 0: {
+      std::string order = OrderOf(record.address);
+      AppendHex(record.port, 4, order);
+      order += record.tcp ? '1' : '0';
+      return Cell{0, EndpointText(record.address, record.port), std::move(order)};
+    }
     case 1: return Number(record.bytesIn);
     case 2: return Number(record.bytesOut);
     case 3: return Number(record.ByteTotal());

@@ -31,18 +31,17 @@ Text ListTitle(StatisticsList list);
 std::optional<StatisticsList> ParseList(std::string_view word);
 
 // One cell: `number` for byte and packet columns, `text` for the others. The address column
-// also carries its addresses (and port) as `number`, so lists sort 10.0.0.9 before 10.0.0.10.
+// also carries `order`, its addresses (and port) as fixed-width hex led by the family, so that
+// lists sort 10.0.0.9 before 10.0.0.10 and every IPv4 address before every IPv6 one.
 struct Cell {
   std::int64_t number = 0;
   std::string text;
+  std::string order;
 };
 
 Cell CellOf(const IpRecord& record, int column, UiLanguage language);
 Cell CellOf(const IpPairRecord& record, int column, UiLanguage language);
 Cell CellOf(const LocalPortRecord& record, int column, UiLanguage language);
-
-// "%u.%u.%u.%u"
-std::string FormatIpv4(Ipv4 address);
 
 enum class SaveFormat : std::uint8_t { Text, Csv, Json };
 std::optional<SaveFormat> ParseSaveFormat(std::string_view word);  // "tsv"/"text", "csv", "json"

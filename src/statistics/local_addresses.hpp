@@ -1,7 +1,8 @@
-// LocalAddressList: the host's own IPv4 addresses, which decide whether a TCP or UDP packet has
-// a local port to count. A refresher thread rewrites it every 500 ms while the receive thread
-// reads it without the statistics lock; entries are relaxed atomics, so a read that overlaps a
-// rewrite can at worst attribute one packet to the wrong side, never tear a value.
+// LocalAddressList: the host's own IPv4 and IPv6 addresses, which decide whether a TCP or UDP
+// packet has a local port to count. A refresher thread rewrites it every 500 ms while the
+// receive thread reads it without the statistics lock; entries are relaxed atomics, so a read
+// that overlaps a rewrite can at worst attribute one packet to the wrong side (an IPv6 entry is
+// two words, and a torn one matches no address), never tear an IPv4 value.
 #pragma once
 
 #include <array>
@@ -25,20 +26,30 @@ class LocalAddressList {
  public:
   static constexpr std::size_t kCapacity = 4096;
 
-  // Keeps at most kCapacity addresses, in order.
+  static constexpr std::size_t kIpv6Capacity = 1024;
+
+  // Keeps at most kCapacity IPv4 (kIpv6Capacity IPv6) addresses, in order.
   void Replace(std::span<const Ipv4> addresses);
+  void ReplaceIpv6(std::span<const IpAddress> addresses);
   // Walks the list in order, testing each entry against the source first, then the
   // destination; the first hit decides. A packet between two local addresses is the source's.
   LocalSide Classify(Ipv4 source, Ipv4 destination) const;
+  LocalSide Classify(const IpAddress& source, const IpAddress& destination) const;
   std::vector<Ipv4> Copy() const;
 
  private:
   std::array<std::atomic<Ipv4>, kCapacity> entries_{};
   std::atomic<std::size_t> count_{0};
+  struct Ipv6Entry {
+    std::atomic<std::uint64_t> high{0}, low{0};
+  };
+  std::array<Ipv6Entry, kIpv6Capacity> ipv6Entries_{};
+  std::atomic<std::size_t> ipv6Count_{0};
 };
 
-// Every IPv4 address of every interface that is up, loopback included (getifaddrs).
+// Every IPv4 (IPv6) address of every interface that is up, loopback included (getifaddrs).
 std::vector<Ipv4> HostIpv4Addresses();
+std::vector<IpAddress> HostIpv6Addresses();
 
 // "a.b.c.d" or nothing.
 bool ParseIpv4(std::string_view text, Ipv4& address);

@@ -23,15 +23,16 @@ class SlotIndex {
   void Prefetch(std::uint64_t key) const { __builtin_prefetch(&buckets_[Home(Hash(key))]); }
 
   // Buckets hold a 32-bit tag of the key, not the key (eight bytes a bucket keep the index in
-  // the cache); a matching tag is confirmed with keyOf(slot), the key of the record in a slot.
-  template <typename KeyOf>
-  std::int32_t Find(std::uint64_t key, const KeyOf& keyOf) const {
+  // the cache); a matching tag is confirmed with holds(slot): whether the record in that slot
+  // is the one looked for.
+  template <typename Holds>
+  std::int32_t Find(std::uint64_t key, const Holds& holds) const {
     const std::uint64_t hash = Hash(key);
     const std::uint32_t tag = Tag(hash);
     for (std::uint32_t i = Home(hash);; i = (i + 1) & mask_) {
       const Bucket& bucket = buckets_[i];
       if (bucket.slot == kNoSlot) return kNoSlot;
-      if (bucket.tag == tag && keyOf(bucket.slot) == key) return bucket.slot;
+      if (bucket.tag == tag && holds(bucket.slot)) return bucket.slot;
     }
   }
   // The key must not be present, nor the slot.

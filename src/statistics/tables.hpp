@@ -7,10 +7,12 @@
 #include <algorithm>
 #include <bit>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <numeric>
 #include <vector>
 
+#include "common/ip_address.hpp"
 #include "statistics/slot_index.hpp"
 
 namespace vormelt::statistics {
@@ -20,6 +22,30 @@ inline constexpr std::int32_t kTableCapacity = 8192;
 
 // An IPv4 address as the four bytes seen on the wire, read big-endian: 10.0.0.1 is 0x0A000001.
 using Ipv4 = std::uint32_t;
+
+// The index key of an address: an IPv4 address is its own key, as the tables have always been
+// keyed; an IPv6 address folds its sixteen bytes into one word. Records are told apart by their
+// whole identity, so two IPv6 addresses with the same fold cost a probe, never a merged record.
+// Every packet computes several keys, so they are word loads rather than byte loops.
+inline std::uint64_t AddressKey(const IpAddress& address) {
+  if (address.isV4()) {
+    std::uint32_t word;
+    std::memcpy(&word, address.bytes().data(), sizeof word);
+    return __builtin_bswap32(word);
+  }
+  std::uint64_t words[2];
+  std::memcpy(words, address.bytes().data(), sizeof words);
+  return std::rotl(words[0] * 0x9E3779B97F4A7C15ull, 31) ^ words[1];
+}
+
+// Address equality as two word compares: the lookups run it for every packet, and the
+// general comparison goes through memcmp.
+inline bool SameAddress(const IpAddress& a, const IpAddress& b) {
+  std::uint64_t x[2], y[2];
+  std::memcpy(x, a.bytes().data(), sizeof x);
+  std::memcpy(y, b.bytes().data(), sizeof y);
+  return ((x[0] ^ y[0]) | (x[1] ^ y[1])) == 0 && a.family() == b.family();
+}
 
 // What a full table gives up for a new record.
 enum class VictimPolicy : std::uint8_t {
@@ -31,42 +57,58 @@ enum class VictimPolicy : std::uint8_t {
 struct IpRecord {
   std::int64_t bytesTo = 0, bytesFrom = 0, packetsTo = 0, packetsFrom = 0;
   std::int64_t lastUpdate = 0;
-  Ipv4 address = 0;  // after the counters: the record then fits 48 bytes
+  IpAddress address;  // after the counters: the record then fits 64 bytes
   bool changed = false, fresh = false;  // fresh: the "new" flag, the row is still to be inserted
 
-  std::uint64_t Key() const { return address; }
+  static std::uint64_t KeyOf(const IpAddress& address) { return AddressKey(address); }
+  std::uint64_t Key() const { return KeyOf(address); }
+  bool Is(const IpAddress& other) const { return SameAddress(address, other); }
   std::int64_t PacketTotal() const { return packetsTo + packetsFrom; }
   std::int64_t ByteTotal() const { return bytesTo + bytesFrom; }
 };
 
 // One ordered pair; each talking pair of hosts has two, so that each host leads one row.
 struct IpPairRecord {
-  Ipv4 first = 0, second = 0;
+  IpAddress first, second;
   std::int64_t bytesSecondToFirst = 0, bytesFirstToSecond = 0;
   std::int64_t packetsSecondToFirst = 0, packetsFirstToSecond = 0;
   std::int64_t lastUpdate = 0;
   bool changed = false, fresh = false;
 
-  static std::uint64_t KeyOf(Ipv4 first, Ipv4 second) {
-    return (std::uint64_t{first} << 32) | second;
+  // From the two addresses' keys, as the engine has them at hand.
+  static std::uint64_t KeyOfKeys(std::uint64_t first, std::uint64_t second, bool v4) {
+    return v4 ? (first << 32) | second : std::rotl(first, 32) ^ (second * 0xC2B2AE3D27D4EB4Full);
+  }
+  static std::uint64_t KeyOf(const IpAddress& first, const IpAddress& second) {
+    return KeyOfKeys(AddressKey(first), AddressKey(second), first.isV4());
   }
   std::uint64_t Key() const { return KeyOf(first, second); }
+  bool Is(const IpAddress& a, const IpAddress& b) const {
+    return SameAddress(first, a) && SameAddress(second, b);
+  }
   std::int64_t PacketTotal() const { return packetsSecondToFirst + packetsFirstToSecond; }
   std::int64_t ByteTotal() const { return bytesSecondToFirst + bytesFirstToSecond; }
 };
 
 struct LocalPortRecord {
   std::uint16_t port = 0;
-  Ipv4 address = 0;
+  IpAddress address;
   std::int64_t bytesIn = 0, bytesOut = 0, packetsIn = 0, packetsOut = 0;
   std::int64_t lastUpdate = 0;
   bool tcp = false;  // the protocol flag: TCP, else UDP
   bool changed = false, fresh = false;
 
-  static std::uint64_t KeyOf(Ipv4 address, std::uint16_t port, bool tcp) {
-    return (std::uint64_t{address} << 32) | (std::uint64_t{port} << 1) | (tcp ? 1u : 0u);
+  static std::uint64_t KeyOfKeys(std::uint64_t address, std::uint16_t port, bool tcp, bool v4) {
+    const std::uint64_t low = (std::uint64_t{port} << 1) | (tcp ? 1u : 0u);
+    return v4 ? (address << 32) | low : address ^ (low * 0x9E3779B97F4A7C15ull);
+  }
+  static std::uint64_t KeyOf(const IpAddress& address, std::uint16_t port, bool tcp) {
+    return KeyOfKeys(AddressKey(address), port, tcp, address.isV4());
   }
   std::uint64_t Key() const { return KeyOf(address, port, tcp); }
+  bool Is(const IpAddress& a, std::uint16_t p, bool t) const {
+    return port == p && tcp == t && SameAddress(address, a);
+  }
   std::int64_t PacketTotal() const { return packetsIn + packetsOut; }
   std::int64_t ByteTotal() const { return bytesIn + bytesOut; }
 };
@@ -86,8 +128,16 @@ class StatTable {
   // Records overwritten by a newer one since the last Clear.
   std::int64_t Replaced() const { return replaced_; }
 
-  std::int32_t Find(std::uint64_t key) const {
-    return index_.Find(key, [this](std::int32_t slot) { return records_[slot].Key(); });
+  // The slot of the record with the given identity (an address, a pair, an address, port and
+  // protocol), or SlotIndex::kNoSlot.
+  template <typename... Identity>
+  std::int32_t Find(const Identity&... identity) const {
+    return FindKeyed(Record::KeyOf(identity...), identity...);
+  }
+  // The same with the key already made (the engine makes each packet's keys once).
+  template <typename... Identity>
+  std::int32_t FindKeyed(std::uint64_t key, const Identity&... identity) const {
+    return index_.Find(key, [&](std::int32_t slot) { return records_[slot].Is(identity...); });
   }
 
   // The slot for a new record: the next unused one while fewer than `maxItems` are used, else
@@ -99,8 +149,9 @@ class StatTable {
     ++replaced_;
     return victim;
   }
-  void Commit(std::int32_t slot) {
-    index_.Insert(records_[slot].Key(), slot);
+  void Commit(std::int32_t slot) { Commit(slot, records_[slot].Key()); }
+  void Commit(std::int32_t slot, std::uint64_t key) {
+    index_.Insert(key, slot);
     Touched(slot);
   }
   // The record's counters or last update changed: its place in the victim order may move. A

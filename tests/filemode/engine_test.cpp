@@ -8,13 +8,16 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <sstream>
 
 #include "filemode/engine.hpp"
 #include "filemode/http_response.hpp"
 #include "filemode/mime_table.hpp"
 #include "filemode/stream_table.hpp"
+#include "support/dual_stack.hpp"
 #include "support/pcap_file.hpp"
+#include "support/process.hpp"
 #include "support/small_disk.hpp"
 #include "support/tcp_stream.hpp"
 
@@ -132,10 +135,14 @@ TEST(HttpRecognition, ChunksStopAtZeroGarbageOrWhatDidNotArrive) {
 }
 
 TEST(FileNaming, TokensDateAndExtensions) {
-  NameFields fields{0xC8C8C8C8, 0xC0A80064, {2024, 1, 2, 12, 30, 5, 7}, {1, 2, 3, 4}};
+  NameFields fields{IpAddress::V4(0xC8C8C8C8), IpAddress::V4(0xC0A80064),
+                    {2024, 1, 2, 12, 30, 5, 7}, {1, 2, 3, 4}};
   EXPECT_EQ(ExpandName("%sip|%SIP|%Sip|%DIP|%FCS%FCL%fci%FCC", "", fields),
             "200.200.200.200|200.200.200.200|%Sip|192.168.0.100|1234");
   EXPECT_EQ(ExpandName("[%DAT]", "%H24:%MN:%S", fields), "[12.30.05]");
+  // Only the date loses its colons; an IPv6 address keeps them.
+  fields.destination = *IpAddress::Parse("2001:DB8:0:0::1");
+  EXPECT_EQ(ExpandName("%DIP[%DAT]", "%H24:%MN", fields), "2001:db8::1[12.30]");
   EXPECT_EQ(ExtensionForType("image/jpeg", "jpeg", false), "jpeg");
   EXPECT_EQ(ExtensionForType("image/jpeg", "jpeg", true), "jpg");
   EXPECT_EQ(ExtensionForType("image/png", "png", true), "png");
@@ -299,6 +306,30 @@ TEST(FileModeEngine, DirtyClashAndFullTableDropPackets) {
   EXPECT_EQ(full.counters.filesProcessing, kSlotCapacity);
 }
 
+// A real capture: the same 150,000-byte file fetched over ::1 and over 127.0.0.1, and a page
+// over ::1. Both copies must come out whole and identical, each beneath its server's address.
+TEST(FileModeEngine, HttpOverBothFamiliesFromARealCapture) {
+  std::string why;
+  const std::string capture = test::DualStackCapture(why);
+  if (capture.empty()) GTEST_SKIP() << why;
+  test::TempDir out;
+  const test::ProcessRun run =
+      test::RunCli({"files", "--read", capture, "--out", out.path(), "--subdirs", "sip"});
+  ASSERT_EQ(run.status, 0) << run.err;
+  std::map<std::string, std::vector<std::string>> bodies;  // by sub-folder
+  for (const auto& entry : fs::recursive_directory_iterator(out.path())) {
+    if (!entry.is_regular_file()) continue;
+    bodies[entry.path().parent_path().filename()].push_back(ReadFile(entry.path()));
+  }
+  std::ranges::sort(bodies["::1"], {}, [](const std::string& body) { return body.size(); });
+  ASSERT_EQ(bodies["::1"].size(), 2u);
+  ASSERT_EQ(bodies["127.0.0.1"].size(), 1u);
+  EXPECT_EQ(bodies["::1"][0], "hello from both families\n");
+  EXPECT_EQ(bodies["::1"][1].size(), 150000u);
+  EXPECT_TRUE(bodies["::1"][1] == bodies["127.0.0.1"][0]);
+  EXPECT_EQ(bodies.size(), 2u);
+}
+
 TEST(FileModeEngine, HostileHeadersAndTemplatesNeverLeaveTheFolder) {
   std::vector<test::Bytes> packets;
   std::uint32_t ack = 100;
@@ -408,7 +439,7 @@ TEST(FileNaming, ANameTakenWhileWritingIsNotReplaced) {
     options.folder = dir.path();
     options.overwrite = overwrite;
     int fills = 0;
-    const PlacedFile placed = PlaceFile(options, "n", "txt", 0, 0, [&](FileBeside& file) {
+    const PlacedFile placed = PlaceFile(options, "n", "txt", {}, {}, [&](FileBeside& file) {
       if (fills++ == 0) std::ofstream(dir.File("n.txt")) << "theirs";
       EXPECT_FALSE(fs::exists(dir.File("n_2.txt")));  // nothing under a final name yet
       file.Write(std::string_view("ours"));

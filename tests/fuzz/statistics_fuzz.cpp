@@ -47,7 +47,7 @@ class ModelIpTable {
  private:
   int Find(Ipv4 address) const {
     for (std::size_t i = 0; i < records_.size(); ++i) {
-      if (records_[i].address == address) return static_cast<int>(i);
+      if (records_[i].address == vormelt::IpAddress::V4(address)) return static_cast<int>(i);
     }
     return -1;
   }
@@ -78,7 +78,7 @@ class ModelIpTable {
     } else {
       slot = Victim();
     }
-    records_[slot] = IpRecord{.address = address};
+    records_[slot] = IpRecord{.address = vormelt::IpAddress::V4(address)};
     if (from) Touch(records_[slot], true, bytes, sequence);
     if (to) Touch(records_[slot], false, bytes, sequence);
   }
@@ -135,10 +135,11 @@ void CompareWithModel(const StatisticsEngine& engine, const ModelIpTable& model)
       Check(t.ip.Find(ours.address) == slot);
     }
     for (std::int32_t slot = 0; slot < t.pairs.Used(); ++slot) {
-      Check(t.pairs.Find(t.pairs.At(slot).Key()) == slot);
+      Check(t.pairs.Find(t.pairs.At(slot).first, t.pairs.At(slot).second) == slot);
     }
     for (std::int32_t slot = 0; slot < t.ports.Used(); ++slot) {
-      Check(t.ports.Find(t.ports.At(slot).Key()) == slot);
+      const LocalPortRecord& r = t.ports.At(slot);
+      Check(t.ports.Find(r.address, r.port, r.tcp) == slot);
     }
   });
 }

@@ -46,20 +46,22 @@ TEST(LabelPlacement, FullSurfaceKeepsTheLastOf2048Tries) {
 TEST(LabelBoard, LabelsNeverOverlapWhileThereIsRoomAndStayPutWhenOthersGo) {
   LabelBoard board;
   LabelRandom random(1);
-  for (Ipv4 a = 1; a <= 40; ++a) board.Touch(a, a <= 20 ? 0 : 5000, 1, 60, 1920, 1080, random);
+  for (Ipv4 a = 1; a <= 40; ++a) {
+    board.Touch(IpAddress::V4(a), a <= 20 ? 0 : 5000, 1, 60, 1920, 1080, random);
+  }
   for (std::size_t i = 0; i < 40; ++i) {
     for (std::size_t j = i + 1; j < 40; ++j) {
       EXPECT_FALSE(board.Labels()[i].rect.Overlaps(board.Labels()[j].rect));
     }
   }
-  const Rect kept = board.Find(33)->rect;
+  const Rect kept = board.Find(IpAddress::V4(33))->rect;
   // Timeout 3 s: the first twenty, quiet since 0, are gone at 3,001 ms; the rest stay put.
   EXPECT_EQ(board.Expire(3000, 3), 0u);
   EXPECT_EQ(board.Expire(3001, 3), 20u);
-  EXPECT_EQ(board.Find(5), nullptr);
-  EXPECT_EQ(board.Find(33)->rect, kept);
-  EXPECT_EQ(board.Find(33)->text, "0.0.0.33");
-  EXPECT_EQ(board.At(kept.left, kept.top), board.Find(33));
+  EXPECT_EQ(board.Find(IpAddress::V4(5)), nullptr);
+  EXPECT_EQ(board.Find(IpAddress::V4(33))->rect, kept);
+  EXPECT_EQ(board.Find(IpAddress::V4(33))->text, "0.0.0.33");
+  EXPECT_EQ(board.At(kept.left, kept.top), board.Find(IpAddress::V4(33)));
   EXPECT_EQ(board.Occupied().size(), 20u);
 }
 
@@ -117,10 +119,30 @@ TEST(PairGatherer, SumsPerPairAndSkipsWhatIsNoIpv4Pair) {
   ASSERT_EQ(pairs.size(), 2u);
   std::ranges::sort(pairs, {}, &PairTraffic::packets);
   EXPECT_EQ(pairs[1].packets, 3u);
-  EXPECT_EQ(pairs[1].source, 0x0A000001u);
+  EXPECT_EQ(pairs[1].source, *IpAddress::Parse("10.0.0.1"));
   EXPECT_EQ(pairs[1].bytes, 3u * good.size());
   EXPECT_TRUE(gatherer.Drain(overflow).empty());
   EXPECT_EQ(overflow, 0u);
+}
+
+TEST(PairGatherer, Ipv6PairsGetLabelsWideEnoughForTheirText) {
+  test::Bytes frame(14 + 40, 0);
+  frame[12] = 0x86, frame[13] = 0xDD, frame[14] = 0x60, frame[14 + 6] = 59;  // no next header
+  frame[14 + 23] = 1, frame[14 + 24] = 0x20, frame[14 + 25] = 0x01, frame[14 + 39] = 2;  // 2001::2
+  PairGatherer gatherer;
+  EXPECT_EQ(gatherer.Take(test::Record(frame, InterfaceKind::PacketDriver)), SinkVerdict::Stored);
+  EXPECT_EQ(gatherer.Take(test::Record(std::span(frame).first(53), InterfaceKind::PacketDriver)),
+            SinkVerdict::Skipped);
+  std::uint64_t overflow = 0;
+  const std::vector<PairTraffic> pairs = gatherer.Drain(overflow);
+  ASSERT_EQ(pairs.size(), 1u);
+  EXPECT_EQ(pairs[0].source.ToString() + " " + pairs[0].destination.ToString(), "::1 2001::2");
+
+  LabelBoard board;
+  LabelRandom random(1);
+  const Rect rect = board.Touch(*IpAddress::Parse("2001:db8:85a3::8a2e:370:7334"), 0, 1, 60, 1920,
+                                1080, random).rect;
+  EXPECT_EQ(rect.right - rect.left, kLabelWidth * 28 / 15);
 }
 
 TEST(Scene, PixelsAreCappedAndTheRestCountedAndCurvesSeparateDirections) {
@@ -131,7 +153,9 @@ TEST(Scene, PixelsAreCappedAndTheRestCountedAndCurvesSeparateDirections) {
   std::vector<PairTraffic> pairs;
   // Few labels, many pairs: 80 x 51 = 4,080 pairs, ten past the cap.
   for (Ipv4 a = 1; a <= 80; ++a) {
-    for (Ipv4 b = 1000; b < 1051; ++b) pairs.push_back({a, b, 2, 100});
+    for (Ipv4 b = 1000; b < 1051; ++b) {
+      pairs.push_back({IpAddress::V4(a), IpAddress::V4(b), 2, 100});
+    }
   }
   scene.Feed(pairs, Colour{255, 255, 255}, 0);
   EXPECT_EQ(scene.Pixels().size(), kMaxMovingPixels);

@@ -72,9 +72,13 @@ TEST(StatisticsRace, ReceiveUpdaterRefresherAndWindowShareTheTables) {
   EXPECT_EQ(engine.PacketSequence(), 200 * static_cast<std::int64_t>(packets.size()));
   // Limits and clearing changed all along: every record must still be found where it is.
   engine.WithTables([](const StatisticsTables& t) {
-    for (std::int32_t s = 0; s < t.ip.Used(); ++s) EXPECT_EQ(t.ip.Find(t.ip.At(s).Key()), s);
-    for (std::int32_t s = 0; s < t.pairs.Used(); ++s) EXPECT_EQ(t.pairs.Find(t.pairs.At(s).Key()), s);
-    for (std::int32_t s = 0; s < t.ports.Used(); ++s) EXPECT_EQ(t.ports.Find(t.ports.At(s).Key()), s);
+    for (std::int32_t s = 0; s < t.ip.Used(); ++s) EXPECT_EQ(t.ip.Find(t.ip.At(s).address), s);
+    for (std::int32_t s = 0; s < t.pairs.Used(); ++s) {
+      EXPECT_EQ(t.pairs.Find(t.pairs.At(s).first, t.pairs.At(s).second), s);
+    }
+    for (std::int32_t s = 0; s < t.ports.Used(); ++s) {
+      EXPECT_EQ(t.ports.Find(t.ports.At(s).address, t.ports.At(s).port, t.ports.At(s).tcp), s);
+    }
   });
 }
 

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "statistics/engine.hpp"
+#include "statistics/lists.hpp"
 #include "support/frames.hpp"
 
 namespace vormelt::statistics {
@@ -52,10 +53,10 @@ TEST(StatisticsEngine, TwoHostTcpFillsAddressPairAndLocalPortRecords) {
     EXPECT_EQ(t.ip.At(0).Key(), kA);
     EXPECT_EQ(t.ip.At(0).bytesFrom + t.ip.At(0).bytesTo, length);
     ASSERT_EQ(t.pairs.Used(), 2);
-    EXPECT_EQ(t.pairs.At(0).Key(), IpPairRecord::KeyOf(kA, kB));
+    EXPECT_EQ(t.pairs.At(0).Key(), IpPairRecord::KeyOf(IpAddress::V4(kA), IpAddress::V4(kB)));
     EXPECT_EQ(t.pairs.At(0).bytesFirstToSecond, length);
     ASSERT_EQ(t.ports.Used(), 1);
-    EXPECT_EQ(t.ports.At(0).Key(), LocalPortRecord::KeyOf(kA, 40000, true));
+    EXPECT_EQ(t.ports.At(0).Key(), LocalPortRecord::KeyOf(IpAddress::V4(kA), 40000, true));
     EXPECT_EQ(t.ports.At(0).bytesOut, t.ports.At(0).ByteTotal());
   });
 }
@@ -74,18 +75,41 @@ TEST(StatisticsEngine, OnlyTcpTrustsTheTotalLengthOverTheReceivedLength) {
   });
 }
 
+// IPv6 ports behind a hop-by-hop header; address order: numeric, every IPv4 before IPv6.
+TEST(StatisticsEngine, Ipv6PortsBehindExtensionHeadersAndAddressOrder) {
+  Fixture f;
+  const IpAddress local = *IpAddress::Parse("2001:db8::1"), peer = *IpAddress::Parse("2001:db8::2");
+  f.locals.ReplaceIpv6(std::vector{local});
+  Bytes ip(40 + 8 + 20 + 10 + 6, 0);  // six bytes of link padding behind the datagram
+  ip[0] = 0x60, ip[5] = 8 + 20 + 10, ip[40] = kProtocolTcp, ip[60] = 0x50;
+  std::copy(local.bytes().begin(), local.bytes().end(), ip.begin() + 8);
+  std::copy(peer.bytes().begin(), peer.bytes().end(), ip.begin() + 24);
+  ip[48] = 0x01, ip[49] = 0xBB;  // from port 443
+  f.engine.CountIpv6Packet(ip);
+  f.engine.CountPacket(Tcp(kA, 0x0A00000A));
+  const auto order = [](const IpRecord& r) { return CellOf(r, 0, UiLanguage::English).order; };
+  f.engine.WithTables([&](const StatisticsTables& t) {
+    ASSERT_EQ(t.ports.Used(), 1);
+    EXPECT_TRUE(t.ports.At(0).Is(local, 443, true));
+    EXPECT_EQ(t.ports.At(0).bytesOut, 40 + 8 + 20 + 10 + 14);
+    EXPECT_LT(order(t.ip.At(2)), order(t.ip.At(3)));  // 10.0.0.1 before 10.0.0.10
+    EXPECT_LT(order(t.ip.At(3)), order(t.ip.At(0)));  // before 2001:db8::1
+    EXPECT_LT(order(t.ip.At(0)), order(t.ip.At(1)));
+  });
+}
+
 TEST(StatisticsEngine, ListOfOneKeepsTheLastRecordCreated) {
   Fixture f({}, {1, VictimPolicy::LongestAgo});
   f.engine.CountPacket(Tcp(kA, kB));
   f.engine.WithTables([](const StatisticsTables& t) {
     ASSERT_EQ(t.ip.Used(), 1);
-    EXPECT_EQ(t.ip.At(0).address, kB);
+    EXPECT_EQ(t.ip.At(0).address, IpAddress::V4(kB));
     EXPECT_EQ(t.ip.At(0).bytesFrom, 0);
-    EXPECT_EQ(t.pairs.At(0).first, kB);
+    EXPECT_EQ(t.pairs.At(0).first, IpAddress::V4(kB));
   });
   f.engine.CountPacket(Tcp(kC, kA));
   f.engine.WithTables([](const StatisticsTables& t) {
-    EXPECT_EQ(t.ip.At(0).address, kA);
+    EXPECT_EQ(t.ip.At(0).address, IpAddress::V4(kA));
     EXPECT_EQ(t.ip.At(0).packetsTo, 1);
     EXPECT_EQ(t.ip.Replaced(), 3);
   });
@@ -97,9 +121,9 @@ TEST(StatisticsEngine, TieAtTheLowestCountReplacesTheLowerSlot) {
   f.engine.CountPacket(Tcp(kC, kB));  // C: 1, B: 2
   f.engine.CountPacket(Tcp(kB, 0x0A000004));  // D replaces A (slot 0), not C (slot 2)
   f.engine.WithTables([](const StatisticsTables& t) {
-    EXPECT_EQ(t.ip.At(0).address, 0x0A000004u);
-    EXPECT_EQ(t.ip.At(1).address, kB);
-    EXPECT_EQ(t.ip.At(2).address, kC);
+    EXPECT_EQ(t.ip.At(0).address, IpAddress::V4(0x0A000004));
+    EXPECT_EQ(t.ip.At(1).address, IpAddress::V4(kB));
+    EXPECT_EQ(t.ip.At(2).address, IpAddress::V4(kC));
   });
 }
 
@@ -132,7 +156,7 @@ TEST(StatisticsEngine, HostileFramesCountNothingOrWhatTheirHeaderAllows) {
   const std::int64_t counted = f.engine.PacketSequence();
   EXPECT_GT(counted, 0);
   f.engine.WithTables([&](const StatisticsTables& t) {
-    const std::int32_t found = t.ip.Find(kA);
+    const std::int32_t found = t.ip.Find(IpAddress::V4(kA));
     ASSERT_GE(found, 0);
     EXPECT_EQ(t.ip.At(found).packetsFrom, static_cast<std::int64_t>(good.size() - 20 + 1));
     EXPECT_EQ(t.ports.At(0).packetsOut, static_cast<std::int64_t>(good.size() - 24 + 1));
@@ -191,7 +215,8 @@ TEST(StatisticsEngine, IndexAndVictimOrderAgreeWithAPassOverEverySlot) {
         const Ipv4 a = 0x0A000000 + random() % 40, b = 0x0A000000 + random() % 40;
         f.engine.CountPacket(Tcp(a, b, 0));
         ip.Count(a, b, seq);
-        pairs.Count(IpPairRecord::KeyOf(a, b), IpPairRecord::KeyOf(b, a), seq);
+        pairs.Count(IpPairRecord::KeyOf(IpAddress::V4(a), IpAddress::V4(b)),
+                    IpPairRecord::KeyOf(IpAddress::V4(b), IpAddress::V4(a)), seq);
         const bool same = f.engine.WithTables([&](const StatisticsTables& t) {
           bool ok = t.ip.Used() == static_cast<std::int32_t>(ip.rows.size()) &&
                     t.pairs.Used() == static_cast<std::int32_t>(pairs.rows.size());

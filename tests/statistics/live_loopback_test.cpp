@@ -64,13 +64,13 @@ TEST(StatisticsLive, PingAndTcpOnLoopbackFillTheLocalPortRows) {
   session.Wait();
 
   engine.WithTables([&](const StatisticsTables& t) {
-    const std::int32_t host = t.ip.Find(kLoopback);
+    const std::int32_t host = t.ip.Find(IpAddress::V4(kLoopback));
     ASSERT_GE(host, 0);
     EXPECT_GE(t.ip.At(host).packetsFrom, 6 + 4);  // pings both ways, and the TCP segments
     EXPECT_EQ(t.ip.At(host).packetsFrom, t.ip.At(host).packetsTo);
-    ASSERT_GE(t.pairs.Find(IpPairRecord::KeyOf(kLoopback, kLoopback)), 0);
-    const std::int32_t server = t.ports.Find(LocalPortRecord::KeyOf(kLoopback, listenerPort, true));
-    const std::int32_t client = t.ports.Find(LocalPortRecord::KeyOf(kLoopback, clientPort, true));
+    ASSERT_GE(t.pairs.Find(IpAddress::V4(kLoopback), IpAddress::V4(kLoopback)), 0);
+    const std::int32_t server = t.ports.Find(IpAddress::V4(kLoopback), listenerPort, true);
+    const std::int32_t client = t.ports.Find(IpAddress::V4(kLoopback), clientPort, true);
     ASSERT_TRUE(server >= 0 && client >= 0);
     EXPECT_GE(t.ports.At(server).packetsOut, 2);  // SYN-ACK and acknowledgements
     EXPECT_EQ(t.ports.At(server).packetsIn, 0);

@@ -11,6 +11,8 @@
 #include <string>
 #include <vector>
 
+#include "common/ip_address.hpp"
+#include "support/dual_stack.hpp"
 #include "support/frames.hpp"
 #include "support/pcap_file.hpp"
 #include "support/process.hpp"
@@ -98,6 +100,35 @@ TEST(StatisticsCrossCheck, PacketsPerAddressAndPairAgreeWithTshark) {
   ASSERT_TRUE(pairs.size() > 2000u && pairs.size() < 8192u) << pairs.size();
   EXPECT_EQ(ours[0], addresses);
   EXPECT_EQ(ours[1], pairs);
+}
+
+// Real dual-stack traffic: every address's packets and bytes against tshark's IPv6 and IPv4
+// endpoint tables together.
+TEST(StatisticsCrossCheck, BothFamiliesAgreeWithTsharkInPacketsAndBytes) {
+  if (!test::ToolAvailable("tshark")) GTEST_SKIP() << "tshark is not installed; no oracle";
+  std::string why;
+  const std::string capture = test::DualStackCapture(why);
+  if (capture.empty()) GTEST_SKIP() << why;
+  const test::ProcessRun run =
+      test::RunCli({"stats", "--read", capture, "--table", "ip", "--format", "csv"});
+  ASSERT_EQ(run.status, 0) << run.err;
+  std::map<std::string, std::string> ours, theirs;  // address -> "packets bytes"
+  std::string csv = run.out, line, address, to, from, bytes, packets;
+  std::replace(csv.begin(), csv.end(), ',', ' ');
+  std::istringstream rows(csv);
+  for (std::getline(rows, line); rows >> address >> to >> from >> bytes >> to >> from >> packets;) {
+    ours[address] = packets + " " + bytes;
+  }
+  std::istringstream table(test::ShellOutput(
+      "tshark -r '" + capture + "' -q -z endpoints,ipv6 -z endpoints,ip 2>/dev/null"));
+  while (std::getline(table, line)) {
+    std::istringstream words(line);
+    if (words >> address >> packets >> bytes && IpAddress::Parse(address)) {
+      theirs[address] = packets + " " + bytes;
+    }
+  }
+  EXPECT_TRUE(theirs.contains("::1") && theirs.contains("127.0.0.1"));
+  EXPECT_EQ(ours, theirs);
 }
 
 }  // namespace

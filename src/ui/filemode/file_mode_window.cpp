@@ -81,8 +81,11 @@ bool IsWriteFailure(const CaptureMessage& message) {
          message.text == Text::FileNotWrittenMore;
 }
 
-QString Endpoint(std::uint32_t address, std::uint16_t port) {
-  return QString::fromStdString(FormatIpv4(address)) + QLatin1Char(':') + QString::number(port);
+// An IPv6 address goes in brackets, so its colons are not taken for the port's.
+QString Endpoint(const IpAddress& address, std::uint16_t port) {
+  const QString text = QString::fromStdString(address.ToString());
+  return (address.isV6() ? QLatin1Char('[') + text + QLatin1Char(']') : text) + QLatin1Char(':') +
+         QString::number(port);
 }
 
 QString ClockText(std::int64_t ms) {

@@ -111,8 +111,8 @@ struct GraphicalModeWindow::Impl : CaptureHooks {
   PaintStyle style;
   LabelTextCache texts;
   QImage image;  // the frame, drawn in full and then shown
-  QHash<quint32, QString> hostNames;
-  QSet<quint32> lookups;
+  QHash<IpAddress, QString> hostNames;
+  QSet<IpAddress> lookups;
   std::int64_t lastChirp = -kChirpGapMs;
   std::int64_t lastRefresh = 0;
   QRect normalGeometry;
@@ -369,7 +369,7 @@ void GraphicalModeWindow::Impl::ShowHoverTip(const QPoint& at, const QPoint& glo
     QToolTip::hideText();
     return;
   }
-  const quint32 address = label->address;
+  const IpAddress address = label->address;
   QString name;
   if (const auto found = hostNames.find(address); found != hostNames.end()) {
     name = *found;

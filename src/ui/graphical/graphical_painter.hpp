@@ -12,6 +12,13 @@
 
 #include "graphical/scene.hpp"
 
+namespace vormelt {
+// Lets an address key a QHash or QSet (the label text cache, the hover tip's names).
+inline size_t qHash(const IpAddress& address, size_t seed = 0) {
+  return IpAddressHash{}(address) ^ seed;
+}
+}  // namespace vormelt
+
 namespace vormelt::ui {
 
 // Label texts laid out once and kept while their label lives: drawing a thousand labels at
@@ -23,7 +30,7 @@ class LabelTextCache {
   void Prune(const graphical::LabelBoard& board);
 
  private:
-  QHash<quint32, QStaticText> texts_;
+  QHash<IpAddress, QStaticText> texts_;
 };
 
 struct PaintStyle {

@@ -149,7 +149,8 @@ QVariant StatisticsListModel::data(const QModelIndex& index, int role) const {
   const Cell& cell = row[static_cast<std::size_t>(index.column())];
   const ColumnKind kind = statistics::Columns(list_)[static_cast<std::size_t>(index.column())].kind;
   if (role == kSortRole) {
-    if (kind != ColumnKind::Text || index.column() == 0) return QVariant::fromValue<qint64>(cell.number);
+    if (index.column() == 0) return QString::fromStdString(cell.order);
+    if (kind != ColumnKind::Text) return QVariant::fromValue<qint64>(cell.number);
     return QString::fromStdString(cell.text);
   }
   if (role == Qt::TextAlignmentRole && kind != ColumnKind::Text) {
