@@ -1,7 +1,10 @@
 // The Graphical Packets Mode window on the offscreen platform: keys reach the view state and
 // show their notice, options survive the close, a replayed capture file puts labels and lines
 // on the surface. With VORMELT_SCREENSHOTS=<folder> it also writes the pictures to look at.
+#include <QApplication>
+#include <QCheckBox>
 #include <QImage>
+#include <QPushButton>
 #include <QtTest>
 
 // moc reads this file too, and cannot parse the text catalogue's generated enum.
@@ -13,6 +16,8 @@
 #include "support/pcap_file.hpp"
 #include "support/ui/widgets.hpp"
 #include "ui/graphical/graphical_mode_window.hpp"
+#include "ui/graphical/graphical_settings_window.hpp"
+#include "ui/shell/app_startup.hpp"
 #include "ui/shell/qt_text.hpp"
 #endif
 
@@ -62,6 +67,40 @@ class GraphicalModeWindowTest : public QObject {
     QCOMPARE(saved.ipTimeout, 31);
     QVERIFY(saved.pixelMode);
     QCOMPARE(saved.blinkMode, 0);
+  }
+
+  // The start buttons never cover the help, however the window is sized; on the mode's black
+  // palette an unticked box in the settings still shows (grey pixels, not only its yellow text).
+  void startButtonsClearTheHelpAndUntickedBoxesShow() {
+    ProgramSettings settings;
+    ui::GraphicalModeWindow window(settings, false, false);
+    QTest::keyClick(&window, Qt::Key_F1);
+    for (const QSize size : {QSize(1024, 700), QSize(1, 1), QSize(1900, 1000)}) {
+      window.resize(size);
+      window.grab();
+      QVERIFY(!window.helpArea().isEmpty());
+      for (const QPushButton* button : window.findChildren<QPushButton*>()) {
+        QVERIFY(!button->geometry().intersects(window.helpArea()));
+        QVERIFY(window.rect().contains(button->geometry()));
+      }
+    }
+    const QPalette before = QApplication::palette();
+    QApplication::setPalette(ui::DialogPalette(Qt::black, QColor(0xFF, 0xFF, 0x00)));
+    settings.graphical.chirp = false;
+    ui::GraphicalSettingsWindow dialog(settings.graphical);
+    QCheckBox* unticked = nullptr;
+    for (QCheckBox* box : dialog.findChildren<QCheckBox*>()) unticked = box->isChecked() ? unticked : box;
+    QVERIFY(unticked);
+    const QImage image = unticked->grab().toImage().convertToFormat(QImage::Format_RGB32);
+    QApplication::setPalette(before);
+    int grey = 0;
+    for (int y = 0; y < image.height(); ++y) {
+      for (int x = 0; x < image.width(); ++x) {
+        const QRgb p = image.pixel(x, y);
+        grey += qRed(p) == qBlue(p) && qRed(p) > 0x40;
+      }
+    }
+    QVERIFY(grey > 8);
   }
 
   void replayedFilePutsLabelsAndLinesOnTheSurface() {

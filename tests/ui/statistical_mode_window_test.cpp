@@ -1,5 +1,6 @@
 // The Statistical Mode window on the offscreen platform: rows inserted and refreshed keep their
 // sort, selection and ties; the settings window's bounds questions. Counting is the engine's.
+#include <QFile>
 #include <QHeaderView>
 #include <QLineEdit>
 #include <QRadioButton>
@@ -12,7 +13,9 @@
 #include "statistics/engine.hpp"
 #include "statistics/lists.hpp"
 #include "support/frames.hpp"
+#include "support/pcap_file.hpp"
 #include "support/ui/widgets.hpp"
+#include "ui/shell/qt_text.hpp"
 #include "ui/statistics/statistical_mode_window.hpp"
 #include "ui/statistics/statistics_list_model.hpp"
 #include "ui/statistics/statistics_settings_window.hpp"
@@ -75,6 +78,57 @@ class StatisticalModeWindowTest : public QObject {
     }
     tiesBefore.removeAll(QStringLiteral("10.0.0.6"));
     QCOMPARE(tiesAfter, tiesBefore);
+  }
+
+  // At the default size every column shows whole, in either language.
+  void columnsFitTheDefaultWindow() {
+    for (const UiLanguage language : {UiLanguage::English, UiLanguage::German}) {
+      ui::SetLanguage(language);
+      ProgramSettings settings;
+      ui::StatisticalModeWindow window(settings, {8192}, false, false);
+      window.show();
+      for (const auto list : {StatisticsList::IpAddresses, StatisticsList::IpAddressPairs,
+                              StatisticsList::LocalPorts}) {
+        window.showList(list);
+        QCoreApplication::processEvents();
+        QTableView& view = window.view(list);
+        int total = 0;
+        for (int c = 0; c < view.model()->columnCount(); ++c) {
+          QVERIFY(view.columnWidth(c) >= view.horizontalHeader()->sectionSizeHint(c));
+          total += view.columnWidth(c);
+        }
+        QVERIFY2(total <= view.viewport()->width(), qPrintable(window.windowTitle()));
+      }
+    }
+    ui::SetLanguage(UiLanguage::English);
+  }
+
+  // A capture file read in a moment: the rate is what it recorded over its 10 s, and a saved
+  // list has the rows in the order on screen with that rate last.
+  void savedListFollowsTheScreenWithRecordedRates() {
+    test::TempDir dir;
+    {
+      test::PcapFileWriter pcap(dir.File("ten.pcap"), test::kLinkRaw);
+      for (std::uint32_t s = 0; s <= 10; ++s) pcap.Write(Tcp(1, 1000), 1700000000 + s);
+      pcap.Write(Tcp(2, 10), 1700000005);
+    }
+    ProgramSettings settings;
+    ui::StatisticalModeWindow window(settings, {8192}, false, false);
+    QVERIFY(window.openCaptureFile(QString::fromStdString(dir.File("ten.pcap"))));
+    window.waitForCapture();
+    window.view(StatisticsList::IpAddresses).sortByColumn(3, Qt::AscendingOrder);
+    QVERIFY(window.saveList(QString::fromStdString(dir.File("ip.csv")), statistics::SaveFormat::Csv));
+    QFile saved(QString::fromStdString(dir.File("ip.csv")));
+    QVERIFY(saved.open(QIODevice::ReadOnly));
+    const QStringList lines = QString::fromUtf8(saved.readAll()).split('\n', Qt::SkipEmptyParts);
+    QCOMPARE(lines.size(), 4);
+    QVERIFY(lines[0].endsWith(QStringLiteral(",Bytes/s")));
+    const QStringList order{"10.0.0.2", "10.0.0.1", "127.0.0.1"};
+    for (int i = 0; i < 3; ++i) {
+      const QStringList fields = lines[i + 1].split(',');
+      QCOMPARE(fields[0], order[i]);
+      if (i > 0) QCOMPARE(fields.back().toLongLong(), fields[3].toLongLong() / 10);
+    }
   }
 
   void settingsBoundsQuestions() {
