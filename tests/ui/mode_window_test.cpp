@@ -1,5 +1,6 @@
-// What every mode window shares: each registered window opens, offers the other modes and its
-// Help, and on close writes the settings file the run was started with; and Stop always ends a
+// What every mode window shares: each registered window opens where it was last closed, offers
+// the other modes and its Help, and on close writes the settings file the run was started with,
+// its place under its own mode's key; and Stop always ends a
 // capture that Choose Interface is moving to another interface.
 #include <QAction>
 #include <QDialog>
@@ -17,6 +18,7 @@
 #include "app/modes.hpp"
 #include "app/startup.hpp"
 #include "common/settings.hpp"
+#include "common/settings_store.hpp"
 #include "support/ui/widgets.hpp"
 #include "ui/packetmode/packet_mode_window.hpp"
 #include "ui/shell/app_startup.hpp"
@@ -45,6 +47,19 @@ QStringList MenuEntries(QMainWindow& window, Text menu) {
   return entries;
 }
 
+// Where each mode keeps its window's place; null for a window that keeps none.
+WindowState* PlaceOf(ProgramSettings& settings, ProgramMode mode) {
+  switch (mode) {
+    case ProgramMode::Packet: return &settings.packetMode.window;
+    case ProgramMode::File: return &settings.fileMode.window;
+    case ProgramMode::Statistical: return &settings.statistics.window;
+    case ProgramMode::GraphicalPackets: return &settings.graphical.window;
+    default: return nullptr;
+  }
+}
+
+QRect Rect(const WindowState& place) { return {place.x, place.y, place.width, place.height}; }
+
 }  // namespace
 
 class ModeWindowTest : public QObject {
@@ -63,19 +78,29 @@ class ModeWindowTest : public QObject {
   // Run as the program runs them: through the registry, until the window is closed.
   void everyRegisteredWindowOpensAndWritesItsOwnSettingsFile() {
     test::MessageLog log;
+    const QRect kept(10, 20, 700, 500), moved(30, 40, 720, 520);
     for (const ModeEntry& entry : ModeList()) {
       QVERIFY(entry.window);
       const auto file = config_.filePath(ui::T(entry.name)).toStdString();
       ProgramSettings settings;
       settings.minimizeToTrayOnClose = false;
+      if (WindowState* place = PlaceOf(settings, entry.mode)) {
+        *place = {true, kept.x(), kept.y(), kept.width(), kept.height(), false, false};
+      }
       StartupDecision decision;
       QStringList switchEntries, helpEntries;
+      QRect opened;
       QTimer closer;
       connect(&closer, &QTimer::timeout, [&] {
         if (QWidget* modal = QApplication::activeModalWidget()) return void(modal->close());
         for (QWidget* top : QApplication::topLevelWidgets()) {
           if (!top->isVisible() || top->inherits("QMenu")) continue;
           if (auto* main = qobject_cast<QMainWindow*>(top)) {
+            // Moved on one tick, closed on the next, once the move has arrived.
+            if (opened.isNull()) {
+              opened = main->geometry();
+              return main->setGeometry(moved);
+            }
             switchEntries = MenuEntries(*main, Text::PacketMenuSwitchModes);
             helpEntries = MenuEntries(*main, Text::ShellMenuHelp);
           }
@@ -85,6 +110,15 @@ class ModeWindowTest : public QObject {
       closer.start(20);
       QCOMPARE(entry.window(ModeStart{decision, settings, file}), 0);
       QVERIFY2(std::filesystem::exists(file), qPrintable(ui::T(entry.name)));
+      ProgramSettings written = LoadSettings(file).settings;
+      if (const WindowState* place = PlaceOf(written, entry.mode)) {
+        QCOMPARE(opened, kept);
+        QCOMPARE(Rect(*place), moved);
+        for (const ProgramMode other : {ProgramMode::Packet, ProgramMode::File,
+                                        ProgramMode::Statistical, ProgramMode::GraphicalPackets}) {
+          QVERIFY(other == entry.mode || !PlaceOf(written, other)->valid);
+        }
+      }
       if (entry.mode == ProgramMode::Packet || entry.mode == ProgramMode::File ||
           entry.mode == ProgramMode::Statistical) {
         QCOMPARE(switchEntries.size(), 3);  // the other capture modes, never itself

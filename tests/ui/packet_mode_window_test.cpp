@@ -3,6 +3,7 @@
 // tests/e2e captures on loopback.
 #include <QCheckBox>
 #include <QComboBox>
+#include <QFile>
 #include <QRadioButton>
 #include <QItemSelectionModel>
 #include <QTableView>
@@ -94,7 +95,8 @@ class PacketModeWindowTest : public QObject {
   }
 
   // Unticking "Save packet data" greys out the forms and the level, and the choices land in
-  // the settings; a save and a load through the window's commands give the rows back.
+  // the settings; a save and a load through the window's commands give the rows back, in place
+  // of what the list held; a damaged file keeps the rows before the damage and says where.
   void savingOptionsAndADumpFileRoundTrip() {
     MessageLog log;
     ProgramSettings settings;
@@ -119,11 +121,25 @@ class PacketModeWindowTest : public QObject {
     QTRY_VERIFY(!files.Busy());
     settings.packetMode.saving.loadForm = 4;
     QVERIFY(files.LoadDumpFile(dump));
-    QTRY_COMPARE(window.listModel().rowCount(), 6);
     QTRY_VERIFY(!files.Busy());
+    QCOMPARE(window.listModel().rowCount(), 3);
     QVERIFY(log.asked.empty());
     QVERIFY(files.LoadDumpFile(QStringLiteral("/nonexistent/dump.txt")));
     QTRY_COMPARE(log.asked.size(), std::size_t{1});
+
+    QFile saved(dump);
+    QVERIFY(saved.open(QIODevice::ReadOnly));
+    QByteArray text = saved.readAll();
+    text[text.lastIndexOf("47 45 54")] = 'Q';  // the third record's "GET" in hex
+    const QString damaged = QString::fromStdString(files_.File("damaged.txt"));
+    QFile out(damaged);
+    QVERIFY(out.open(QIODevice::WriteOnly) && out.write(text) == text.size());
+    out.close();
+    QVERIFY(files.LoadDumpFile(damaged));
+    QTRY_COMPARE(log.asked.size(), std::size_t{2});
+    QCOMPARE(window.listModel().rowCount(), 2);
+    QVERIFY(log.asked[1].text.contains(QStringLiteral("unreadable record at byte")));
+    QVERIFY(log.asked[1].text.startsWith(damaged));
   }
 
   // Find stops at each listed match with the event loop running, and at the end asks whether

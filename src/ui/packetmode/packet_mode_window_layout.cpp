@@ -35,6 +35,7 @@ void PacketModeWindow::Impl::BuildMenus() {
   QObject::connect(file.addAction(T(Text::PacketMenuSavingOptions)), &QAction::triggered, &window,
                    [this] { dumps.EditSavingOptions(); });
   dumps.onBusyChanged = [this] { BeginRefreshing(); };
+  dumps.clearList = [this] { window.clearList(); };
   file.addSeparator();
   QAction* exit = file.addAction(T(Text::PacketMenuExit));
   exit->setShortcut(QKeySequence::Quit);
@@ -171,8 +172,10 @@ void PacketModeWindow::Impl::BuildList() {
   columns.setHighlightSections(false);
   columns.setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);
   columns.setStretchLastSection(true);
+  // Never narrower than the heading in the language shown (the German ones run longer).
   for (int column = 0; column < kListColumnCount; ++column) {
-    columns.resizeSection(column, kDefaultColumnWidths[static_cast<std::size_t>(column)]);
+    columns.resizeSection(column, std::max(kDefaultColumnWidths[static_cast<std::size_t>(column)],
+                                           columns.sectionSizeHint(column)));
   }
   QScrollBar& scroll = *list->verticalScrollBar();
   QObject::connect(&scroll, &QScrollBar::valueChanged, &window,
