@@ -126,10 +126,8 @@ TEST(DumpFile, HeaderAndFooterAreExactInBothLanguages) {
   const std::string heading =
       "Type Size  Source MAC         Destination MAC          Source IP  Destination IP  sPort "
       "dPort  Date/Time";
-  // Same columns as the English one, so the records line up under either.
-  const std::string german =
-      "Typ  Gr\u00f6\u00dfe Quell-MAC          Ziel-MAC                 Quell-IP   Ziel-IP         "
-      "sPort dPort  Datum/Uhrzeit";
+  const std::string german = "Typ  Gr\u00f6\u00dfe Quell-MAC          Ziel-MAC                 "
+                             "Quell-IP   Ziel-IP         sPort dPort  Datum/Uhrzeit";
   const std::string header =
       "Hollowbright VORMELT gespeicherte Informationen:\r\n\r\n" + german + "\r\n" +
       std::string(125, '-') + "\r\n";  // ... and the packet's own single line break

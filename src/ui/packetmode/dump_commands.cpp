@@ -149,8 +149,9 @@ bool DumpFileCommands::SaveCaptureFile(const QString& path) {
 bool DumpFileCommands::LoadDumpFile(const QString& path) {
   if (Busy() || engine_.Capturing()) return false;
   const SavingSettings& saving = settings_.packetMode.saving;
-  // A loaded file replaces what the list held, so the list shows that file and nothing else.
-  if (clearList) clearList();
+  // A loaded file replaces what the list held, so the list shows that file and nothing else;
+  // one that cannot be read leaves the list as it was.
+  if (const QFileInfo file(path); clearList && file.isFile() && file.isReadable()) clearList();
   const auto job = Begin(static_cast<std::uint64_t>(QFileInfo(path).size()), false);
   DumpLoadOptions options;
   options.form = static_cast<DataForm>(saving.loadForm);
