@@ -45,7 +45,7 @@ class StatisticsEngine final : public FrameSink {
   // Packets counted since the engine was made (the last sequence number given).
   std::int64_t PacketSequence() const { return sequence_.load(std::memory_order_relaxed); }
 
-  // The capture times of the first and the newest frame taken since ResetFrameTimes (zero
+  // The earliest and the latest capture time of the frames taken since ResetFrameTimes (zero
   // before any): a capture file's rates go by the time it recorded, not by how fast it is read.
   struct FrameTimes {
     CaptureTime first{}, newest{};
