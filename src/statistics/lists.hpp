@@ -46,8 +46,8 @@ Cell CellOf(const LocalPortRecord& record, int column, UiLanguage language);
 enum class SaveFormat : std::uint8_t { Text, Csv, Json };
 std::optional<SaveFormat> ParseSaveFormat(std::string_view word);  // "tsv"/"text", "csv", "json"
 
-// A list as a window shows it: its rows (their slots) in the order on screen, and each slot's bytes
-// per second (indexed by slot).
+// A list as a window shows it: its rows (their slots) in the order on screen, and each
+// slot's bytes per second (indexed by slot).
 struct ShownList {
   std::span<const std::int32_t> order;
   std::span<const std::int64_t> rates;
