@@ -69,13 +69,13 @@ class ModeWindowTest : public QObject {
   // Run as the program runs them: through the registry, until the window is closed.
   void everyRegisteredWindowOpensAndWritesItsOwnSettingsFile() {
     test::MessageLog log;
-    const QRect kept(10, 20, 700, 500), moved(30, 40, 720, 520);
+    const QRect kept(10, 20, 1300, 700), moved(30, 40, 1320, 720);
     for (const ModeEntry& entry : ModeList()) {
       QVERIFY(entry.window);
       const auto file = config_.filePath(ui::T(entry.name)).toStdString();
       ProgramSettings settings;
       settings.minimizeToTrayOnClose = false;
-      if (WindowState* place = PlaceOf(settings, entry.mode)) *place = {true, 10, 20, 700, 500};
+      if (WindowState* place = PlaceOf(settings, entry.mode)) *place = {true, 10, 20, 1300, 700};
       StartupDecision decision;
       QStringList switchEntries, helpEntries;
       QRect opened;
@@ -84,11 +84,11 @@ class ModeWindowTest : public QObject {
         if (QWidget* modal = QApplication::activeModalWidget()) return void(modal->close());
         for (QWidget* top : QApplication::topLevelWidgets()) {
           if (!top->isVisible() || top->inherits("QMenu")) continue;
+          if (opened.isNull()) {  // moved on one tick, closed on the next
+            opened = top->geometry();
+            return top->setGeometry(moved);
+          }
           if (auto* main = qobject_cast<QMainWindow*>(top)) {
-            if (opened.isNull()) {  // moved on one tick, closed on the next
-              opened = main->geometry();
-              return main->setGeometry(moved);
-            }
             switchEntries = MenuEntries(*main, Text::PacketMenuSwitchModes);
             helpEntries = MenuEntries(*main, Text::ShellMenuHelp);
           }

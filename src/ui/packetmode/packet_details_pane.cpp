@@ -47,7 +47,8 @@ constexpr int kDumpFontPointSize = 10;
 // Which visibility group a field belongs to.
 enum class Group { Always, Arp, Ipv4, IpBoxes, Ports, Tcp, Icmp, Ipv6, AnyIp };
 // How wide a value box is: numbers, addresses and names (longer names show in the tool tip),
-// or the EtherType with its name, which fits the longest name the table knows.
+// or the EtherType with its name, which fits the longest name the table knows up to twice a
+// name box (beyond that the pane would no longer fit beside the list on a laptop screen).
 enum class Width { Number, Name, EtherType };
 // Sample texts that size the boxes in the pane's own font.
 constexpr const char* kNumberSample = "4294967295";
@@ -290,9 +291,10 @@ Field& PacketDetailsPane::Impl::AddField(const FieldInfo& info, QWidget* owner) 
   field.box->installEventFilter(hook.get());
   const QFontMetrics metrics(field.box->font());
   const char* sample = info.width == Width::Number ? kNumberSample : kNameSample;
+  const int name = metrics.horizontalAdvance(QString::fromLatin1(sample));
   const int text = info.width == Width::EtherType
-                       ? EtherTypeBoxWidth(metrics)
-                       : metrics.horizontalAdvance(QString::fromLatin1(sample));
+                       ? std::min(EtherTypeBoxWidth(metrics), 2 * name)
+                       : name;
   field.box->setFixedWidth(text + kBoxMargin);
   return field;
 }
