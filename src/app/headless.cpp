@@ -15,26 +15,6 @@ std::string OneLineMessage(const CaptureMessage& message, UiLanguage language) {
   return line;
 }
 
-std::string DescribeDumpLoad(const DumpLoadResult& result, const std::string& path) {
-  if (const std::optional<Text> message = DumpLoadMessage(result.end)) {
-    std::string line(English(*message));
-    if (result.end == DumpLoadEnd::OpenFailed) {
-      line += " (" + path + ": " + ErrnoText(result.error) + ")";
-    } else if (result.end == DumpLoadEnd::NotRegularFile) {
-      line += " (" + path + ")";
-    }
-    return line;
-  }
-  switch (result.end) {
-    case DumpLoadEnd::Unreadable:
-      return path + ": loading stopped at an unreadable record at byte " +
-             std::to_string(result.offset);
-    case DumpLoadEnd::Cancelled:
-      return path + ": loading was stopped at byte " + std::to_string(result.offset);
-    default: return {};
-  }
-}
-
 StopSignals::StopSignals() {
   sigemptyset(&set_);
   sigaddset(&set_, SIGINT);

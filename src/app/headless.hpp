@@ -22,10 +22,6 @@ namespace vormelt {
 // The message in `language` as one line: its CR LF breaks become blanks.
 std::string OneLineMessage(const CaptureMessage& message, UiLanguage language = UiLanguage::English);
 
-// Why loading `path` ended early, as one line; empty when it ended at the footer or the file's
-// end. A cut-short or foreign record is named with its byte offset.
-std::string DescribeDumpLoad(const DumpLoadResult& result, const std::string& path);
-
 // SIGINT and SIGTERM are blocked while this lives, in the thread that made it and in every
 // thread started from it (the capture threads), and taken synchronously by Wait, so no handler
 // ever runs inside libpcap.

@@ -68,6 +68,8 @@ class StatisticalRun {
   const statistics::StatisticsEngine& Engine() const { return engine_; }
   ModeCapture& Capture() { return capture_; }
   const ModeCapture& Capture() const { return capture_; }
+  // False when the host's addresses could not be followed: the local ports then stay empty.
+  bool FollowsLocalAddresses() const { return !refresher_ || refresher_->Running(); }
 
  private:
   statistics::LocalAddressList locals_;

@@ -605,4 +605,25 @@ std::optional<Text> DumpLoadMessage(DumpLoadEnd end) {
   }
 }
 
+std::string DescribeDumpLoad(const DumpLoadResult& result, const std::string& path,
+                             UiLanguage language) {
+  const auto offset = static_cast<unsigned long long>(result.offset);
+  if (const std::optional<Text> message = DumpLoadMessage(result.end)) {
+    std::string line = Tr(*message, language);
+    if (result.end == DumpLoadEnd::OpenFailed) {
+      line += " (" + path + ": " + ErrnoText(result.error) + ")";
+    } else if (result.end == DumpLoadEnd::NotRegularFile) {
+      line += " (" + path + ")";
+    }
+    return line;
+  }
+  switch (result.end) {
+    case DumpLoadEnd::Unreadable:
+      return FormatText(Text::DumpLoadStoppedUnreadable, language, path.c_str(), offset);
+    case DumpLoadEnd::Cancelled:
+      return FormatText(Text::DumpLoadStoppedAt, language, path.c_str(), offset);
+    default: return {};
+  }
+}
+
 }  // namespace vormelt

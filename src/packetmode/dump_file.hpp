@@ -114,5 +114,10 @@ DumpLoadResult LoadDumpBytes(std::span<const std::uint8_t> bytes, FrameSink& sin
 
 // The message box text for an end that has one (the file cannot be read, the three sink stops).
 std::optional<Text> DumpLoadMessage(DumpLoadEnd end);
+// Why loading `path` ended early, as one line for the command line or the window; empty when
+// it ended at the footer or the file's end. A cut-short or foreign record is named with its
+// byte offset.
+std::string DescribeDumpLoad(const DumpLoadResult& result, const std::string& path,
+                             UiLanguage language = UiLanguage::English);
 
 }  // namespace vormelt

@@ -42,7 +42,25 @@ SinkVerdict StatisticsEngine::Take(const FrameRecord& frame) {
   } else {
     return SinkVerdict::Skipped;
   }
+  // Only this thread writes the times; a reader sees each one whole. A file merged from
+  // several may step back in time: the times kept are the earliest and latest seen.
+  const std::int64_t ns = frame.time.time_since_epoch().count();
+  const std::int64_t first = firstFrameNs_.load(std::memory_order_relaxed);
+  if (first == 0 || ns < first) firstFrameNs_.store(ns, std::memory_order_relaxed);
+  if (ns > newestFrameNs_.load(std::memory_order_relaxed)) {
+    newestFrameNs_.store(ns, std::memory_order_relaxed);
+  }
   return SinkVerdict::Stored;
+}
+
+StatisticsEngine::FrameTimes StatisticsEngine::Times() const {
+  return {CaptureTime(std::chrono::nanoseconds(firstFrameNs_.load(std::memory_order_relaxed))),
+          CaptureTime(std::chrono::nanoseconds(newestFrameNs_.load(std::memory_order_relaxed)))};
+}
+
+void StatisticsEngine::ResetFrameTimes() {
+  firstFrameNs_.store(0, std::memory_order_relaxed);
+  newestFrameNs_.store(0, std::memory_order_relaxed);
 }
 
 void StatisticsEngine::CountPacket(std::span<const std::uint8_t> received) {

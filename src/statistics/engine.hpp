@@ -45,6 +45,15 @@ class StatisticsEngine final : public FrameSink {
   // Packets counted since the engine was made (the last sequence number given).
   std::int64_t PacketSequence() const { return sequence_.load(std::memory_order_relaxed); }
 
+  // The earliest and the latest capture time of the frames taken since ResetFrameTimes (zero
+  // before any): a capture file's rates go by the time it recorded, not by how fast it is read.
+  struct FrameTimes {
+    CaptureTime first{}, newest{};
+  };
+  FrameTimes Times() const;
+  // Before a capture starts (none runs): its frames are timed afresh.
+  void ResetFrameTimes();
+
   // Runs `visit(StatisticsTables&)` under the statistics lock and returns what it returns. The
   // updater clears the changed and new flags here; keep the visit short, the receive thread waits.
   template <typename Visit>
@@ -78,6 +87,7 @@ class StatisticsEngine final : public FrameSink {
   StatisticsLimits limits_;
   // Written only by the receive thread; atomic so that readers may look at it.
   std::atomic<std::int64_t> sequence_{0};
+  std::atomic<std::int64_t> firstFrameNs_{0}, newestFrameNs_{0};
 };
 
 }  // namespace vormelt::statistics

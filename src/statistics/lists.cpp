@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstdio>
+#include <vector>
 
 #include "packets/names.hpp"
 
@@ -88,36 +89,59 @@ void AppendCell(const Cell& cell, ColumnKind kind, SaveFormat format, std::strin
   }
 }
 
+// The bytes per second a window shows beside the totals, saved with them.
+constexpr ColumnInfo kRateColumn{Text::StatsColumnRate, "bytes_per_second", ColumnKind::Bytes};
+
 template <typename Record>
 void WriteRecords(const StatTable<Record>& table, std::span<const ColumnInfo> columns,
-                  SaveFormat format, UiLanguage language, std::string& out) {
+                  SaveFormat format, UiLanguage language, std::string& out,
+                  const ShownList* shown) {
   const char separator = format == SaveFormat::Csv ? ',' : '\t';
+  const bool withRate = shown != nullptr;
+  std::vector<std::int32_t> slots;
+  if (shown) {
+    // Only slots the table still uses: the window's rows may lag a clear by one refresh.
+    for (const std::int32_t slot : shown->order) {
+      if (slot >= 0 && slot < table.Used()) slots.push_back(slot);
+    }
+  } else {
+    for (std::int32_t slot = 0; slot < table.Used(); ++slot) slots.push_back(slot);
+  }
+  const std::size_t count = columns.size() + (withRate ? 1 : 0);
+  const auto column = [&](std::size_t c) -> const ColumnInfo& {
+    return c < columns.size() ? columns[c] : kRateColumn;
+  };
   if (format == SaveFormat::Json) {
     out += '[';
   } else {
-    for (std::size_t c = 0; c < columns.size(); ++c) {
+    for (std::size_t c = 0; c < count; ++c) {
       if (c) out += separator;
-      const std::string heading = Tr(columns[c].heading, language);
+      const std::string heading = Tr(column(c).heading, language);
       format == SaveFormat::Csv ? AppendCsvField(heading, out) : AppendTextField(heading, out);
     }
     out += "\n";
   }
-  for (std::int32_t slot = 0; slot < table.Used(); ++slot) {
+  for (std::size_t i = 0; i < slots.size(); ++i) {
+    const std::int32_t slot = slots[i];
     const Record& record = table.At(slot);
-    if (format == SaveFormat::Json) out += slot ? ",\n{" : "\n{";
-    for (std::size_t c = 0; c < columns.size(); ++c) {
+    if (format == SaveFormat::Json) out += i ? ",\n{" : "\n{";
+    for (std::size_t c = 0; c < count; ++c) {
       if (format == SaveFormat::Json) {
         if (c) out += ',';
-        AppendJsonString(columns[c].key, out);
+        AppendJsonString(column(c).key, out);
         out += ':';
       } else if (c) {
         out += separator;
       }
-      AppendCell(CellOf(record, static_cast<int>(c), language), columns[c].kind, format, out);
+      const auto s = static_cast<std::size_t>(slot);
+      const Cell cell = c < columns.size()
+                            ? CellOf(record, static_cast<int>(c), language)
+                            : Cell{s < shown->rates.size() ? shown->rates[s] : 0, {}, {}};
+      AppendCell(cell, column(c).kind, format, out);
     }
     out += format == SaveFormat::Json ? "}" : "\n";
   }
-  if (format == SaveFormat::Json) out += table.Used() ? "\n]\n" : "]\n";
+  if (format == SaveFormat::Json) out += slots.empty() ? "]\n" : "\n]\n";
 }
 
 }  // namespace
@@ -237,14 +261,14 @@ Cell CellOf(const LocalPortRecord& record, int column, UiLanguage language) {
 }
 
 void WriteList(const StatisticsTables& tables, StatisticsList list, SaveFormat format,
-               UiLanguage language, std::string& out) {
+               UiLanguage language, std::string& out, const ShownList* shown) {
   switch (list) {
     case StatisticsList::IpAddresses:
-      return WriteRecords(tables.ip, Columns(list), format, language, out);
+      return WriteRecords(tables.ip, Columns(list), format, language, out, shown);
     case StatisticsList::IpAddressPairs:
-      return WriteRecords(tables.pairs, Columns(list), format, language, out);
+      return WriteRecords(tables.pairs, Columns(list), format, language, out, shown);
     case StatisticsList::LocalPorts:
-      return WriteRecords(tables.ports, Columns(list), format, language, out);
+      return WriteRecords(tables.ports, Columns(list), format, language, out, shown);
   }
 }
 

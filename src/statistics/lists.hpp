@@ -46,10 +46,18 @@ Cell CellOf(const LocalPortRecord& record, int column, UiLanguage language);
 enum class SaveFormat : std::uint8_t { Text, Csv, Json };
 std::optional<SaveFormat> ParseSaveFormat(std::string_view word);  // "tsv"/"text", "csv", "json"
 
-// Appends every used record of `list` to `out` in slot order: text is a heading line and one
+// A list as a window shows it: its rows (their slots) in the order on screen, and each
+// slot's bytes per second (indexed by slot).
+struct ShownList {
+  std::span<const std::int32_t> order;
+  std::span<const std::int64_t> rates;
+};
+
+// Appends every used record of `list` to `out` in slot order (or, given `shown`, its rows in
+// their order with the rate after the other columns): text is a heading line and one
 // TAB-separated line per record, CSV the same with commas and quoting, JSON an array of objects.
 // Byte and packet cells are raw integers in every form.
 void WriteList(const StatisticsTables& tables, StatisticsList list, SaveFormat format,
-               UiLanguage language, std::string& out);
+               UiLanguage language, std::string& out, const ShownList* shown = nullptr);
 
 }  // namespace vormelt::statistics

@@ -126,12 +126,14 @@ TEST(DumpFile, HeaderAndFooterAreExactInBothLanguages) {
   const std::string heading =
       "Type Size  Source MAC         Destination MAC          Source IP  Destination IP  sPort "
       "dPort  Date/Time";
+  const std::string german = "Typ  Gr\u00f6\u00dfe Quell-MAC          Ziel-MAC                 "
+                             "Quell-IP   Ziel-IP         sPort dPort  Datum/Uhrzeit";
   const std::string header =
-      "Hollowbright VORMELT gespeicherte Informationen:\r\n\r\n" + heading + "\r\n" +
+      "Hollowbright VORMELT gespeicherte Informationen:\r\n\r\n" + german + "\r\n" +
       std::string(125, '-') + "\r\n";  // ... and the packet's own single line break
   EXPECT_EQ(text.substr(0, header.size()), header);
-  EXPECT_NE(text.find("\r\n\r\n" + std::string(125, '-') + "\r\nType Size"), std::string::npos);
-  EXPECT_NE(text.find("Date/Time\r\n1 Paket verzeichnet in den "), std::string::npos);
+  EXPECT_NE(text.find("\r\n\r\n" + std::string(125, '-') + "\r\nTyp  Gr"), std::string::npos);
+  EXPECT_NE(text.find("Datum/Uhrzeit\r\n1 Paket verzeichnet in den "), std::string::npos);
   EXPECT_EQ(text.substr(text.size() - 14), "Millisekunden.");
   EXPECT_EQ(DumpFooter(UiLanguage::English, 2, 7),
             "\r\n\r\n" + std::string(122, '-') + "\r\n" + heading +

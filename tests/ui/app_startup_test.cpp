@@ -82,6 +82,11 @@ class AppStartupTest : public QObject {
     QVERIFY(std::filesystem::exists(paths_.configDirectory / "settings.json.bad"));
     QVERIFY(!LoadSettings(paths_.SettingsFile()).problem);  // a fresh file took its place
     QCOMPARE(choiceCalls_, 1);                               // the defaults show the mode choice
+    QVERIFY(file.open(QIODevice::WriteOnly) && file.write("{\"version\": 999999}") > 0);
+    file.close();
+    seams.asked.clear();
+    Run("-noinstall");
+    QCOMPARE(seams.asked.size(), size_t{1});  // a newer file: its notice, and no failed save
   }
 
   void switchQuestionAndGraphicalWarning() {

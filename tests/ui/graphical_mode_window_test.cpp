@@ -1,7 +1,10 @@
 // The Graphical Packets Mode window on the offscreen platform: keys reach the view state and
 // show their notice, options survive the close, a replayed capture file puts labels and lines
 // on the surface. With VORMELT_SCREENSHOTS=<folder> it also writes the pictures to look at.
+#include <QApplication>
+#include <QCheckBox>
 #include <QImage>
+#include <QPushButton>
 #include <QtTest>
 
 // moc reads this file too, and cannot parse the text catalogue's generated enum.
@@ -13,6 +16,8 @@
 #include "support/pcap_file.hpp"
 #include "support/ui/widgets.hpp"
 #include "ui/graphical/graphical_mode_window.hpp"
+#include "ui/graphical/graphical_settings_window.hpp"
+#include "ui/shell/app_startup.hpp"
 #include "ui/shell/qt_text.hpp"
 #endif
 
@@ -62,6 +67,26 @@ class GraphicalModeWindowTest : public QObject {
     QCOMPARE(saved.ipTimeout, 31);
     QVERIFY(saved.pixelMode);
     QCOMPARE(saved.blinkMode, 0);
+  }
+
+  // Start buttons never cover the help; an unticked box shows on black (text taken away).
+  void startButtonsClearTheHelpAndUntickedBoxesShow() {
+    ProgramSettings settings;
+    ui::GraphicalModeWindow window(settings, false, false);
+    QTest::keyClick(&window, Qt::Key_F1);
+    for (const QSize size : {QSize(1024, 700), QSize(1, 1), QSize(1900, 1000)}) {
+      window.resize(size);
+      window.grab();
+      QVERIFY(!window.helpArea().isEmpty());
+      for (const QPushButton* button : window.findChildren<QPushButton*>()) {
+        QVERIFY(!button->geometry().intersects(window.helpArea()));
+        QVERIFY(window.rect().contains(button->geometry()));
+      }
+    }
+    QApplication::setPalette(ui::DialogPalette(Qt::black, Qt::yellow));  // as this mode runs
+    ui::GraphicalSettingsWindow dialog(settings.graphical);  // its first box is unticked
+    dialog.findChild<QCheckBox*>()->setText({});
+    QVERIFY(LitPixels(*dialog.findChild<QCheckBox*>()) > 8);
   }
 
   void replayedFilePutsLabelsAndLinesOnTheSurface() {

@@ -45,6 +45,12 @@ QStringList MenuEntries(QMainWindow& window, Text menu) {
   return entries;
 }
 
+WindowState* PlaceOf(ProgramSettings& s, ProgramMode mode) {  // null: the window keeps none
+  if (mode == ProgramMode::Decoder) return nullptr;
+  WindowState* places[] = {&s.packetMode.window, &s.fileMode.window, &s.graphical.window, &s.statistics.window};
+  return places[static_cast<int>(mode)];
+}
+
 }  // namespace
 
 class ModeWindowTest : public QObject {
@@ -63,18 +69,25 @@ class ModeWindowTest : public QObject {
   // Run as the program runs them: through the registry, until the window is closed.
   void everyRegisteredWindowOpensAndWritesItsOwnSettingsFile() {
     test::MessageLog log;
+    const QRect kept(10, 20, 1300, 700), moved(30, 40, 1320, 720);
     for (const ModeEntry& entry : ModeList()) {
       QVERIFY(entry.window);
       const auto file = config_.filePath(ui::T(entry.name)).toStdString();
       ProgramSettings settings;
       settings.minimizeToTrayOnClose = false;
+      if (WindowState* place = PlaceOf(settings, entry.mode)) *place = {true, 10, 20, 1300, 700};
       StartupDecision decision;
       QStringList switchEntries, helpEntries;
+      QRect opened;
       QTimer closer;
       connect(&closer, &QTimer::timeout, [&] {
         if (QWidget* modal = QApplication::activeModalWidget()) return void(modal->close());
         for (QWidget* top : QApplication::topLevelWidgets()) {
           if (!top->isVisible() || top->inherits("QMenu")) continue;
+          if (opened.isNull()) {  // moved on one tick, closed on the next
+            opened = top->geometry();
+            return top->setGeometry(moved);
+          }
           if (auto* main = qobject_cast<QMainWindow*>(top)) {
             switchEntries = MenuEntries(*main, Text::PacketMenuSwitchModes);
             helpEntries = MenuEntries(*main, Text::ShellMenuHelp);
@@ -85,6 +98,10 @@ class ModeWindowTest : public QObject {
       closer.start(20);
       QCOMPARE(entry.window(ModeStart{decision, settings, file}), 0);
       QVERIFY2(std::filesystem::exists(file), qPrintable(ui::T(entry.name)));
+      if (const WindowState* place = PlaceOf(settings, entry.mode)) {
+        QCOMPARE(opened, kept);
+        QCOMPARE(QRect(place->x, place->y, place->width, place->height), moved);
+      }
       if (entry.mode == ProgramMode::Packet || entry.mode == ProgramMode::File ||
           entry.mode == ProgramMode::Statistical) {
         QCOMPARE(switchEntries.size(), 3);  // the other capture modes, never itself

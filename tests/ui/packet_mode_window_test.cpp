@@ -3,6 +3,7 @@
 // tests/e2e captures on loopback.
 #include <QCheckBox>
 #include <QComboBox>
+#include <QFile>
 #include <QRadioButton>
 #include <QItemSelectionModel>
 #include <QTableView>
@@ -119,11 +120,22 @@ class PacketModeWindowTest : public QObject {
     QTRY_VERIFY(!files.Busy());
     settings.packetMode.saving.loadForm = 4;
     QVERIFY(files.LoadDumpFile(dump));
-    QTRY_COMPARE(window.listModel().rowCount(), 6);
     QTRY_VERIFY(!files.Busy());
+    QCOMPARE(window.listModel().rowCount(), 3);
     QVERIFY(log.asked.empty());
     QVERIFY(files.LoadDumpFile(QStringLiteral("/nonexistent/dump.txt")));
     QTRY_COMPARE(log.asked.size(), std::size_t{1});
+    QCOMPARE(window.listModel().rowCount(), 3);  // what cannot be read clears nothing
+    QFile saved(dump);
+    QVERIFY(saved.open(QIODevice::ReadWrite));
+    QByteArray text = saved.readAll();
+    text[text.lastIndexOf("47 45 54")] = 'Q';  // the third record's "GET" in hex
+    QVERIFY(saved.seek(0) && saved.write(text) == text.size());
+    saved.close();
+    QVERIFY(files.LoadDumpFile(dump));
+    QTRY_COMPARE(log.asked.size(), std::size_t{2});
+    QCOMPARE(window.listModel().rowCount(), 2);
+    QVERIFY(log.asked[1].text.startsWith(dump + QStringLiteral(": loading stopped at an unreadable record")));
   }
 
   // Find stops at each listed match with the event loop running, and at the end asks whether

@@ -5,6 +5,8 @@
 #include <QRadioButton>
 #include <QTableView>
 #include <QtTest>
+#include <filesystem>
+#include <fstream>
 
 // moc reads this file too, and cannot parse the text catalogue's generated enum.
 #ifndef Q_MOC_RUN
@@ -12,7 +14,9 @@
 #include "statistics/engine.hpp"
 #include "statistics/lists.hpp"
 #include "support/frames.hpp"
+#include "support/pcap_file.hpp"
 #include "support/ui/widgets.hpp"
+#include "ui/shell/qt_text.hpp"
 #include "ui/statistics/statistical_mode_window.hpp"
 #include "ui/statistics/statistics_list_model.hpp"
 #include "ui/statistics/statistics_settings_window.hpp"
@@ -29,6 +33,13 @@ test::Bytes Tcp(std::uint8_t host, std::size_t payload) {
   ip.destination = {10, 0, 0, host};
   return test::TcpPacket(ip, {}, test::Bytes(payload, 'x'));
 }
+
+// The offscreen screen is 800 pixels wide; the window is meant for a common 1920 by 1080 one.
+const bool kWideScreen = [] {
+  const auto path = std::filesystem::temp_directory_path() / "vormelt-wide-screen.json";
+  std::ofstream(path) << R"({"screens":[{"name":"wide","width":1920,"height":1080}]})";
+  return qputenv("QT_QPA_PLATFORM", "offscreen:configfile=" + QByteArray(path.c_str()));
+}();
 
 // The address shown in a view row, after sorting.
 QString AddressAt(const QTableView& view, int row) {
@@ -75,6 +86,51 @@ class StatisticalModeWindowTest : public QObject {
     }
     tiesBefore.removeAll(QStringLiteral("10.0.0.6"));
     QCOMPARE(tiesAfter, tiesBefore);
+  }
+
+  // At the default size every column shows whole, in either language.
+  void columnsFitTheDefaultWindow() {
+    for (const UiLanguage language : {UiLanguage::German, UiLanguage::English}) {
+      ui::SetLanguage(language);
+      ProgramSettings settings;
+      ui::StatisticalModeWindow window(settings, {8192}, false, false);
+      window.show();
+      for (const int list : {0, 1, 2}) {
+        window.showList(StatisticsList(list));
+        QCoreApplication::processEvents();
+        QTableView& view = window.view(StatisticsList(list));
+        for (int c = 0; c < view.model()->columnCount(); ++c) {
+          QVERIFY(view.columnWidth(c) >= view.horizontalHeader()->sectionSizeHint(c));
+        }
+        QVERIFY(view.horizontalHeader()->length() <= view.viewport()->width());
+      }
+    }
+  }
+
+  // A file read at once shows the rate it recorded over its 10 s (its last frame is not its
+  // latest); a saved list has the rows in the order on screen, that rate last.
+  void savedListFollowsTheScreenWithRecordedRates() {
+    test::TempDir dir;
+    {
+      test::PcapFileWriter pcap(dir.File("ten.pcap"), test::kLinkRaw);
+      for (std::uint32_t s = 0; s <= 10; ++s) pcap.Write(Tcp(1, 1000), 1700000000 + s);
+      pcap.Write(Tcp(2, 10), 1700000005);
+    }
+    ProgramSettings settings;
+    ui::StatisticalModeWindow window(settings, {8192}, false, false);
+    QVERIFY(window.openCaptureFile(QString::fromStdString(dir.File("ten.pcap"))));
+    window.waitForCapture();
+    window.view(StatisticsList::IpAddresses).sortByColumn(3, Qt::AscendingOrder);
+    QVERIFY(window.saveList(QString::fromStdString(dir.File("ip.csv")), statistics::SaveFormat::Csv));
+    std::ifstream saved(dir.File("ip.csv"));
+    std::string line, order;
+    QVERIFY(std::getline(saved, line) && line.ends_with(",Bytes/s"));
+    while (std::getline(saved, line)) {
+      const QStringList fields = QString::fromStdString(line).split(',');
+      order += fields[0].toStdString() + " ";
+      QCOMPARE(fields.back().toLongLong(), fields[3].toLongLong() / 10);
+    }
+    QCOMPARE(order, std::string("10.0.0.2 10.0.0.1 127.0.0.1 "));
   }
 
   void settingsBoundsQuestions() {

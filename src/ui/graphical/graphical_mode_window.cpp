@@ -23,7 +23,7 @@
 #include <vector>
 
 #include "capture/interfaces.hpp"
-#include "capture/session.hpp"
+#include "capture/mode_capture.hpp"
 #include "common/settings.hpp"
 #include "graphical/gatherer.hpp"
 #include "graphical/scene.hpp"
@@ -47,15 +47,21 @@ using graphical::KeyAction;
 // packets a second would be one long tone.
 constexpr std::int64_t kChirpGapMs = 100;
 constexpr int kStartSpacing = 40;  // pixels between the two start texts
+constexpr int kButtonGap = 12;
 const QColor kTextColour(0xFF, 0xFF, 0x00);
 
-// One running capture: an interface (with the host addresses it holds) or a capture file.
+// One running capture: an interface (with the host addresses it holds) or a capture file,
+// which is fed to the gatherer at its recorded pace times `replaySpeed`.
 struct Capture {
+  Capture(std::string name, graphical::Colour c, std::optional<int> replaySpeed)
+      : device(std::move(name)), colour(c),
+        paced(replaySpeed ? std::make_unique<graphical::PacedSink>(gatherer, *replaySpeed) : nullptr),
+        capture(paced ? static_cast<FrameSink&>(*paced) : gatherer) {}
   std::string device;
   graphical::Colour colour;
   graphical::PairGatherer gatherer;
   std::unique_ptr<graphical::PacedSink> paced;  // capture files only
-  CaptureSession session;  // declared last: its thread ends before the sinks it feeds go
+  ModeCapture capture;  // declared last: its thread ends before the sinks it feeds go
 };
 
 Key KeyOf(int qtKey) {
@@ -104,7 +110,7 @@ struct GraphicalModeWindow::Impl : CaptureHooks {
   QString noticeText;
   std::int64_t noticeUntil = 0;
   bool helpVisible = false;
-  QRect beginRect, kindRect;
+  QRect beginRect, kindRect, helpRect;
   QList<QPushButton*> startButtons;
   ModeShell* shell = nullptr;
   std::vector<CaptureMessage> messages;  // taken from sessions before they go
@@ -142,10 +148,13 @@ struct GraphicalModeWindow::Impl : CaptureHooks {
   void StopCapture() override { StopCaptures(); }
   void QuitCapture() override { StopCaptures(); }
   bool Capturing() const override {
-    return std::ranges::any_of(captures, [](const auto& c) { return c->session.Active(); });
+    return std::ranges::any_of(captures, [](const auto& c) { return c->capture.Capturing(); });
+  }
+  bool ReadingFile() const override {
+    return !captures.empty() && captures.front()->capture.ReadingFile();
   }
   CaptureStatusSnapshot StatusSnapshot() const override {
-    return captures.empty() ? CaptureStatusSnapshot{} : captures.front()->session.Status();
+    return captures.empty() ? CaptureStatusSnapshot{} : captures.front()->capture.Status();
   }
   std::vector<CaptureMessage> TakeMessages() override {
     DrainMessages();
@@ -153,7 +162,7 @@ struct GraphicalModeWindow::Impl : CaptureHooks {
   }
   std::uint64_t Drops() const override {
     std::uint64_t dropped = 0;
-    for (const auto& capture : captures) dropped += capture->session.Dropped();
+    for (const auto& capture : captures) dropped += capture->capture.Dropped();
     return dropped;
   }
   // Raw Sockets listen on every address of the host; only an adapter must be chosen.
@@ -161,13 +170,17 @@ struct GraphicalModeWindow::Impl : CaptureHooks {
     return settings.interface.chosenKind == InterfaceKind::PacketDriver;
   }
   void CaptureChanged() override { window.update(); }
-  Capture& AddCapture(std::string device, const CaptureTarget& target, FrameSink* sink = nullptr);
+  Capture& AddCapture(std::string device, const CaptureTarget& target,
+                      std::optional<int> replaySpeed = std::nullopt);
   void StopCaptures();
   void WatchAddresses();
   void DrainMessages();
   void ApplyFullScreen();
   void HandleKey(Key key);
   void PaintStartSurface(QPainter& painter);
+  QRect HelpBox(int surfaceWidth) const;
+  void LayOutButtons();
+  QSize MinimumSize() const;
   void PaintOverlays(QPainter& painter);
   void ShowHoverTip(const QPoint& at, const QPoint& global);
 };
@@ -188,23 +201,20 @@ void GraphicalModeWindow::Impl::BuildStartButtons() {
 }
 
 Capture& GraphicalModeWindow::Impl::AddCapture(std::string device, const CaptureTarget& target,
-                                               FrameSink* sink) {
-  auto capture = std::make_unique<Capture>();
-  capture->device = std::move(device);
-  capture->colour = graphical::BrightColour(colourRandom);
-  Capture& added = *capture;
-  captures.push_back(std::move(capture));
-  added.session.Start(target, sink ? *sink : added.gatherer);
+                                               std::optional<int> replaySpeed) {
+  Capture& added = *captures.emplace_back(std::make_unique<Capture>(
+      std::move(device), graphical::BrightColour(colourRandom), replaySpeed));
+  added.capture.Start(target);
   return added;
 }
 
 void GraphicalModeWindow::Impl::StopCaptures() {
   for (auto& capture : captures) {
     if (capture->paced) capture->paced->Cancel();
-    capture->session.Stop();
+    capture->capture.Stop();
   }
   DrainMessages();
-  captures.clear();  // each session joins its thread here
+  captures.clear();  // each capture joins its thread here
   watchAddresses = false;
   replayName.clear();
 }
@@ -230,7 +240,7 @@ void GraphicalModeWindow::Impl::WatchAddresses() {
   // A capture whose interface holds none of the host's addresses any more ends.
   std::erase_if(captures, [&](const std::unique_ptr<Capture>& c) {
     const bool vanished = !byDevice.contains(c->device);
-    if (vanished) c->session.Stop();
+    if (vanished) c->capture.Stop();
     return vanished;
   });
   for (const std::string& added : changes.added) {
@@ -245,7 +255,7 @@ void GraphicalModeWindow::Impl::WatchAddresses() {
 
 void GraphicalModeWindow::Impl::DrainMessages() {
   for (auto& capture : captures) {
-    for (CaptureMessage& message : capture->session.Messages().Drain()) {
+    for (CaptureMessage& message : capture->capture.Messages().Drain()) {
       messages.push_back(std::move(message));
     }
   }
@@ -323,14 +333,47 @@ void GraphicalModeWindow::Impl::PaintStartSurface(QPainter& painter) {
   kindRect.moveCenter(QPoint(centre.x(), centre.y() + kStartSpacing / 2));
   painter.drawText(beginRect, Qt::AlignCenter, begin);
   painter.drawText(kindRect, Qt::AlignCenter, kind);
-  // The buttons sit in a row below the texts.
-  int width = 0;
-  for (QPushButton* b : startButtons) width += b->sizeHint().width() + 12;
-  int x = centre.x() - width / 2;
+  LayOutButtons();
+}
+
+QRect GraphicalModeWindow::Impl::HelpBox(int surfaceWidth) const {
+  const QString help = FromCrLf(Tr(Text::GpHelp, Language()));
+  const QRect box(0, 0, std::min(760, surfaceWidth - 40), 0);
+  return QFontMetrics(window.font())
+      .boundingRect(box, Qt::TextWordWrap, help)
+      .adjusted(-14, -12, 14, 12);
+}
+
+// The buttons sit in a row below the texts, or below the help while it shows; the window's
+// minimum size leaves room for both, so neither is ever drawn over the other.
+void GraphicalModeWindow::Impl::LayOutButtons() {
+  int rowWidth = 0, rowHeight = 0;
   for (QPushButton* b : startButtons) {
-    b->setGeometry(x, kindRect.bottom() + kStartSpacing, b->sizeHint().width(), b->sizeHint().height());
-    x += b->sizeHint().width() + 12;
+    rowWidth += b->sizeHint().width() + kButtonGap;
+    rowHeight = std::max(rowHeight, b->sizeHint().height());
   }
+  int top = kindRect.bottom() + kStartSpacing;
+  if (helpVisible) {
+    helpRect = HelpBox(window.width());
+    const int total = helpRect.height() + kButtonGap + rowHeight;
+    helpRect.moveTopLeft(QPoint((window.width() - helpRect.width()) / 2,
+                                std::max(kButtonGap, (window.height() - total) / 2)));
+    top = helpRect.bottom() + kButtonGap;
+  }
+  top = std::min(top, window.height() - rowHeight - kButtonGap);
+  int x = window.rect().center().x() - rowWidth / 2;
+  for (QPushButton* b : startButtons) {
+    b->setGeometry(x, top, b->sizeHint().width(), rowHeight);
+    x += b->sizeHint().width() + kButtonGap;
+  }
+}
+
+// Room for the help with the buttons below it at the narrowest width the help is laid out in.
+QSize GraphicalModeWindow::Impl::MinimumSize() const {
+  constexpr int kMinimumWidth = 640;
+  int rowHeight = 0;
+  for (QPushButton* b : startButtons) rowHeight = std::max(rowHeight, b->sizeHint().height());
+  return {kMinimumWidth, HelpBox(kMinimumWidth).height() + rowHeight + 4 * kButtonGap};
 }
 
 void GraphicalModeWindow::Impl::PaintOverlays(QPainter& painter) {
@@ -352,10 +395,12 @@ void GraphicalModeWindow::Impl::PaintOverlays(QPainter& painter) {
   }
   if (helpVisible) {
     const QString help = FromCrLf(Tr(Text::GpHelp, Language()));
-    QRect box(0, 0, std::min(760, window.width() - 40), 0);
-    box = metrics.boundingRect(box, Qt::TextWordWrap, help).adjusted(-14, -12, 14, 12);
-    box.moveCenter(window.rect().center());
-    if (box.top() < 0) box.moveTop(0);
+    QRect box = helpRect;
+    if (State().started) {  // no buttons to make room for
+      box = HelpBox(window.width());
+      box.moveCenter(window.rect().center());
+      if (box.top() < 0) box.moveTop(0);
+    }
     painter.fillRect(box, Qt::black);
     painter.setPen(kTextColour);
     painter.drawRect(box);
@@ -410,6 +455,7 @@ GraphicalModeWindow::GraphicalModeWindow(ProgramSettings& settings, bool startMi
   d.style.labelColour = kTextColour;
   d.style.labelFont = font();
   d.BuildStartButtons();
+  setMinimumSize(d.MinimumSize());
   resize(1024, 700);
   d.clock.start();
   connect(&d.frameTimer, &QTimer::timeout, this, &GraphicalModeWindow::frame);
@@ -460,15 +506,11 @@ bool GraphicalModeWindow::openCaptureFile(const QString& path) {
 
 bool GraphicalModeWindow::Impl::StartReplay(const std::string& file) {
   Begin();
-  auto capture = std::make_unique<Capture>();
-  capture->device = file;
-  capture->colour = graphical::BrightColour(colourRandom);
-  capture->paced = std::make_unique<graphical::PacedSink>(capture->gatherer, State().options.replaySpeed);
-  Capture& added = *capture;
-  captures.push_back(std::move(capture));
   replayName = QFileInfo(QFile::decodeName(file.c_str())).fileName();
   replayEndShown = false;
-  return added.session.Start(CaptureTarget::File(file), *added.paced);
+  Capture& added = *captures.emplace_back(std::make_unique<Capture>(
+      file, graphical::BrightColour(colourRandom), State().options.replaySpeed));
+  return added.capture.Start(CaptureTarget::File(file));
 }
 
 void GraphicalModeWindow::openCaptureFileDialog() {
@@ -547,6 +589,10 @@ QString GraphicalModeWindow::trayTip() const {
 }
 
 graphical::Scene& GraphicalModeWindow::scene() const { return impl_->scene; }
+
+QRect GraphicalModeWindow::helpArea() const {
+  return impl_->helpVisible && !impl_->State().started ? impl_->helpRect : QRect();
+}
 
 void GraphicalModeWindow::showNotice(const QString& text) {
   impl_->noticeText = text;

@@ -4,6 +4,7 @@
 // Drawing is driven by a ~60 Hz timer, never by packets.
 #pragma once
 
+#include <QRect>
 #include <QString>
 #include <QWidget>
 #include <cstdint>
@@ -59,6 +60,8 @@ class GraphicalModeWindow : public QWidget {
   QString notice() const;
   QString trayTip() const;
   graphical::Scene& scene() const;
+  // Where the help shows on the start surface (as last drawn); empty when it does not.
+  QRect helpArea() const;
   // Shows `text` on the surface for four seconds.
   void showNotice(const QString& text);
 

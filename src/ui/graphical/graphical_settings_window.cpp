@@ -6,6 +6,7 @@
 #include <QComboBox>
 #include <QDialogButtonBox>
 #include <QFormLayout>
+#include <QPalette>
 #include <QPushButton>
 #include <QSpinBox>
 #include <QVBoxLayout>
@@ -48,9 +49,18 @@ QSpinBox* Spin(QWidget* parent, int min, int max, int value) {
   return spin;
 }
 
+// On this mode's black palette the style fills the box with the base colour and outlines it
+// with a shade of the window colour, both black: an unticked box vanished. A grey box with a
+// lighter rim shows on black and keeps the tick in the text colour.
 QCheckBox* Check(QWidget* parent, Text text, bool checked) {
   auto* box = new QCheckBox(T(text), parent);
   box->setChecked(checked);
+  QPalette palette = box->palette();
+  if (palette.color(QPalette::Base).lightness() < 64) {
+    palette.setColor(QPalette::Base, QColor(0x30, 0x30, 0x30));
+    palette.setColor(QPalette::Window, QColor(0xB0, 0xB0, 0xB0));
+    box->setPalette(palette);
+  }
   return box;
 }
 

@@ -65,10 +65,12 @@ void DumpFileCommands::EditSavingOptions() {
   SavingOptionsDialog::Edit(settings_.packetMode.saving, &window_);
 }
 
-QString DumpFileCommands::AskSaveName(const QString& filter, const QString& suffix) {
+QString DumpFileCommands::AskSaveName(const QString& filter, const QString& suffix,
+                                      bool confirmOverwrite) {
   QFileDialog dialog(&window_, QString(), QString::fromStdString(settings_.packetMode.saving.lastFolder),
                      filter);
   dialog.setAcceptMode(QFileDialog::AcceptSave);
+  dialog.setOption(QFileDialog::DontConfirmOverwrite, !confirmOverwrite);
   dialog.setDefaultSuffix(suffix);
   if (dialog.exec() != QDialog::Accepted || dialog.selectedFiles().isEmpty()) return {};
   const QString path = dialog.selectedFiles().front();
@@ -77,12 +79,14 @@ QString DumpFileCommands::AskSaveName(const QString& filter, const QString& suff
 }
 
 void DumpFileCommands::SaveDumpFileDialog() {
-  const QString path = AskSaveName(T(Text::DumpSaveFileFilter), QStringLiteral("txt"));
+  // Appending to a file that exists is what was asked for, not something to warn about.
+  const QString path = AskSaveName(T(Text::DumpSaveFileFilter), QStringLiteral("txt"),
+                                   !settings_.packetMode.saving.append);
   if (!path.isEmpty()) SaveDumpFile(path);
 }
 
 void DumpFileCommands::SaveCaptureFileDialog() {
-  const QString path = AskSaveName(T(Text::CaptureFileFilter), QStringLiteral("pcapng"));
+  const QString path = AskSaveName(T(Text::CaptureFileFilter), QStringLiteral("pcapng"), true);
   if (!path.isEmpty()) SaveCaptureFile(path);
 }
 
@@ -145,6 +149,9 @@ bool DumpFileCommands::SaveCaptureFile(const QString& path) {
 bool DumpFileCommands::LoadDumpFile(const QString& path) {
   if (Busy() || engine_.Capturing()) return false;
   const SavingSettings& saving = settings_.packetMode.saving;
+  // A loaded file replaces what the list held, so the list shows that file and nothing else;
+  // one that cannot be read leaves the list as it was.
+  if (const QFileInfo file(path); clearList && file.isFile() && file.isReadable()) clearList();
   const auto job = Begin(static_cast<std::uint64_t>(QFileInfo(path).size()), false);
   DumpLoadOptions options;
   options.form = static_cast<DataForm>(saving.loadForm);
@@ -169,6 +176,11 @@ bool DumpFileCommands::LoadDumpFile(const QString& path) {
                 engine_.Store().Capacity(), result.notTaken, Language()));
           }
           ShowNotice(&window_, Text::DumpErrorCaption, text, MessageIcon::Stop);
+        } else if (result.end == DumpLoadEnd::Unreadable) {
+          // The records before the damage stay listed; the user hears where it stopped.
+          const std::string told = DescribeDumpLoad(result, path.toStdString(), Language());
+          ShowNotice(&window_, Text::DumpErrorCaption, QString::fromStdString(told),
+                     MessageIcon::Warning);
         }
       });
   return true;

@@ -45,6 +45,8 @@ class DumpFileCommands {
   double Progress() const;
   // Called on the window thread when a job starts and when it has ended (after its message).
   std::function<void()> onBusyChanged;
+  // Empties the list (and what shows its packets) before a dump file is loaded into it.
+  std::function<void()> clearList;
 
  private:
   struct Job {
@@ -56,7 +58,7 @@ class DumpFileCommands {
   };
   std::shared_ptr<Job> Begin(std::uint64_t total, bool countsPackets);
   void End();
-  QString AskSaveName(const QString& filter, const QString& suffix);
+  QString AskSaveName(const QString& filter, const QString& suffix, bool confirmOverwrite);
 
   QWidget& window_;
   PacketModeEngine& engine_;

@@ -31,6 +31,7 @@
 #include "common/settings.hpp"
 #include "packets/decoder.hpp"
 #include "packets/list_row.hpp"
+#include "packets/names.hpp"
 #include "packets/store.hpp"
 #include "ui/shell/dialogs.hpp"
 #include "ui/tools/hex_viewer_window.hpp"
@@ -45,11 +46,29 @@ constexpr int kDumpFontPointSize = 10;
 
 // Which visibility group a field belongs to.
 enum class Group { Always, Arp, Ipv4, IpBoxes, Ports, Tcp, Icmp, Ipv6, AnyIp };
-// How wide a value box is: numbers, or addresses and names (longer names show in the tool tip).
-enum class Width { Number, Name };
+// How wide a value box is: numbers, addresses and names (longer names show in the tool tip),
+// or the EtherType with its name, which fits the longest name the table knows up to twice a
+// name box (beyond that the pane would no longer fit beside the list on a laptop screen).
+enum class Width { Number, Name, EtherType };
 // Sample texts that size the boxes in the pane's own font.
 constexpr const char* kNumberSample = "4294967295";
 constexpr const char* kNameSample = "0x0800 - DoD Internet Pro";
+constexpr int kBoxMargin = 16;
+
+int EtherTypeBoxWidth(const QFontMetrics& metrics) {
+  int widest = 0;
+  const char* last = nullptr;
+  for (std::uint32_t code = 0; code <= 0xFFFF; ++code) {
+    const char* name = names::EtherTypeName(static_cast<std::uint16_t>(code));
+    // A range of codes shares one text: measured once.
+    if (!name || name == last) continue;
+    last = name;
+    const QString shown = QStringLiteral("0x%1 - %2").arg(QString::number(code, 16).toUpper(),
+                                                           QString::fromUtf8(name));
+    widest = std::max(widest, metrics.horizontalAdvance(shown));
+  }
+  return widest;
+}
 
 // One value box with its label: what it shows and which bytes a click on it selects.
 struct FieldInfo {
@@ -76,7 +95,7 @@ constexpr std::array<FieldInfo, 8> kPairFields = {{
 
 // Two label/box pairs per row.
 constexpr std::array<FieldInfo, 15> kSingleFields = {{
-    {Text::LabelEthernetProtocol, "etherType", &PacketDetails::etherTypeText, DetailField::EtherType, Group::Always, Width::Name},
+    {Text::LabelEthernetProtocol, "etherType", &PacketDetails::etherTypeText, DetailField::EtherType, Group::Always, Width::EtherType},
     {Text::LabelPacketSize, "packetSize", &PacketDetails::packetSize, DetailField::PacketSize, Group::Always, Width::Number},
     {Text::LabelPacketType, "packetType", &PacketDetails::packetType, DetailField::PacketType, Group::AnyIp, Width::Name},
     {Text::LabelProtocolNumber, "protocolNumber", &PacketDetails::protocolNumber, DetailField::ProtocolNumber, Group::AnyIp, Width::Number},
@@ -270,9 +289,13 @@ Field& PacketDetailsPane::Impl::AddField(const FieldInfo& info, QWidget* owner) 
   field.label->setObjectName(QString::fromLatin1(info.name) + QStringLiteral("Label"));
   field.label->setBuddy(field.box);
   field.box->installEventFilter(hook.get());
-  const char* sample = info.width == Width::Number ? kNumberSample : kNameSample;
   const QFontMetrics metrics(field.box->font());
-  field.box->setFixedWidth(metrics.horizontalAdvance(QString::fromLatin1(sample)) + 16);
+  const char* sample = info.width == Width::Number ? kNumberSample : kNameSample;
+  const int name = metrics.horizontalAdvance(QString::fromLatin1(sample));
+  const int text = info.width == Width::EtherType
+                       ? std::min(EtherTypeBoxWidth(metrics), 2 * name)
+                       : name;
+  field.box->setFixedWidth(text + kBoxMargin);
   return field;
 }
 

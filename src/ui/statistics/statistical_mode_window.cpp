@@ -14,6 +14,9 @@
 #include <QMenu>
 #include <QMenuBar>
 #include <QPushButton>
+#include <QScreen>
+#include <QScrollBar>
+#include <QSortFilterProxyModel>
 #include <QStatusBar>
 #include <QTabBar>
 #include <QStackedWidget>
@@ -22,7 +25,7 @@
 #include <array>
 #include <filesystem>
 
-#include "capture/session.hpp"
+#include "app/mode_engines.hpp"
 #include "common/settings.hpp"
 #include "statistics/engine.hpp"
 #include "statistics/lists.hpp"
@@ -46,10 +49,10 @@ constexpr std::array<StatisticsList, statistics::kStatisticsListCount> kLists = 
 struct StatisticalModeWindow::Impl : CaptureHooks {
   StatisticalModeWindow& window;
   ProgramSettings& settings;
-  statistics::LocalAddressList locals;
-  std::unique_ptr<statistics::LocalAddressRefresher> refresher;
-  statistics::StatisticsEngine engine;
-  CaptureSession session;
+  StatisticalRun run;
+  statistics::StatisticsEngine& engine;
+  ModeCapture& capture;
+  std::chrono::nanoseconds liveStart{};  // the steady time the last live capture began
   std::array<StatisticsListModel*, statistics::kStatisticsListCount> models{};
   std::array<QTableView*, statistics::kStatisticsListCount> views{};
   QTabBar* tabs = nullptr;
@@ -60,24 +63,70 @@ struct StatisticalModeWindow::Impl : CaptureHooks {
   bool started = false;  // a capture was started at least once
 
   Impl(StatisticalModeWindow& w, ProgramSettings& s, const statistics::StatisticsLimits& limits)
-      : window(w), settings(s), engine(locals, limits) {}
+      : window(w), settings(s), run(limits), engine(run.Engine()), capture(run.Capture()) {}
 
   void BuildWidgets();
   void BuildMenus();
+  void SizeColumns();
+  StatisticsListModel::RateClock RateClock() const;
 
   bool StartOn(const CaptureTarget& target) override {
+    if (capture.Capturing()) return false;
+    engine.ResetFrameTimes();
+    liveStart = StatisticsListModel::SteadyClock().now;
+    for (StatisticsListModel* model : models) model->RestartRates();
     started = true;
-    return session.Start(target, engine);
+    return capture.Start(target);
   }
-  void RestartOn(const CaptureTarget& target) override { session.Restart(target, engine); }
-  void StopCapture() override { session.Stop(); }
-  void QuitCapture() override { session.Quit(); }
-  bool Capturing() const override { return session.Active(); }
-  CaptureStatusSnapshot StatusSnapshot() const override { return session.Status(); }
-  std::vector<CaptureMessage> TakeMessages() override { return session.Messages().Drain(); }
-  std::uint64_t Drops() const override { return session.Dropped(); }
+  void RestartOn(const CaptureTarget& target) override { capture.Restart(target); }
+  void StopCapture() override { capture.Stop(); }
+  void QuitCapture() override { capture.Quit(); }
+  bool Capturing() const override { return capture.Capturing(); }
+  bool ReadingFile() const override { return capture.ReadingFile(); }
+  CaptureStatusSnapshot StatusSnapshot() const override { return capture.Status(); }
+  std::vector<CaptureMessage> TakeMessages() override { return capture.Messages().Drain(); }
+  std::uint64_t Drops() const override { return capture.Dropped(); }
   void Ticked() override { window.refresh(); }
 };
+
+// A capture file's rates go by the times it recorded; live ones by the steady clock.
+StatisticsListModel::RateClock StatisticalModeWindow::Impl::RateClock() const {
+  if (!capture.ReadingFile()) return StatisticsListModel::SteadyClock(liveStart);
+  const statistics::StatisticsEngine::FrameTimes times = engine.Times();
+  return {times.newest.time_since_epoch(), times.first.time_since_epoch()};
+}
+
+// Every column as wide as its heading or its widest likely figure, in the language shown, and
+// the window as wide as the widest list, so that nothing starts cut off or out of sight.
+void StatisticalModeWindow::Impl::SizeColumns() {
+  int widest = 0;
+  for (std::size_t i = 0; i < kLists.size(); ++i) {
+    QTableView& view = *views[i];
+    const QFontMetrics metrics = view.fontMetrics();
+    const QString sample = kLists[i] == StatisticsList::IpAddressPairs
+                               ? QStringLiteral("255.255.255.255 - 255.255.255.255")
+                               : QStringLiteral("[255.255.255.255]:65535");
+    const int figure = metrics.horizontalAdvance(QStringLiteral("1023.99 MB/s")) + 16;
+    int total = 0;
+    for (int column = 0; column < models[i]->columnCount(); ++column) {
+      int width = std::max(view.horizontalHeader()->sectionSizeHint(column), figure);
+      if (column == 0) width = std::max(width, metrics.horizontalAdvance(sample) + 16);
+      if (kLists[i] == StatisticsList::LocalPorts && column == 7) {
+        width = std::max(width, metrics.horizontalAdvance(QStringLiteral("netbios-ssn Unknown")) + 16);
+      }
+      view.setColumnWidth(column, width);
+      total += width;
+    }
+    widest = std::max(widest, total);
+  }
+  const QMargins margins = window.centralWidget()->layout()->contentsMargins();
+  int width = widest + margins.left() + margins.right() + 2 * views[0]->frameWidth() +
+              views[0]->verticalScrollBar()->sizeHint().width() + 4;
+  if (const QScreen* screen = window.screen()) {
+    width = std::min(width, screen->availableGeometry().width());
+  }
+  window.resize(std::max(width, 820), 520);
+}
 
 void StatisticalModeWindow::Impl::BuildWidgets() {
   auto* central = new QWidget(&window);
@@ -111,10 +160,7 @@ void StatisticalModeWindow::Impl::BuildWidgets() {
     view->verticalHeader()->setDefaultSectionSize(view->fontMetrics().height() + 6);
     view->setWordWrap(false);
     view->horizontalHeader()->setStretchLastSection(true);
-    view->horizontalHeader()->setDefaultSectionSize(115);
     view->horizontalHeader()->setSectionResizeMode(QHeaderView::Interactive);
-    view->setColumnWidth(0, kLists[i] == StatisticsList::IpAddressPairs ? 220 : 150);
-    if (kLists[i] == StatisticsList::LocalPorts) view->setColumnWidth(7, 200);  // Port use
     views[i] = view;
     stack->addWidget(view);
   }
@@ -170,18 +216,17 @@ StatisticalModeWindow::StatisticalModeWindow(ProgramSettings& settings,
   Impl& d = *impl_;
   d.shell = new ModeShell(*this, d, settings, ProgramMode::Statistical, Text::StatsWindowTitle,
                           Text::StatsHelpKeys, std::move(settingsFile));
-  resize(820, 520);
   d.BuildWidgets();
   d.BuildMenus();
-  d.refresher = std::make_unique<statistics::LocalAddressRefresher>(d.locals);
-  if (!d.refresher->Running()) {
+  d.SizeColumns();
+  if (!d.run.FollowsLocalAddresses()) {
     ShowNotice(this, Text::ProgramTitle, T(Text::StatsNoEnumerator), MessageIcon::Warning);
   }
   d.shell->StartAsAsked(startMinimized, autoListen);
   refresh();
 }
 
-StatisticalModeWindow::~StatisticalModeWindow() { impl_->session.Quit(); }
+StatisticalModeWindow::~StatisticalModeWindow() { impl_->capture.Quit(); }
 
 void StatisticalModeWindow::clearAll() {
   MessageRequest question;
@@ -211,10 +256,19 @@ void StatisticalModeWindow::saveListDialog(SaveFormat format) {
 }
 
 bool StatisticalModeWindow::saveList(const QString& path, SaveFormat format) {
-  std::string text;
+  // The rows as the user sees them: in the order of the sort chosen, with their rates.
   const StatisticsList list = visibleList();
+  const QTableView& shown = view(list);
+  const auto* proxy = static_cast<const QSortFilterProxyModel*>(shown.model());
+  std::vector<std::int32_t> onScreen;
+  for (int row = 0; row < proxy->rowCount(); ++row) {
+    onScreen.push_back(proxy->mapToSource(proxy->index(row, 0)).row());
+  }
+  const std::vector<std::int64_t> rates = model(list).Rates();
+  const statistics::ShownList order{onScreen, rates};
+  std::string text;
   impl_->engine.WithTables([&](const statistics::StatisticsTables& tables) {
-    statistics::WriteList(tables, list, format, Language(), text);
+    statistics::WriteList(tables, list, format, Language(), text, &order);
   });
   QFile file(path);
   if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) ||
@@ -240,7 +294,15 @@ void StatisticalModeWindow::refresh() {
   Impl& d = *impl_;
   // Every list, shown or not, so that each keeps its rate history and a switch of lists shows
   // current rows at once; a pass copies only what changed since the last one.
-  for (StatisticsListModel* model : d.models) model->Refresh(d.engine);
+  const StatisticsListModel::RateClock clock = d.RateClock();
+  for (std::size_t i = 0; i < d.models.size(); ++i) {
+    StatisticsListModel& model = *d.models[i];
+    model.Refresh(d.engine, clock);
+    // A longer address than the column was made for (IPv6) widens it rather than being cut.
+    QTableView& view = *d.views[i];
+    const int needed = view.fontMetrics().horizontalAdvance(model.widestAddress()) + 16;
+    if (needed > view.columnWidth(0)) view.setColumnWidth(0, needed);
+  }
   d.status->setText(statusText());
   const std::int64_t replaced = d.engine.WithTables([](const statistics::StatisticsTables& t) {
     return t.ip.Replaced() + t.pairs.Replaced() + t.ports.Replaced();
@@ -252,7 +314,7 @@ ModeShell& StatisticalModeWindow::shell() const { return *impl_->shell; }
 bool StatisticalModeWindow::isCapturing() const { return impl_->Capturing(); }
 
 void StatisticalModeWindow::waitForCapture() {
-  impl_->session.Wait();
+  impl_->capture.Wait();
   refresh();
 }
 
@@ -290,10 +352,7 @@ void StatisticalModeWindow::closeEvent(QCloseEvent* event) {
 
 int RunStatisticalModeWindow(ProgramSettings& settings, const ModeWindowStart& start) {
   // The settings file keeps these within their bounds; the engine clamps them again.
-  const statistics::StatisticsLimits limits{
-      settings.statistics.maxItems,
-      static_cast<statistics::VictimPolicy>(settings.statistics.victimPolicy)};
-  StatisticalModeWindow window(settings, limits, start.startMinimized, start.autoListen,
+  StatisticalModeWindow window(settings, StatisticsLimitsFrom(settings.statistics), start.startMinimized, start.autoListen,
                                start.settingsFile);
   window.show();
   return QApplication::exec();

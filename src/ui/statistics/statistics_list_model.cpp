@@ -36,8 +36,17 @@ void StatisticsListModel::Collect(statistics::StatTable<Record>& table,
   }
 }
 
-int StatisticsListModel::Refresh(statistics::StatisticsEngine& engine,
-                                 std::chrono::steady_clock::time_point now) {
+StatisticsListModel::RateClock StatisticsListModel::SteadyClock(std::chrono::nanoseconds start) {
+  const auto now = std::chrono::steady_clock::now().time_since_epoch();
+  return {now, start.count() ? start : now};
+}
+
+void StatisticsListModel::RestartRates() {
+  for (RateHistory& history : rates_) history = {};
+  lastSample_.reset();
+}
+
+int StatisticsListModel::Refresh(statistics::StatisticsEngine& engine, RateClock clock) {
   std::vector<std::pair<int, Row>> changed;
   int used = 0;
   engine.WithTables([&](statistics::StatisticsTables& tables) {
@@ -63,7 +72,14 @@ int StatisticsListModel::Refresh(statistics::StatisticsEngine& engine,
   for (auto& [slot, row] : changed) {
     const Row& old = rows_[static_cast<std::size_t>(slot)];
     if (old.empty() || old.front().text != row.front().text) {
-      rates_[static_cast<std::size_t>(slot)] = {};  // a replaced record starts its own history
+      // A new or replaced record had no bytes at the last sample (or the capture's start).
+      RateHistory& history = rates_[static_cast<std::size_t>(slot)];
+      history = {};
+      history.samples[0] = Sample{lastSample_.value_or(clock.start), 0};
+      history.count = 1;
+      if (row.front().text.size() > static_cast<std::size_t>(widestAddress_.size())) {
+        widestAddress_ = QString::fromStdString(row.front().text);
+      }
     }
     rows_[static_cast<std::size_t>(slot)] = std::move(row);
     if (slot < before) {
@@ -72,8 +88,9 @@ int StatisticsListModel::Refresh(statistics::StatisticsEngine& engine,
     }
   }
   if (used > before) endInsertRows();
-  if (now - lastSample_ >= kRateInterval && !rows_.empty()) {
-    TakeRateSamples(now);
+  const bool due = !lastSample_ || clock.now - *lastSample_ >= kRateInterval;
+  if (clock.now.count() != 0 && due && !rows_.empty()) {
+    TakeRateSamples(clock.now);
     first = 0;
     last = static_cast<int>(rows_.size()) - 1;
   }
@@ -97,7 +114,7 @@ std::size_t ByteTotalColumn(statistics::StatisticsList list) {
 }
 }  // namespace
 
-void StatisticsListModel::TakeRateSamples(std::chrono::steady_clock::time_point now) {
+void StatisticsListModel::TakeRateSamples(std::chrono::nanoseconds now) {
   lastSample_ = now;
   const std::size_t column = ByteTotalColumn(list_);
   for (std::size_t row = 0; row < rows_.size(); ++row) {
@@ -117,6 +134,12 @@ std::int64_t StatisticsListModel::BytesPerSecond(std::size_t row) const {
   const auto elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(newest.time - oldest.time);
   if (elapsed.count() <= 0) return 0;
   return (newest.bytes - oldest.bytes) * 1000 / elapsed.count();
+}
+
+std::vector<std::int64_t> StatisticsListModel::Rates() const {
+  std::vector<std::int64_t> rates(rows_.size());
+  for (std::size_t row = 0; row < rows_.size(); ++row) rates[row] = BytesPerSecond(row);
+  return rates;
 }
 
 void StatisticsListModel::Clear() {

@@ -8,6 +8,7 @@
 #include <array>
 #include <chrono>
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 #include "statistics/engine.hpp"
@@ -23,6 +24,14 @@ class StatisticsListModel : public QAbstractTableModel {
   // sample of every row's byte total a second, the rate taken over the oldest one kept.
   static constexpr std::size_t kRateSamples = 4;
   static constexpr auto kRateInterval = std::chrono::seconds(1);
+  // The clock the rates go by: the steady clock live; for a capture file the capture times of
+  // its frames, so a file read in a moment still shows the rate it recorded. `start` is when
+  // the capture began on that clock; a clock at zero has not begun (a file before its first
+  // frame) and takes no samples.
+  struct RateClock {
+    std::chrono::nanoseconds now{}, start{};
+  };
+  static RateClock SteadyClock(std::chrono::nanoseconds start = {});
 
   StatisticsListModel(statistics::StatisticsList list, UiLanguage language,
                       QObject* parent = nullptr);
@@ -30,10 +39,15 @@ class StatisticsListModel : public QAbstractTableModel {
   // One updater pass: under the engine's lock copies the records flagged new or changed and
   // clears those flags; then inserts rows for new slots and refreshes the changed ones. A
   // replaced record refreshes the row of its slot. Returns the rows inserted or refreshed.
-  int Refresh(statistics::StatisticsEngine& engine,
-              std::chrono::steady_clock::time_point now = std::chrono::steady_clock::now());
+  int Refresh(statistics::StatisticsEngine& engine, RateClock clock = SteadyClock());
+  // A capture starts, perhaps on another clock: every rate begins anew.
+  void RestartRates();
   // After the engine was cleared: no rows.
   void Clear();
+  // Each row's (slot's) bytes per second as shown.
+  std::vector<std::int64_t> Rates() const;
+  // The longest text of the address column so far, for the column's width.
+  const QString& widestAddress() const { return widestAddress_; }
   statistics::StatisticsList list() const { return list_; }
   // Records replaced in this list since the last clear, as of the last refresh.
   std::int64_t replaced() const { return replaced_; }
@@ -46,7 +60,7 @@ class StatisticsListModel : public QAbstractTableModel {
  private:
   using Row = std::vector<statistics::Cell>;
   struct Sample {
-    std::chrono::steady_clock::time_point time;
+    std::chrono::nanoseconds time{};
     std::int64_t bytes = 0;
   };
   // A row's byte samples, oldest first once the ring has wrapped.
@@ -56,7 +70,7 @@ class StatisticsListModel : public QAbstractTableModel {
   };
   int RateColumn() const;
   std::int64_t BytesPerSecond(std::size_t row) const;
-  void TakeRateSamples(std::chrono::steady_clock::time_point now);
+  void TakeRateSamples(std::chrono::nanoseconds now);
   template <typename Record>
   void Collect(statistics::StatTable<Record>& table, std::vector<std::pair<int, Row>>& changed,
                int& used);
@@ -65,7 +79,8 @@ class StatisticsListModel : public QAbstractTableModel {
   UiLanguage language_;
   std::vector<Row> rows_;
   std::vector<RateHistory> rates_;
-  std::chrono::steady_clock::time_point lastSample_{};
+  std::optional<std::chrono::nanoseconds> lastSample_;
+  QString widestAddress_;
   std::int64_t replaced_ = 0;
 };
 
