@@ -455,31 +455,4 @@ TEST(FileNaming, ANameTakenWhileWritingIsNotReplaced) {
 }
 
 }  // namespace
-// Naming and %FCC changed while a run goes on reach the next file written, not the one before,
-// and counting goes on from the value the user set.
-TEST(FileModeEngine, NamingAndCustomCountChangedMidRunTakeTheNextFile) {
-  EngineRun run;
-  run.options.naming.nameTemplate = "a%FCC";
-  FileModeEngine engine;
-  engine.Start(run.options, StreamClock::File, {0, 0, 0, 7});
-  const auto feed = [&](std::uint32_t ack, std::int64_t ms) {
-    test::ResponseFlow flow;
-    flow.ack = ack;
-    for (const auto& packet : test::ResponseSegments(Response("", "body"), flow)) {
-      const auto frame = test::RawSocketsFrame(packet);
-      engine.Take(test::Record(frame, InterfaceKind::RawSockets,
-                               CaptureTime(std::chrono::milliseconds(ms++))));
-    }
-  };
-  feed(1000, 1'700'000'000'000);
-  feed(2000, 1'700'000'010'000);  // long after the first went quiet: that one is written now
-  NamingOptions renamed = run.options.naming;
-  renamed.nameTemplate = "b%FCC";
-  engine.Rename(renamed);
-  engine.SetCustomCount(500);
-  engine.Finish();
-  EXPECT_EQ(run.Listing(), (std::vector<std::string>{"a7.txt", "b500.txt"}));
-  EXPECT_EQ(engine.Counts().custom, 501u);
-}
-
 }  // namespace vormelt::filemode

@@ -237,6 +237,9 @@ QWidget* FileModeWindow::Impl::BuildFileList(QWidget* parent) {
   files->setSelectionBehavior(QAbstractItemView::SelectRows);
   files->setSelectionMode(QAbstractItemView::SingleSelection);
   files->setEditTriggers(QAbstractItemView::NoEditTriggers);
+  // A long name loses its middle, so the extension stays in view; wrapped text would elide
+  // only its first line and lose the end instead.
+  files->setWordWrap(false);
   files->setTextElideMode(Qt::ElideMiddle);
   files->verticalHeader()->hide();
   files->verticalHeader()->setDefaultSectionSize(files->fontMetrics().height() + 6);
