@@ -84,6 +84,18 @@ class AppStartupTest : public QObject {
     QCOMPARE(choiceCalls_, 1);                               // the defaults show the mode choice
   }
 
+  void newerSettingsFileReportedOnceAndLeftAlone() {
+    const QByteArray newer = "{\"version\": 999999, \"rememberedMode\": 3}";
+    QFile file(QString::fromStdString(paths_.SettingsFile().string()));
+    QVERIFY(file.open(QIODevice::WriteOnly) && file.write(newer) == newer.size());
+    file.close();
+    test::MessageLog seams;
+    Run("-noinstall");
+    QCOMPARE(seams.asked.size(), size_t{1});  // the notice, not also a failed save
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    QCOMPARE(file.readAll(), newer);
+  }
+
   void switchQuestionAndGraphicalWarning() {
     test::MessageLog seams;
     ProgramSettings settings;

@@ -8,6 +8,7 @@
 #include <QScrollBar>
 #include <QTimer>
 
+#include "app/mode_engines.hpp"
 #include "ui/packetmode/packet_mode_window_impl.hpp"
 
 namespace vormelt::ui {
@@ -17,22 +18,18 @@ namespace vormelt::ui {
 PacketModeWindow::PacketModeWindow(ProgramSettings& settings, bool startMinimized, bool autoListen,
                                    std::filesystem::path settingsFile, QWidget* parent)
     : QMainWindow(parent), impl_(std::make_unique<Impl>(*this, settings)) {
-  impl_->startMinimized = startMinimized;
   impl_->autoListen = autoListen;
   setObjectName(QStringLiteral("packetModeWindow"));
   impl_->shell = new ModeShell(*this, *impl_, settings, ProgramMode::Packet,
                                Text::PacketCaptionStopped, Text::PacketHelpKeys,
                                std::move(settingsFile));
-  PacketModeEngine& engine = impl_->engine;
-  engine.SetDateTimeTemplate(settings.packetMode.dateTimeTemplate);
-  engine.Filter().SetFilteringEnabled(settings.packetMode.filteringEnabled);
-  engine.Filter().SetMatchCase(settings.packetMode.matchCase);
-
   impl_->BuildMenus();
   impl_->BuildToolBar();
   impl_->BuildCentralArea();
   impl_->BuildStatusBar();
-  impl_->RestoreGeometry();
+  resize(kPreferredSize);
+  // Start is pressed from showEvent, once the window is up to hold any question it asks.
+  impl_->shell->StartAsAsked(startMinimized, false);
   impl_->RestoreColumns();
 
   impl_->refreshTimer.setInterval(kRefreshIntervalMs);
@@ -68,10 +65,11 @@ void PacketModeWindow::Impl::StartLogging() {
   engine.StartLogging(std::move(config));
 }
 
-// The current profile is applied once at start. A damaged one leaves the filter at its
-// defaults and is kept aside; the user hears of it once, when the window is up.
+// The switches and the current profile are applied once at start, as every runner of this mode
+// does. A damaged profile leaves the filter at its defaults and is kept aside; the user hears
+// of it once, when the window is up.
 void PacketModeWindow::Impl::ApplyFilterProfile() {
-  const std::string problem = engine.LoadCurrentProfile(Language());
+  const std::string problem = SetUpPacketMode(engine, settings);
   if (problem.empty()) return;
   QTimer::singleShot(0, &window, [this, text = FromCrLf(problem)] {
     ShowNotice(&window, Text::ProgramTitle, text, MessageIcon::Warning);
@@ -86,7 +84,7 @@ bool PacketModeWindow::Impl::StartOn(const CaptureTarget& target) {
   if (target.type == CaptureTarget::Type::File) {
     model->clear();
     details->clearDetails();
-    if (!engine.StartFile(target.name)) return false;
+    if (!capture.Start(target)) return false;
     // A file is read from its first packet on, so that is where the list stays.
     followNewRows = false;
     fileProgress->setValue(0);
@@ -94,7 +92,7 @@ bool PacketModeWindow::Impl::StartOn(const CaptureTarget& target) {
   } else {
     const QScrollBar& scroll = *list->verticalScrollBar();
     followNewRows = scroll.value() == scroll.maximum();
-    if (!engine.StartLive(target)) return false;
+    if (!capture.Start(target)) return false;
   }
   BeginRefreshing();
   return true;
@@ -103,21 +101,21 @@ bool PacketModeWindow::Impl::StartOn(const CaptureTarget& target) {
 void PacketModeWindow::Impl::RestartOn(const CaptureTarget& target) {
   gauge->setRange(0, kGaugeMaximum);
   // The old capture is given a second to end; a failure arrives as a queued message.
-  engine.Restart(target);
+  capture.Restart(target);
   BeginRefreshing();
 }
 
-// Straight to the session: a restart waiting for the old capture to end must be cancelled
-// too, though nothing is listening at that moment.
+// Never asks whether anything listens: a restart waiting for the old capture to end must be
+// cancelled too, though nothing is listening at that moment.
 void PacketModeWindow::Impl::StopCapture() {
   gauge->setRange(0, kGaugeMaximum);
-  session.Stop();
+  capture.Stop();
   BeginRefreshing();
 }
 
 void PacketModeWindow::Impl::QuitCapture() {
   finder->cancel();
-  engine.Quit();
+  capture.Quit();
   engine.StopLogging();  // after capture ended: the last packets are logged too
 }
 
@@ -179,7 +177,7 @@ void PacketModeWindow::findNext(const QString& text) {
 }
 
 void PacketModeWindow::waitForCapture() {
-  impl_->session.Wait();
+  impl_->capture.Wait();
   refresh();
 }
 
@@ -202,7 +200,7 @@ void PacketModeWindow::closeEvent(QCloseEvent* event) {
   Impl& d = *impl_;
   if (!d.shell->BeginClose(*event)) return;
   d.refreshTimer.stop();
-  d.SaveWindowState();
+  d.SaveColumns();
   d.details->saveState();
   d.shell->EndClose(*event);
 }

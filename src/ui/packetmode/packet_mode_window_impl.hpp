@@ -31,6 +31,7 @@
 #include <algorithm>
 #include <numeric>
 
+#include "capture/mode_capture.hpp"
 #include "capture/session.hpp"
 #include "common/settings.hpp"
 #include "filters/filter_profile.hpp"
@@ -81,7 +82,6 @@ struct PacketModeWindow::Impl : CaptureHooks {
 
   PacketModeWindow& window;
   ProgramSettings& settings;
-  bool startMinimized = false;
   bool autoListen = false;
   bool shownOnce = false;
   bool showingMessages = false;
@@ -90,7 +90,7 @@ struct PacketModeWindow::Impl : CaptureHooks {
 
   PacketModeEngine engine;
   PacketStore& store = engine.Store();
-  CaptureSession& session = engine.Session();
+  ModeCapture& capture = engine.Capture();
   // After the engine: its jobs end before the engine they use goes.
   DumpFileCommands dumps{window, engine, settings};
 
@@ -148,9 +148,8 @@ struct PacketModeWindow::Impl : CaptureHooks {
   void SelectStoreIndex(std::int32_t index);
   void StartLogging();
   void ApplyFilterProfile();
-  void RestoreGeometry();
   void RestoreColumns();
-  void SaveWindowState();
+  void SaveColumns();
   void UpdateControls();
   void UpdateCounters();
   void ShowPendingMessages();
@@ -165,11 +164,12 @@ struct PacketModeWindow::Impl : CaptureHooks {
   void RestartOn(const CaptureTarget& target) override;
   void StopCapture() override;
   void QuitCapture() override;
-  bool Capturing() const override { return session.Active(); }
-  CaptureStatusSnapshot StatusSnapshot() const override { return session.Status(); }
+  // Counts a restart still waiting for the old capture to end.
+  bool Capturing() const override { return capture.Capturing(); }
+  CaptureStatusSnapshot StatusSnapshot() const override { return capture.Status(); }
   std::vector<CaptureMessage> TakeMessages() override;
-  std::uint64_t Drops() const override { return session.Dropped(); }
-  bool ReadingFile() const override { return engine.ReadingFile(); }
+  std::uint64_t Drops() const override { return capture.Dropped(); }
+  bool ReadingFile() const override { return capture.ReadingFile(); }
   bool Busy() const override { return dumps.Busy(); }
 };
 

@@ -1,9 +1,8 @@
 // The Packet Mode window's menus, tool bars, list, detail pane and status bar, and the
-// geometry and columns it keeps between runs.
+// columns it keeps between runs.
 #include "ui/packetmode/packet_mode_window_impl.hpp"
 
 #include <QHeaderView>
-#include <QScreen>
 
 namespace vormelt::ui {
 namespace {
@@ -232,24 +231,6 @@ void PacketModeWindow::Impl::BuildStatusBar() {
   bar.addPermanentWidget(gauge);
 }
 
-void PacketModeWindow::Impl::RestoreGeometry() {
-  const WindowState& saved = settings.packetMode.window;
-  const QRect wanted(saved.x, saved.y, saved.width, saved.height);
-  const QScreen* screen = saved.valid ? QGuiApplication::screenAt(wanted.center()) : nullptr;
-  if (screen && saved.width > 0 && saved.height > 0) {
-    window.setGeometry(wanted);
-  } else {
-    const QSize available = QGuiApplication::primaryScreen()
-                                ? QGuiApplication::primaryScreen()->availableSize()
-                                : kPreferredSize;
-    window.resize(kPreferredSize.boundedTo(available * 0.95));
-  }
-  Qt::WindowStates state = window.windowState();
-  if (saved.maximized) state |= Qt::WindowMaximized;
-  if (startMinimized) state |= Qt::WindowMinimized;
-  window.setWindowState(state);
-}
-
 void PacketModeWindow::Impl::RestoreColumns() {
   QHeaderView& header = *list->horizontalHeader();
   const std::vector<int>& widths = settings.packetMode.columnWidths;
@@ -266,18 +247,7 @@ void PacketModeWindow::Impl::RestoreColumns() {
   }
 }
 
-void PacketModeWindow::Impl::SaveWindowState() {
-  WindowState& state = settings.packetMode.window;
-  const QRect normal =
-      window.isMaximized() || window.isMinimized() ? window.normalGeometry() : window.geometry();
-  state.valid = normal.isValid();
-  state.x = normal.x();
-  state.y = normal.y();
-  state.width = normal.width();
-  state.height = normal.height();
-  state.maximized = window.isMaximized();
-  state.minimized = window.isMinimized() || window.isHidden();
-
+void PacketModeWindow::Impl::SaveColumns() {
   const QHeaderView& header = *list->horizontalHeader();
   std::vector<int>& order = settings.packetMode.columnOrder;
   std::vector<int>& widths = settings.packetMode.columnWidths;

@@ -28,7 +28,7 @@ void PacketModeWindow::refresh() {
   // Read before catching up: once listening is clear, every packet of that capture is in the
   // store, so the catch-up below is the last one needed.
   const bool capturing = isCapturing();
-  d.session.newData.store(false);
+  d.capture.Session().newData.store(false);
   d.engine.Logger().ClearOnOwnerThread();
   const int appended = d.model->syncWithStore();
   if (appended > 0 && d.followNewRows) d.list->scrollToBottom();
@@ -43,7 +43,7 @@ void PacketModeWindow::refresh() {
 }
 
 void PacketModeWindow::Impl::UpdateCounters() {
-  const CaptureStatusSnapshot status = session.Status();
+  const CaptureStatusSnapshot status = capture.Status();
   statusText->setText(QString::fromStdString(StatusText(status, Language())));
   const auto allocated = static_cast<std::int64_t>(store.AllocatedMemory());
   memoryText->setText(allocated == 0 ? QString()
@@ -52,9 +52,9 @@ void PacketModeWindow::Impl::UpdateCounters() {
   if (const double done = dumps.Progress(); done >= 0) {
     fileProgress->show();
     fileProgress->setValue(static_cast<int>(done * kFileProgressMaximum));
-  } else if (engine.ReadingFile() && session.BytesTotal() > 0) {
+  } else if (capture.ReadingFile() && capture.BytesTotal() > 0) {
     const double done =
-        static_cast<double>(session.BytesRead()) / static_cast<double>(session.BytesTotal());
+        static_cast<double>(capture.BytesRead()) / static_cast<double>(capture.BytesTotal());
     fileProgress->setValue(static_cast<int>(std::min(1.0, done) * kFileProgressMaximum));
   }
   const QString caption = window.captionText();
@@ -63,7 +63,7 @@ void PacketModeWindow::Impl::UpdateCounters() {
 }
 
 QString PacketModeWindow::captionText() const {
-  const CaptureStatusSnapshot status = impl_->session.Status();
+  const CaptureStatusSnapshot status = impl_->capture.Status();
   if (status.status != CaptureStatus::Listening) return T(Text::PacketCaptionStopped);
   const std::string statusText = StatusText(status, Language());
   return TF(Text::PacketCaptionItems, static_cast<long>(impl_->model->rowCount()),
@@ -97,7 +97,7 @@ void PacketModeWindow::Impl::ShowPendingMessages() {
 }
 
 std::vector<CaptureMessage> PacketModeWindow::Impl::TakeMessages() {
-  return session.Messages().Drain();
+  return capture.Messages().Drain();
 }
 
 // ---- list selection and row menu ------------------------------------------------------------

@@ -212,7 +212,11 @@ StartupOutcome PrepareStartup(std::string_view commandLine, const StartupPaths& 
   }
 
   if (!decision.noInstall && !RunInstallationCheck(paths)) return Finish(decision);
-  SaveSettingsOrWarn(nullptr, settings, paths.SettingsFile());
+  // A file from a newer version is left as it is (the notice above said so); trying to write it
+  // would only add a second message about the same file.
+  if (load.problem != Text::SettingsFileTooNew) {
+    SaveSettingsOrWarn(nullptr, settings, paths.SettingsFile());
+  }
 
   if (ShouldShowModeChoice(decision, settings) &&
       runModeChoice(settings, decision) == ModeChoiceResult::Exit) {

@@ -10,9 +10,11 @@
 #include <QFile>
 #include <QFileDialog>
 #include <QFileInfo>
+#include <QGuiApplication>
 #include <QMenu>
 #include <QMenuBar>
 #include <QPushButton>
+#include <QScreen>
 #include <QStyle>
 #include <QSystemTrayIcon>
 #include <QWidget>
@@ -100,8 +102,45 @@ QPushButton* ModeShell::Button(QAction& action, QWidget* parent) {
 }
 
 void ModeShell::StartAsAsked(bool startMinimized, bool autoListen) {
+  RestorePlace();
   if (startMinimized) window_.setWindowState(window_.windowState() | Qt::WindowMinimized);
   if (autoListen) QTimer::singleShot(0, this, &ModeShell::Start);
+}
+
+WindowState& ModeShell::Place() {
+  switch (mode_) {
+    case ProgramMode::File: return settings_.fileMode.window;
+    case ProgramMode::Statistical: return settings_.statistics.window;
+    case ProgramMode::GraphicalPackets: return settings_.graphical.window;
+    default: return settings_.packetMode.window;
+  }
+}
+
+void ModeShell::RestorePlace() {
+  const WindowState& saved = Place();
+  const QRect wanted(saved.x, saved.y, saved.width, saved.height);
+  // A place on a screen that is no longer attached would open the window out of sight.
+  const QScreen* screen = saved.valid ? QGuiApplication::screenAt(wanted.center()) : nullptr;
+  if (screen && saved.width > 0 && saved.height > 0) {
+    window_.setGeometry(wanted);
+  } else if (const QScreen* primary = QGuiApplication::primaryScreen()) {
+    window_.resize(window_.size().boundedTo(primary->availableSize() * 0.95));
+  }
+  if (saved.maximized) window_.setWindowState(window_.windowState() | Qt::WindowMaximized);
+}
+
+void ModeShell::SavePlace() {
+  WindowState& state = Place();
+  // The place to come back to is the normal one, not the maximized or minimized frame.
+  const QRect normal = window_.isMaximized() || window_.isMinimized() ? window_.normalGeometry()
+                                                                       : window_.geometry();
+  state.valid = normal.isValid();
+  state.x = normal.x();
+  state.y = normal.y();
+  state.width = normal.width();
+  state.height = normal.height();
+  state.maximized = window_.isMaximized();
+  state.minimized = window_.isMinimized() || window_.isHidden();
 }
 
 void ModeShell::Start() {
@@ -253,6 +292,7 @@ bool ModeShell::BeginClose(QCloseEvent& event) {
 }
 
 void ModeShell::EndClose(QCloseEvent& event) {
+  SavePlace();
   SaveSettingsOrWarn(&window_, settings_, settingsFile_);
   if (pendingSwitch_ != kNoPendingSwitch) {
     Relaunch(static_cast<ProgramMode>(pendingSwitch_));

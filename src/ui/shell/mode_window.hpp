@@ -96,7 +96,9 @@ class ModeShell : public QObject {
   // A push button that runs `action` and is enabled with it.
   static QPushButton* Button(QAction& action, QWidget* parent);
 
-  // Minimized and pressing Start once the event loop runs, as the start-up asked.
+  // Back where the mode's window was last closed (its size from before this call when it has
+  // no place kept yet), minimized and pressing Start once the event loop runs, as the start-up
+  // asked.
   void StartAsAsked(bool startMinimized, bool autoListen);
   void Start();
   void Stop();
@@ -130,6 +132,10 @@ class ModeShell : public QObject {
 
  private:
   std::string& CaptureFolder();
+  // Where this mode keeps its window's place between runs.
+  WindowState& Place();
+  void RestorePlace();
+  void SavePlace();
 
   QWidget& window_;
   CaptureHooks& capture_;
