@@ -133,7 +133,6 @@ class FileModeWindowTest : public QObject {
     ProgramSettings settings;
     settings.fileMode.folder = dir.File("out");
     settings.fileMode.nameTemplate = "a%FCC";
-    settings.fileMode.countCustom = 7;
     ui::FileModeWindow window(settings, false, false);
     QVERIFY(window.openCaptureFile(QString::fromStdString(pipe)));
     QTRY_COMPARE_WITH_TIMEOUT(window.fileList().rowCount(), 1, 60'000);
