@@ -1,7 +1,8 @@
-// The File Mode window. The options write through to the settings as they are clicked and are
-// read by the engine at Start, as the engine reads them once per run. The shell's 100 ms tick reads the
-// engine's counters and takes the files written since the last tick; no packet ever reaches
-// the window.
+// The File Mode window, on the same FileModeRun as the service and vormelt-cli. The options
+// write through to the settings as they are clicked and are read by the engine at Start; only
+// the naming dialog's choices also reach a running capture, from its next file. The shell's
+// 100 ms tick reads the engine's counters and takes the files written since the last tick; no
+// packet ever reaches the window.
 #include "ui/filemode/file_mode_window.hpp"
 
 #include <QApplication>
@@ -388,7 +389,8 @@ FileModeWindow::FileModeWindow(ProgramSettings& settings, bool startMinimized, b
   d.BuildWidgets();
   d.BuildMenus();
   resize(900, 640);
-  // The filter starts as the last OK or Apply of the filter window left it.
+  // The filter starts as the last OK or Apply of the filter window left it; the options and
+  // counts are taken again at every Start.
   SetUpFileMode(d.run, settings, 0);
   d.shell->StartAsAsked(startMinimized, autoListen);
   refresh();
