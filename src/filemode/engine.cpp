@@ -61,7 +61,10 @@ FileModeEngine::~FileModeEngine() { Finish(); }
 void FileModeEngine::Start(const FileModeOptions& options, StreamClock clock,
                            const FileCounts& counts) {
   Finish();
-  options_ = options;
+  {
+    std::lock_guard lock(namingMutex_);
+    options_ = options;
+  }
   clock_ = clock;
   table_.Reset({options.dirty, options.pshOnly, options.onlyHttp, options.acceptPartial});
   for (auto* counter : {&bytesReceived_, &filesProcessing_, &filesWritten_, &filesFailed_,
@@ -221,12 +224,12 @@ bool FileModeEngine::PassesFileTests(std::string_view contentType, std::string_v
 void FileModeEngine::Write(const Stream& stream, std::span<const std::uint8_t> data,
                            std::size_t bodyOffset, bool chunked, std::string_view extension,
                            std::string contentType, bool complete, std::int64_t nowMs) {
+  const NamingOptions naming = Naming();
   NameFields fields{stream.source, stream.destination, LocalTimeOf(nowMs), Counts()};
-  const std::string name =
-      ExpandName(options_.naming.nameTemplate, options_.naming.dateTimeTemplate, fields);
+  const std::string name = ExpandName(naming.nameTemplate, naming.dateTimeTemplate, fields);
   bool chunksWhole = true;
   const PlacedFile placed = PlaceFile(
-      options_.naming, name, extension, stream.source, stream.destination,
+      naming, name, extension, stream.source, stream.destination,
       [&](FileBeside& file) {
         if (chunked) {
           chunksWhole = ForEachChunk(data, bodyOffset, [&](std::span<const std::uint8_t> chunk) {
@@ -303,6 +306,21 @@ FileModeCounters FileModeEngine::Counters() const {
   c.packetsStored = packetsStored_.load(std::memory_order_relaxed);
   c.packetsDropped = packetsDropped_.load(std::memory_order_relaxed);
   return c;
+}
+
+void FileModeEngine::Rename(const NamingOptions& naming) {
+  std::lock_guard lock(namingMutex_);
+  options_.naming = naming;
+}
+
+NamingOptions FileModeEngine::Naming() const {
+  std::lock_guard lock(namingMutex_);
+  return options_.naming;
+}
+
+void FileModeEngine::SetCustomCount(std::uint64_t custom) {
+  std::lock_guard lock(countsMutex_);
+  counts_.custom = custom;
 }
 
 FileCounts FileModeEngine::Counts() const {

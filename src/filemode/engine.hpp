@@ -92,6 +92,12 @@ class FileModeEngine final : public FrameSink {
   // are dropped. Ends the pass thread. Safe to call more than once.
   void Finish() override;
 
+  // While a run goes on: the next file written is named and placed by `naming`, and %FCC goes
+  // on from `custom` as the user set it. Safe from any thread; a file being written keeps the
+  // naming it began with.
+  void Rename(const NamingOptions& naming);
+  void SetCustomCount(std::uint64_t custom);
+
   FileModeCounters Counters() const;
   FileCounts Counts() const;
   // "----", "/---", "|---", "\---", advancing one step per pass.
@@ -114,9 +120,12 @@ class FileModeEngine final : public FrameSink {
   void ReportFailure(const PlacedFile& placed);
   void EndFailureRun();
 
+  NamingOptions Naming() const;
+
   const FilterSettings* filter_;
   StreamTable table_;
-  FileModeOptions options_;
+  FileModeOptions options_;  // its naming may change under namingMutex_ while a run goes on
+  mutable std::mutex namingMutex_;
   StreamClock clock_ = StreamClock::Live;
   MessageQueue messages_;
 

@@ -2,8 +2,14 @@
 // its file with the status the user reads, and the naming dialog's preview follows its levels
 // and writes only on Apply. With VORMELT_SCREENSHOTS=DIR both are saved there as PNGs, in
 // English and German, for a look by eye.
+#include <QLineEdit>
+#include <QScopeGuard>
 #include <QTableWidget>
+#include <QTimer>
 #include <QtTest>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 // moc reads this file too, and cannot parse the text catalogue's generated enum.
 #ifndef Q_MOC_RUN
@@ -76,6 +82,9 @@ class FileModeWindowTest : public QObject {
     QCOMPARE(window.statusText(), language ? QStringLiteral("Status: Fertig") : QStringLiteral("Status: Done"));
     QCOMPARE(settings.fileMode.countInstalled, 2u);
     Snapshot(window, QStringLiteral("file-mode-window-") + LanguageTag());
+    QVERIFY(window.openCaptureFile(QString::fromStdString(dir.File("web.pcap"))));
+    window.waitForCapture();
+    QCOMPARE(files.rowCount(), 2);  // the second run's files only
   }
 
   // A body that does not fit is told on the message line with its path and reason, and is not
@@ -103,6 +112,44 @@ class FileModeWindowTest : public QObject {
     QCOMPARE(window.fileList().rowCount(), 0);
     QVERIFY2(window.messageText().contains(QString::fromStdString(disk.path().string() + "/0.txt (No space left on device)")),
              qPrintable(window.messageText()));
+  }
+
+  // A pipe held open keeps a capture file running while the naming dialog changes the template
+  // and %FCC: the next file takes both, and counting goes on from the typed value.
+  void namingChangedWhileRunningTakesTheNextFile() {
+    test::TempDir dir;
+    const std::string pipe = dir.File("pipe.pcap");
+    QCOMPARE(mkfifo(pipe.c_str(), 0600), 0);
+    int feeder = open(pipe.c_str(), O_RDWR);  // reads too, so writing does not wait for the window
+    const auto endOfFile = qScopeGuard([&feeder] { if (feeder >= 0) close(feeder); });
+    {
+      test::PcapFileWriter pcap(pipe, test::kLinkRaw);
+      for (const auto& p : test::ResponseSegments("HTTP/1.1 200 OK\r\n\r\na")) pcap.Write(p);
+      // 100 s on, long after the first body went quiet: that one is written now.
+      for (const auto& p : test::ResponseSegments("HTTP/1.1 200 OK\r\n\r\nb", {.ack = 2000})) {
+        pcap.Write(p, 1'700'000'100);
+      }
+    }
+    ProgramSettings settings;
+    settings.fileMode.folder = dir.File("out");
+    settings.fileMode.nameTemplate = "a%FCC";
+    ui::FileModeWindow window(settings, false, false);
+    QVERIFY(window.openCaptureFile(QString::fromStdString(pipe)));
+    QTRY_COMPARE_WITH_TIMEOUT(window.fileList().rowCount(), 1, 60'000);
+    QTimer::singleShot(0, &window, [&] {
+      auto* dialog = window.findChild<ui::FileNamingDialog*>();
+      const auto fields = dialog->findChildren<QLineEdit*>();  // template, date format, %FCC
+      fields[0]->setText(QStringLiteral("b%FCC"));
+      fields[2]->setText(QStringLiteral("500"));
+      dialog->apply();
+      dialog->accept();
+    });
+    window.openNamingDialog();
+    close(std::exchange(feeder, -1));
+    window.waitForCapture();
+    QCOMPARE(window.fileList().rowCount(), 2);
+    QCOMPARE(window.fileList().item(1, 0)->text(), QStringLiteral("b500.txt"));
+    QCOMPARE(settings.fileMode.countCustom, 501u);
   }
 
   void namingPreviewFollowsLevelsAndApplyWrites() {

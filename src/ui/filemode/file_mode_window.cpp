@@ -1,7 +1,8 @@
-// The File Mode window. The options write through to the settings as they are clicked and are
-// read by the engine at Start, as the engine reads them once per run. The shell's 100 ms tick reads the
-// engine's counters and takes the files written since the last tick; no packet ever reaches
-// the window.
+// The File Mode window, on the same FileModeRun as the service and vormelt-cli. The options
+// write through to the settings as they are clicked and are read by the engine at Start; only
+// the naming dialog's choices also reach a running capture, from its next file. The shell's
+// 100 ms tick reads the engine's counters and takes the files written since the last tick; no
+// packet ever reaches the window.
 #include "ui/filemode/file_mode_window.hpp"
 
 #include <QApplication>
@@ -32,7 +33,7 @@
 #include <thread>
 
 #include "app/file_mode.hpp"
-#include "capture/session.hpp"
+#include "app/mode_engines.hpp"
 #include "common/settings.hpp"
 #include "filemode/engine.hpp"
 #include "filters/filter_profile.hpp"
@@ -100,9 +101,7 @@ QString Bytes(std::int64_t bytes) { return QString::fromStdString(format::ByteSi
 struct FileModeWindow::Impl : CaptureHooks {
   FileModeWindow& window;
   ProgramSettings& settings;
-  FilterSettings filter;
-  fm::FileModeEngine engine{&filter};
-  CaptureSession session;
+  FileModeRun run;
   std::jthread dumpThread;
   std::atomic<bool> dumpRunning{false};
   std::optional<DumpLoadResult> dumpResult;  // written by the dump thread before it clears dumpRunning
@@ -135,25 +134,26 @@ struct FileModeWindow::Impl : CaptureHooks {
   QWidget* BuildFileList(QWidget* parent);
   void BuildWidgets();
   void BuildMenus();
-  void Start(const CaptureTarget& target, fm::StreamClock clock);
+  void PrepareRun(bool fromFile);
+  void TakeNaming(bool customCountSet);
 
   bool StartOn(const CaptureTarget& target) override {
-    Start(target, target.type == CaptureTarget::Type::File ? fm::StreamClock::File
-                                                            : fm::StreamClock::Live);
-    return true;
+    if (run.Capture().Capturing()) return false;
+    PrepareRun(target.type == CaptureTarget::Type::File);
+    return run.Capture().Start(target);
   }
-  void RestartOn(const CaptureTarget& target) override { session.Restart(target, engine); }
-  void StopCapture() override { session.Stop(); }
+  void RestartOn(const CaptureTarget& target) override { run.Capture().Restart(target); }
+  void StopCapture() override { run.Capture().Stop(); }
   void QuitCapture() override {
-    session.Quit();
+    run.Capture().Quit();
     if (dumpThread.joinable()) dumpThread.join();
-    engine.Finish();
+    run.Engine().Finish();
     KeepCounts();
   }
-  bool Capturing() const override { return session.Active(); }
-  CaptureStatusSnapshot StatusSnapshot() const override { return session.Status(); }
-  std::vector<CaptureMessage> TakeMessages() override { return session.Messages().Drain(); }
-  std::uint64_t Drops() const override { return session.Dropped(); }
+  bool Capturing() const override { return run.Capture().Capturing(); }
+  CaptureStatusSnapshot StatusSnapshot() const override { return run.Capture().Status(); }
+  std::vector<CaptureMessage> TakeMessages() override { return run.Capture().Messages().Drain(); }
+  std::uint64_t Drops() const override { return run.Capture().Dropped(); }
   bool ReadingFile() const override { return fileSource; }
   bool Busy() const override { return dumpRunning.load(); }
   void Ticked() override { window.refresh(); }
@@ -238,6 +238,9 @@ QWidget* FileModeWindow::Impl::BuildFileList(QWidget* parent) {
   files->setSelectionBehavior(QAbstractItemView::SelectRows);
   files->setSelectionMode(QAbstractItemView::SingleSelection);
   files->setEditTriggers(QAbstractItemView::NoEditTriggers);
+  // A long name loses its middle, so the extension stays in view; wrapped text would elide
+  // only its first line and lose the end instead.
+  files->setWordWrap(false);
   files->setTextElideMode(Qt::ElideMiddle);
   files->verticalHeader()->hide();
   files->verticalHeader()->setDefaultSectionSize(files->fontMetrics().height() + 6);
@@ -323,19 +326,32 @@ void FileModeWindow::Impl::PrepareFolder() {
   QDir().mkpath(folder->text());
 }
 
-void FileModeWindow::Impl::Start(const CaptureTarget& target, fm::StreamClock clock) {
+// Every run starts from the options as they stand now, with the counts the last run left and an
+// empty list: the list shows this run's files only.
+void FileModeWindow::Impl::PrepareRun(bool fromFile) {
   PrepareFolder();
   KeepCounts();
-  engine.Start(FileModeOptionsFrom(settings.fileMode), clock,
-               FileCountsFrom(settings.fileMode, sinceLaunch));
+  run.SetOptions(FileModeOptionsFrom(settings.fileMode),
+                 FileCountsFrom(settings.fileMode, sinceLaunch));
   countsStoredAt = 0;
   started = true;
-  fileSource = clock == fm::StreamClock::File;
-  session.Start(target, engine);
+  fileSource = fromFile;
+  files->setRowCount(0);
+}
+
+// The naming dialog's Okay or Apply: a running capture names its next file by the new choices
+// (the folder and over-writing stay as the run began: they are the window's, and the folder may
+// be half typed), and a %FCC the user typed is where counting goes on from.
+void FileModeWindow::Impl::TakeNaming(bool customCountSet) {
+  fm::NamingOptions naming = FileModeOptionsFrom(settings.fileMode).naming;
+  naming.folder = run.Options().naming.folder;
+  naming.overwrite = run.Options().naming.overwrite;
+  run.Engine().Rename(naming);
+  if (customCountSet) run.Engine().SetCustomCount(settings.fileMode.countCustom);
 }
 
 void FileModeWindow::Impl::TakeWrittenFiles() {
-  for (const fm::WrittenFile& f : engine.DrainWritten()) {
+  for (const fm::WrittenFile& f : run.Engine().DrainWritten()) {
     if (!f.written()) continue;  // told on the message line
     const int row = files->rowCount();
     files->insertRow(row);
@@ -357,7 +373,7 @@ void FileModeWindow::Impl::TakeWrittenFiles() {
 
 // %FCL, %FCI and %FCC move on with every file written; the settings keep the last two.
 void FileModeWindow::Impl::KeepCounts() {
-  const fm::FileCounts counts = engine.Counts();
+  const fm::FileCounts counts = run.Engine().Counts();
   if (counts.sinceStart == countsStoredAt) return;
   countsStoredAt = counts.sinceStart;
   sinceLaunch = counts.sinceLaunch;
@@ -373,13 +389,14 @@ FileModeWindow::FileModeWindow(ProgramSettings& settings, bool startMinimized, b
   d.BuildWidgets();
   d.BuildMenus();
   resize(900, 640);
-  // The filter starts as the last OK or Apply of the filter window left it.
-  LoadCurrentProfileInto(FilterMode::File, d.filter, Language());
+  // The filter starts as the last OK or Apply of the filter window left it; the options and
+  // counts are taken again at every Start.
+  SetUpFileMode(d.run, settings, 0);
   d.shell->StartAsAsked(startMinimized, autoListen);
   refresh();
 }
 
-FileModeWindow::~FileModeWindow() { impl_->session.Quit(); }
+FileModeWindow::~FileModeWindow() { impl_->run.Capture().Quit(); }
 
 void FileModeWindow::chooseFolder() {
   const QString chosen = QFileDialog::getExistingDirectory(this, T(Text::FileChooseFolderCaption),
@@ -404,16 +421,13 @@ void FileModeWindow::processDumpFileDialog() {
       this, T(Text::FileMenuProcessDump).remove(QLatin1Char('&')), {},
       T(Text::FileDumpFilter) + QStringLiteral(";;") + T(Text::PacketAllFilesFilter));
   if (path.isEmpty()) return;
-  d.PrepareFolder();
-  d.KeepCounts();
-  d.engine.Start(FileModeOptionsFrom(d.settings.fileMode), fm::StreamClock::File,
-                 FileCountsFrom(d.settings.fileMode, d.sinceLaunch));
-  d.started = true;
-  d.fileSource = true;
+  d.PrepareRun(true);
+  d.run.Engine().Start(d.run.Options(), fm::StreamClock::File,
+                       FileCountsFrom(d.settings.fileMode, d.sinceLaunch));
   d.dumpRunning = true;
   d.dumpThread = std::jthread([&d, form, file = QFile::encodeName(path).toStdString()] {
-    d.dumpResult = FeedDumpFile(file, form, d.engine);
-    d.engine.Finish();
+    d.dumpResult = FeedDumpFile(file, form, d.run.Engine());
+    d.run.Engine().Finish();
     d.dumpRunning = false;
   });
   refresh();
@@ -421,7 +435,7 @@ void FileModeWindow::processDumpFileDialog() {
 
 void FileModeWindow::openFilterSetup() {
   Impl& d = *impl_;
-  FilterSetupWindow setup(d.filter, FilterMode::File, d.settings.fileMode.applyFilters, this,
+  FilterSetupWindow setup(d.run.Filter(), FilterMode::File, d.settings.fileMode.applyFilters, this,
                           &d.settings.fileMode.filterWindow);
   setup.exec();
   if (setup.enableFilteringRequested()) d.options[kApplyFiltersBox]->setChecked(true);
@@ -429,6 +443,8 @@ void FileModeWindow::openFilterSetup() {
 
 void FileModeWindow::openNamingDialog() {
   FileNamingDialog dialog(impl_->settings.fileMode, this);
+  connect(&dialog, &FileNamingDialog::applied, this,
+          [this](bool customCountSet) { impl_->TakeNaming(customCountSet); });
   dialog.exec();
 }
 
@@ -447,7 +463,7 @@ void FileModeWindow::showSelectedInFolder() {
 
 void FileModeWindow::refresh() {
   Impl& d = *impl_;
-  const fm::FileModeCounters c = d.engine.Counters();
+  const fm::FileModeCounters c = d.run.Engine().Counters();
   d.bytesReceived->setText(Bytes(static_cast<std::int64_t>(c.bytesReceived)));
   d.processing->setText(QString::number(c.activeStreams));
   d.written->setText(QString::number(c.filesWritten));
@@ -458,11 +474,11 @@ void FileModeWindow::refresh() {
     d.kernelDropped->show();
     if (d.kernelDroppedLabel) d.kernelDroppedLabel->show();
   }
-  d.busy->setText(QString::fromStdString(d.engine.BusyText()));
+  d.busy->setText(QString::fromStdString(d.run.Engine().BusyText()));
   d.status->setText(statusText());
   d.TakeWrittenFiles();
   d.KeepCounts();
-  for (const CaptureMessage& message : d.engine.Messages().Drain()) {
+  for (const CaptureMessage& message : d.run.Engine().Messages().Drain()) {
     if (!IsWriteFailure(message)) {
       ShowCaptureMessage(this, message);
       continue;
@@ -493,7 +509,7 @@ bool FileModeWindow::isCapturing() const {
 }
 
 void FileModeWindow::waitForCapture() {
-  impl_->session.Wait();
+  impl_->run.Capture().Wait();
   if (impl_->dumpThread.joinable()) impl_->dumpThread.join();
   refresh();
 }
@@ -507,7 +523,7 @@ QString FileModeWindow::statusText() const {
   return T(d.fileSource ? Text::FileStatusDone : Text::FileStatusStopped);
 }
 
-fm::FileModeEngine& FileModeWindow::engine() const { return impl_->engine; }
+fm::FileModeEngine& FileModeWindow::engine() const { return impl_->run.Engine(); }
 QTableWidget& FileModeWindow::fileList() const { return *impl_->files; }
 
 void FileModeWindow::closeEvent(QCloseEvent* event) {

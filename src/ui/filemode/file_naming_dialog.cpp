@@ -73,7 +73,8 @@ void FileNamingDialog::BuildWidgets() {
   layout->addWidget(placement);
 
   auto* countRow = new QFormLayout;
-  customCount_ = new QLineEdit(QString::number(settings_.countCustom), this);
+  shownCount_ = QString::number(settings_.countCustom);
+  customCount_ = new QLineEdit(shownCount_, this);
   customCount_->setValidator(
       new QRegularExpressionValidator(QRegularExpression(QStringLiteral("[0-9]{1,19}")), this));
   countRow->addRow(T(Text::NamingFccValue), customCount_);
@@ -107,7 +108,12 @@ void FileNamingDialog::apply() {
   }
   bool ok = false;
   const qulonglong count = customCount_->text().toULongLong(&ok);
-  if (ok) settings_.countCustom = count;
+  const bool countSet = ok && customCount_->text() != shownCount_;
+  if (countSet) {
+    settings_.countCustom = count;
+    shownCount_ = customCount_->text();
+  }
+  emit applied(countSet);
 }
 
 void FileNamingDialog::setLevel(int level, int choice) {

@@ -1,6 +1,7 @@
 // The "File naming and placement configuration" dialog: the name template with its parameter
 // help and Default button, the %DAT format, the sub-folder levels with their preview line, and
-// the %FCC counter. It edits File Mode's settings only on Okay or Apply.
+// the %FCC counter. It edits File Mode's settings only on Okay or Apply, and %FCC only when
+// the user typed a value: a running capture counts on meanwhile, and an untouched field is stale.
 #pragma once
 
 #include <QDialog>
@@ -29,6 +30,10 @@ class FileNamingDialog : public QDialog {
   void setLevel(int level, int choice);
   QString previewText() const;
 
+ signals:
+  // Okay or Apply wrote the settings; `customCountSet` when the user typed a new %FCC.
+  void applied(bool customCountSet);
+
  private:
   void BuildWidgets();
   void UpdatePreview();
@@ -39,6 +44,7 @@ class FileNamingDialog : public QDialog {
   QCheckBox* subfolders_ = nullptr;
   std::array<QComboBox*, 3> levels_{};
   QLineEdit* customCount_ = nullptr;
+  QString shownCount_;  // %FCC as last shown or applied
   QLabel* preview_ = nullptr;
 };
 
