@@ -13,7 +13,6 @@
 #include <vector>
 
 #include "common/frame_sink.hpp"
-#include "common/ip_address.hpp"
 #include "packets/headers.hpp"
 #include "statistics/engine.hpp"
 #include "statistics/lists.hpp"
