@@ -58,7 +58,8 @@ int RunNames(std::span<const std::string> args, std::ostream& out, std::ostream&
   if (table == "proto") {
     const auto protocol = ParseNumber(value, kLastProtocol);
     if (!protocol) return BadValue(err, table, value, "0-255, decimal or 0x-hex");
-    out << names::ProtocolName(static_cast<std::uint8_t>(*protocol)) << '\n';
+    // IPv6 names the protocols its own headers use; every other number has one name for both.
+    out << names::Ipv6ProtocolName(static_cast<std::uint8_t>(*protocol)) << '\n';
     return kExitOk;
   }
   if (table == "ethertype") {

@@ -15,7 +15,7 @@
 #include "app/cli.hpp"
 #include "common/paths.hpp"
 #include "common/settings_store.hpp"
-#include "statistics/local_addresses.hpp"
+#include "common/ip_address.hpp"
 
 namespace vormelt::cli {
 namespace {
@@ -157,10 +157,9 @@ std::string WindowsRefuse(std::string_view key, const Json& value) {
     return "0, 1, 2 or 3 (Packet, File, Graphical Packets, Statistical Mode)";
   }
   if (key == "interface.address") {
-    statistics::Ipv4 address = 0;
     const std::string text = value.get<std::string>();
-    if (text.empty() || statistics::ParseIpv4(text, address)) return {};
-    return "a dotted IPv4 address such as 192.0.2.2, or nothing";
+    if (text.empty() || IpAddress::Parse(text)) return {};
+    return "an IPv4 or IPv6 address such as 192.0.2.2 or 2001:db8::2, or nothing";
   }
   return {};
 }

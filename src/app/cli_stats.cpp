@@ -12,6 +12,7 @@
 #include "app/headless.hpp"
 #include "app/mode_metrics.hpp"
 #include "app/mode_engines.hpp"
+#include "common/ip_address.hpp"
 #include "packetmode/dump_file.hpp"
 #include "statistics/lists.hpp"
 
@@ -26,7 +27,7 @@ struct StatsOptions {
   SourceOptions source;
   stats::StatisticsList list = stats::StatisticsList::IpAddresses;
   stats::StatisticsLimits limits{stats::kTableCapacity, stats::VictimPolicy::LongestAgo};
-  std::optional<std::vector<stats::Ipv4>> locals;  // set: replaces the host's addresses
+  std::optional<std::vector<IpAddress>> locals;  // set: replaces the host's addresses
   stats::SaveFormat format = stats::SaveFormat::Text;
 };
 
@@ -37,18 +38,18 @@ std::optional<stats::VictimPolicy> ParsePolicy(const std::string& word) {
   return std::nullopt;
 }
 
-bool ParseLocals(const std::string& text, std::vector<stats::Ipv4>& addresses) {
-  std::size_t begin = 0;
+bool ParseLocals(const std::string& text, std::vector<IpAddress>& addresses) {
+  std::size_t begin = 0, ipv6 = 0;
   while (begin <= text.size()) {
     const std::size_t comma = std::min(text.find(',', begin), text.size());
-    stats::Ipv4 address = 0;
-    if (!stats::ParseIpv4(std::string_view(text).substr(begin, comma - begin), address)) {
-      return false;
-    }
-    addresses.push_back(address);
+    const auto address = IpAddress::Parse(std::string_view(text).substr(begin, comma - begin));
+    if (!address) return false;
+    ipv6 += address->isV6() ? 1 : 0;
+    addresses.push_back(*address);
     begin = comma + 1;
   }
-  return addresses.size() <= stats::LocalAddressList::kCapacity;
+  return addresses.size() - ipv6 <= stats::LocalAddressList::kCapacity &&
+         ipv6 <= stats::LocalAddressList::kIpv6Capacity;
 }
 
 // The command's own options; nullopt for anything else.
@@ -72,7 +73,7 @@ std::optional<int> ParseOwnOption(const std::string& option, const std::string& 
   } else if (option == "--local") {
     options.locals.emplace();
     if (!ParseLocals(value, *options.locals)) {
-      return usage("--local takes dotted IPv4 addresses separated by commas");
+      return usage("--local takes IPv4 or IPv6 addresses separated by commas");
     }
   } else if (option == "--format") {
     const auto format = stats::ParseSaveFormat(value);

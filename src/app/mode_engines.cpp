@@ -27,10 +27,17 @@ std::string SetUpFileMode(FileModeRun& run, const ProgramSettings& settings,
 }
 
 StatisticalRun::StatisticalRun(statistics::StatisticsLimits limits,
-                               const std::optional<std::vector<statistics::Ipv4>>& locals)
+                               const std::optional<std::vector<IpAddress>>& locals)
     : engine_(locals_, limits) {
   if (locals) {
-    locals_.Replace(*locals);
+    std::vector<statistics::Ipv4> v4;
+    std::vector<IpAddress> v6;
+    for (const IpAddress& address : *locals) {
+      if (address.isV4()) v4.push_back(address.v4());
+      else v6.push_back(address);
+    }
+    locals_.Replace(v4);
+    locals_.ReplaceIpv6(v6);
   } else {
     refresher_.emplace(locals_);
   }

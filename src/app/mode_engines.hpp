@@ -63,7 +63,7 @@ std::string SetUpFileMode(FileModeRun& run, const ProgramSettings& settings,
 class StatisticalRun {
  public:
   explicit StatisticalRun(statistics::StatisticsLimits limits,
-                          const std::optional<std::vector<statistics::Ipv4>>& locals = std::nullopt);
+                          const std::optional<std::vector<IpAddress>>& locals = std::nullopt);
   statistics::StatisticsEngine& Engine() { return engine_; }
   const statistics::StatisticsEngine& Engine() const { return engine_; }
   ModeCapture& Capture() { return capture_; }

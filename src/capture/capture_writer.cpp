@@ -185,10 +185,10 @@ bool CaptureFileWriter::Write(const FrameRecord& frame) {
   std::span<const std::uint8_t> bytes = frame.bytes;
   std::uint32_t wireLength = std::max(frame.wireLength, frame.length());
   if (linkType == kLinkTypeRawIp) {
-    // Raw IPv4 has no room for the pseudo header; anything that is not IPv4 has no place.
-    const bool ipv4 = bytes.size() >= kEthernetHeaderLength &&
-                      (bytes[12] << 8 | bytes[13]) == kEtherTypeIpv4;
-    if (!ipv4) {
+    // Raw IP has no room for the pseudo header; it holds IPv4 and IPv6 (told apart by the
+    // version nibble), and anything else has no place.
+    const int etherType = bytes.size() >= kEthernetHeaderLength ? bytes[12] << 8 | bytes[13] : 0;
+    if (etherType != kEtherTypeIpv4 && etherType != kEtherTypeIpv6) {
       ++leftOut_;
       return true;
     }

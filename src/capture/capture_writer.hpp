@@ -39,10 +39,10 @@ class CaptureFileWriter {
   bool Open(const std::string& path, std::optional<CaptureFileFormat> format = std::nullopt,
             CaptureOpenMode mode = CaptureOpenMode::Replace);
   // Frames of the adapter kind are written as Ethernet frames; frames of the Raw Sockets kind
-  // as raw IPv4, without the pseudo Ethernet header they carry here. A pcapng file describes
-  // one interface per kind it meets; a pcap file has one link type, that of its first frame,
-  // and writes later frames of the other kind in that shape (a non-IPv4 frame cannot be raw
-  // IPv4 and is left out). False with Error() set when writing failed.
+  // as raw IP (IPv4 or IPv6), without the pseudo Ethernet header they carry here. A pcapng file
+  // describes one interface per kind it meets; a pcap file has one link type, that of its first
+  // frame, and writes later frames of the other kind in that shape (a frame that is neither
+  // IPv4 nor IPv6 cannot be raw IP and is left out). False with Error() set when writing failed.
   bool Write(const FrameRecord& frame);
   // Hands what was written to the system; false with Error() set when that failed.
   bool Flush();

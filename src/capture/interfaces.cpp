@@ -31,15 +31,20 @@ IfaddrsList ReadIfaddrs() {
   return IfaddrsList(list);
 }
 
-std::string Dotted(const sockaddr* address) {
-  char text[INET_ADDRSTRLEN] = {};
-  const auto* in = reinterpret_cast<const sockaddr_in*>(address);
-  inet_ntop(AF_INET, &in->sin_addr, text, sizeof text);
+// The address as text: dotted IPv4, or IPv6 in its short form (no zone index: the address
+// alone names the interface when it is chosen).
+std::string AddressText(const sockaddr* address) {
+  char text[INET6_ADDRSTRLEN] = {};
+  if (address->sa_family == AF_INET) {
+    inet_ntop(AF_INET, &reinterpret_cast<const sockaddr_in*>(address)->sin_addr, text, sizeof text);
+  } else {
+    inet_ntop(AF_INET6, &reinterpret_cast<const sockaddr_in6*>(address)->sin6_addr, text, sizeof text);
+  }
   return text;
 }
 
-bool IsUpIpv4(const ifaddrs& entry) {
-  return entry.ifa_addr && entry.ifa_addr->sa_family == AF_INET && (entry.ifa_flags & IFF_UP);
+bool IsIp(const sockaddr* address) {
+  return address && (address->sa_family == AF_INET || address->sa_family == AF_INET6);
 }
 
 void AddAdapterRows(std::vector<InterfaceRow>& rows) {
@@ -52,11 +57,11 @@ void AddAdapterRows(std::vector<InterfaceRow>& rows) {
     row.kind = InterfaceKind::PacketDriver;
     row.device = device->name;
     row.name = device->description ? device->description : device->name;
+    // The first IPv4 address names the adapter; one with IPv6 only shows its first of those.
     for (const pcap_addr_t* address = device->addresses; address; address = address->next) {
-      if (address->addr && address->addr->sa_family == AF_INET) {
-        row.address = Dotted(address->addr);
-        break;
-      }
+      if (!IsIp(address->addr)) continue;
+      if (row.address.empty() || address->addr->sa_family == AF_INET) row.address = AddressText(address->addr);
+      if (address->addr->sa_family == AF_INET) break;
     }
     rows.push_back(std::move(row));
   }
@@ -73,9 +78,9 @@ InterfaceList ListInterfaces() {
     return list;
   }
   for (const ifaddrs* entry = addresses.get(); entry; entry = entry->ifa_next) {
-    if (!IsUpIpv4(*entry)) continue;
+    if (!IsIp(entry->ifa_addr) || !(entry->ifa_flags & IFF_UP)) continue;
     list.rows.push_back(InterfaceRow{InterfaceKind::RawSockets, entry->ifa_name,
-                                     Dotted(entry->ifa_addr), entry->ifa_name});
+                                     AddressText(entry->ifa_addr), entry->ifa_name});
   }
   AddAdapterRows(list.rows);
   return list;
@@ -92,12 +97,12 @@ std::optional<std::string> InterfaceHoldingAddress(std::string_view address) {
   if (!wanted) return std::nullopt;
   const IfaddrsList addresses = ReadIfaddrs();
   for (const ifaddrs* entry = addresses.get(); entry; entry = entry->ifa_next) {
-    if (!entry->ifa_addr || !(entry->ifa_flags & IFF_UP)) continue;
+    if (!IsIp(entry->ifa_addr) || !(entry->ifa_flags & IFF_UP)) continue;
     std::optional<IpAddress> held;
     if (entry->ifa_addr->sa_family == AF_INET) {
       const auto* in = reinterpret_cast<const sockaddr_in*>(entry->ifa_addr);
       held = IpAddress::V4Bytes(reinterpret_cast<const std::uint8_t*>(&in->sin_addr));
-    } else if (entry->ifa_addr->sa_family == AF_INET6) {
+    } else {
       held = IpAddress::V6Bytes(reinterpret_cast<const sockaddr_in6*>(entry->ifa_addr)->sin6_addr.s6_addr);
     }
     if (held == wanted) return std::string(entry->ifa_name);

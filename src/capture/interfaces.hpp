@@ -1,4 +1,4 @@
-// The interfaces a capture can use: a "Sockets" row for every IPv4 address of every interface
+// The interfaces a capture can use: a "Sockets" row for every IPv4 and IPv6 address of every interface
 // that is up (loopback included), and an adapter row for every libpcap device. Read-only
 // queries of the system; nothing here opens a capture.
 #pragma once
@@ -16,7 +16,8 @@ namespace vormelt {
 struct InterfaceRow {
   InterfaceKind kind = InterfaceKind::RawSockets;
   std::string name;     // "Name" column: interface name (Sockets) or the adapter's description
-  std::string address;  // "Address" column: dotted IPv4 (an adapter's first one, or empty)
+  std::string address;  // "Address" column: IPv4 or IPv6 text (an adapter's first IPv4, else
+                        // its first IPv6, or empty)
   std::string device;   // hidden column: the libpcap device name (also set for Sockets rows)
 };
 

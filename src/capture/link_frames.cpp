@@ -106,7 +106,8 @@ InterfaceKind KindForLinkType(int linkType) {
   switch (linkType) {
     case DLT_RAW:
     case kLinkTypeRaw:
-    case DLT_IPV4: return InterfaceKind::RawSockets;
+    case DLT_IPV4:
+    case DLT_IPV6: return InterfaceKind::RawSockets;
     default: return InterfaceKind::PacketDriver;
   }
 }
@@ -129,18 +130,25 @@ bool LinkTypeSupported(int linkType) {
 bool ToRawSocketsFrame(int linkType, std::span<const std::uint8_t> packet,
                        std::vector<std::uint8_t>& out) {
   LinkPayload payload;
-  if (!SplitLink(linkType, packet, payload) || payload.etherType != kEtherTypeIpv4) return false;
+  if (!SplitLink(linkType, packet, payload)) return false;
   // A raw socket hands over the datagram, not the frame: Ethernet pads short frames to 60
   // bytes, and those zeroes are no part of it. A length field below the header's own minimum
-  // is nonsense and cuts nothing.
+  // is nonsense and cuts nothing; an IPv6 payload length of 0 (a jumbogram) cuts nothing either.
   std::span<const std::uint8_t> datagram = payload.network;
-  if (const auto ip = Ipv4View::Parse(datagram)) {
-    const std::uint16_t totalLength = ip->totalLength();
-    if (totalLength >= Ipv4View::kFixedLength && totalLength < datagram.size()) {
-      datagram = datagram.first(totalLength);
+  std::size_t length = datagram.size();
+  if (payload.etherType == kEtherTypeIpv4) {
+    if (const auto ip = Ipv4View::Parse(datagram)) {
+      if (ip->totalLength() >= Ipv4View::kFixedLength) length = ip->totalLength();
     }
+  } else if (payload.etherType == kEtherTypeIpv6) {
+    if (const auto ip = Ipv6View::Parse(datagram)) {
+      if (ip->payloadLength() != 0) length = std::size_t{40} + ip->payloadLength();
+    }
+  } else {
+    return false;
   }
-  BuildFrame({}, nullptr, kEtherTypeIpv4, datagram, out);
+  if (length < datagram.size()) datagram = datagram.first(length);
+  BuildFrame({}, nullptr, payload.etherType, datagram, out);
   return true;
 }
 
@@ -168,15 +176,9 @@ ConvertedFrame ToFrame(int linkType, InterfaceKind kind, std::span<const std::ui
     return {ToRawSocketsFrame(linkType, packet, out) ? FrameOutcome::Kept : FrameOutcome::NotForRawSockets,
             kind};
   }
-  switch (TypeOfIpVersion(packet)) {
-    case kEtherTypeIpv4:
-      ToRawSocketsFrame(linkType, packet, out);
-      return {FrameOutcome::Kept, InterfaceKind::RawSockets};
-    case kEtherTypeIpv6:
-      ToAdapterFrame(linkType, packet, out);
-      return {FrameOutcome::Kept, InterfaceKind::PacketDriver};
-    default: return {FrameOutcome::NotIp, kind};
-  }
+  if (TypeOfIpVersion(packet) == 0) return {FrameOutcome::NotIp, kind};
+  ToRawSocketsFrame(linkType, packet, out);
+  return {FrameOutcome::Kept, InterfaceKind::RawSockets};
 }
 
 }  // namespace vormelt

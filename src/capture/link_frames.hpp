@@ -13,15 +13,15 @@ namespace vormelt {
 
 
 // Which kind a capture of this libpcap link type (DLT_*) yields when read from a file:
-// raw IP links give the Raw Sockets kind (pseudo header, no MAC addresses), the rest adapters.
+// raw IP links (IPv4, IPv6 or either) give the Raw Sockets kind (pseudo header, no MAC addresses), the rest adapters.
 InterfaceKind KindForLinkType(int linkType);
 // Whether ToRawSocketsFrame/ToAdapterFrame know the link type.
 bool LinkTypeSupported(int linkType);
 
-// Raw Sockets kind: keeps only IPv4, drops the link header and puts the 14-byte pseudo header
-// (zero MAC addresses, EtherType 0x0800) in front. Link padding behind the datagram (beyond its
-// IPv4 total length) is dropped, as a raw socket never sees it. False for anything that is not IPv4;
-// `out` then holds nothing useful.
+// Raw Sockets kind: keeps IPv4 and IPv6, drops the link header and puts the 14-byte pseudo
+// header (zero MAC addresses, EtherType 0x0800 or 0x86DD) in front. Link padding behind the
+// datagram (beyond its IPv4 total length or IPv6 payload length) is dropped, as a raw socket
+// never sees it. False for anything that is not IP; `out` then holds nothing useful.
 bool ToRawSocketsFrame(int linkType, std::span<const std::uint8_t> packet,
                        std::vector<std::uint8_t>& out);
 
@@ -36,15 +36,15 @@ enum class FrameOutcome : std::uint8_t {
   Kept,         // `out` holds the frame, of the kind returned
   NotIp,        // a raw IP link's packet whose version nibble is neither 4 nor 6
   CutShort,     // shorter than its link header
-  NotForRawSockets,  // not IPv4, on a Raw Sockets capture of another link: by design, not a loss
+  NotForRawSockets,  // not IP, on a Raw Sockets capture of another link: by design, not a loss
 };
 struct ConvertedFrame {
   FrameOutcome outcome = FrameOutcome::Kept;
   InterfaceKind kind = InterfaceKind::RawSockets;
 };
-// The one conversion a capture makes. Raw IP links carry IPv4 or IPv6 by the version nibble:
-// IPv4 becomes a Raw Sockets frame, IPv6 the same frame an IPv6 link gives (adapter kind,
-// EtherType 0x86DD), so a file's packets do not depend on which of the two it was saved as.
+// The one conversion a capture makes. Raw IP links carry IPv4 or IPv6 by the version nibble;
+// both become Raw Sockets frames, as a live Raw Sockets capture gives them, so a file's packets
+// do not depend on which raw IP link type it was saved as, nor on whether it was written by us.
 ConvertedFrame ToFrame(int linkType, InterfaceKind kind, std::span<const std::uint8_t> packet,
                        std::vector<std::uint8_t>& out);
 

@@ -51,7 +51,7 @@ Bytes NullHeader(std::uint32_t family, bool networkOrder, const Bytes& network) 
   return Concat(header, network);
 }
 
-TEST(LinkFrames, RawSocketsKindKeepsOnlyIpv4BehindThePseudoHeader) {
+TEST(LinkFrames, RawSocketsKindKeepsOnlyIpBehindThePseudoHeader) {
   const Bytes expected = test::RawSocketsFrame(Ip4());
   const std::pair<int, Bytes> links[] = {
       {DLT_EN10MB, test::EthernetFrame(kDestination, kSource, kEtherTypeIpv4, Ip4())},
@@ -75,7 +75,12 @@ TEST(LinkFrames, RawSocketsKindKeepsOnlyIpv4BehindThePseudoHeader) {
                                  test::EthernetFrame(kDestination, kSource, kEtherTypeArp,
                                                      test::ArpPacket({})),
                                  out));
-  EXPECT_FALSE(ToRawSocketsFrame(DLT_NULL, NullHeader(10, false, Ip6()), out));
+  // IPv6 alike, cut to its payload length; a jumbogram's length of 0 cuts nothing.
+  const Bytes withHeader = test::Ipv6Frame("2001:db8::1", "::1", 59, Bytes(4, 7)), six(withHeader.begin() + 14, withHeader.end());
+  ASSERT_TRUE(ToRawSocketsFrame(DLT_EN10MB, test::EthernetFrame(kDestination, kSource, kEtherTypeIpv6, Concat(six, Bytes(8, 0))), out));
+  EXPECT_EQ(out, test::EthernetFrame({}, {}, kEtherTypeIpv6, six));
+  ASSERT_TRUE(ToRawSocketsFrame(DLT_RAW, Concat(Ip6(), Bytes(8, 0)), out));
+  EXPECT_EQ(out.size(), 14 + Ip6().size() + 8);
 }
 
 TEST(LinkFrames, AdapterKindBuildsAnEthernetHeaderFromTheLinksOwn) {
@@ -102,7 +107,7 @@ TEST(LinkFrames, ShortPacketsAndUnknownLinksAreRefused) {
 }
 
 // A raw IP link carries IPv4 or IPv6 by the version nibble: its IPv6 packets come out exactly
-// as an IPv6 link's do, and what is neither is refused as not IP.
+// as an IPv6 link's and a live Raw Sockets capture's do, and what is neither is refused as not IP.
 TEST(LinkFrames, RawIpCarriesIpv6AsAnIpv6LinkDoes) {
   Bytes out, reference;
   const ConvertedFrame fromIpv6 = ToFrame(DLT_IPV6, KindForLinkType(DLT_IPV6), Ip6(), reference);
@@ -111,17 +116,20 @@ TEST(LinkFrames, RawIpCarriesIpv6AsAnIpv6LinkDoes) {
     const InterfaceKind kind = KindForLinkType(link);
     const ConvertedFrame six = ToFrame(link, kind, Ip6(), out);
     EXPECT_EQ(six.outcome, FrameOutcome::Kept);
-    EXPECT_EQ(six.kind, fromIpv6.kind);
+    EXPECT_EQ(six.kind, InterfaceKind::RawSockets);
     EXPECT_EQ(out, reference);
     EXPECT_EQ(ToFrame(link, kind, Ip4(), out).kind, InterfaceKind::RawSockets);
     EXPECT_EQ(out, test::RawSocketsFrame(Ip4()));
     EXPECT_EQ(ToFrame(link, kind, Concat({0x50}, Bytes(39, 0)), out).outcome, FrameOutcome::NotIp);
     EXPECT_EQ(ToFrame(link, kind, {}, out).outcome, FrameOutcome::NotIp);
   }
-  // Live Raw Sockets on an Ethernet link see IPv4 only, by design; a cut cooked header is a loss.
+  // Live Raw Sockets on an Ethernet link see both IP versions, as a raw IP link gives them, and
+  // nothing else, by design; a cut cooked header is a loss.
   const Bytes arp = test::EthernetFrame(kDestination, kSource, kEtherTypeArp, test::ArpPacket({}));
   EXPECT_EQ(ToFrame(DLT_EN10MB, InterfaceKind::RawSockets, arp, out).outcome,
             FrameOutcome::NotForRawSockets);
+  EXPECT_EQ(ToFrame(DLT_EN10MB, InterfaceKind::RawSockets, test::EthernetFrame(kDestination, kSource, kEtherTypeIpv6, Ip6()), out).kind, fromIpv6.kind);
+  EXPECT_EQ(out, reference);
   EXPECT_EQ(ToFrame(DLT_LINUX_SLL, InterfaceKind::PacketDriver, Bytes(15, 0), out).outcome,
             FrameOutcome::CutShort);
 }

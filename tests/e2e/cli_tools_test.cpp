@@ -61,6 +61,7 @@ TEST(CliNames, PrintsTableTextsByteForByte) {
       {{"names", "tcp", "1"}, "Port Service Multiplexer\n"},
       {{"names", "proto", "35"}, "IDPR \n"},  // the table's own trailing blank stays
       {{"names", "proto", "200"}, "\xC2\xBF?\n"},  // the filler character arrives as UTF-8
+      {{"names", "proto", "58"}, "ICMPv6\n"},
       {{"names", "vendor", "08:00:30"}, "NETWORK RESEARCH CORPORATION\n"},  // first of three
       {{"names", "vendor", "12:34:56"}, "_Unknown vendor code_\n"},
       {{"names", "ethertype", "34902"}, "bootstrap/config\n"},  // 0x8856: the later entry wins

@@ -1,13 +1,20 @@
 #!/usr/bin/env python3
-"""Serves real files over loopback while `vormelt-cli files --live 127.0.0.1` listens and tcpdump
+"""Serves real files over loopback while `vormelt-cli files --live HOST` listens and tcpdump
 records, fetches each with curl, then checks the written bodies against the served ones, live
-and again from tcpdump's capture with --read. Exit 0 passed, 1 failed, 77 cannot run here.
+and again from tcpdump's capture with --read. On ::1 (run it in a network namespace of its own)
+`packets --live ::1 --write` and `stats --live ::1` listen too, and must see the packets tshark
+sees in tcpdump's capture: the same addresses and ports, and as many.
+Exit 0 passed, 1 failed, 77 cannot run here.
 
-Usage: files_loopback.py VORMELT_CLI WORK_DIR"""
-import gzip, hashlib, http.server, json, os, random, signal, socketserver, subprocess, sys
-import threading, time
+Without HOST it runs on 127.0.0.1, then on ::1 in a network namespace of its own.
+Usage: files_loopback.py VORMELT_CLI WORK_DIR [HOST]"""
+import collections, gzip, hashlib, http.server, json, os, random, signal, socket, socketserver
+import subprocess, sys, threading, time
 
 CLI, WORK = sys.argv[1], sys.argv[2]
+HOST = sys.argv[3] if len(sys.argv) > 3 else None
+V6 = ":" in (HOST or "")
+URL_HOST = f"[{HOST}]" if V6 else HOST
 rand = random.Random(11)
 PLAIN = bytes(rand.getrandbits(8) for _ in range(180_000))
 CHUNKED = b"".join(b"line %d of a chunked page\n" % i for i in range(3000))
@@ -131,11 +138,50 @@ def wait_capturing(pid, seconds):
     return False
 
 
+def tshark(pcap, fields, filter):
+    run = subprocess.run(["tshark", "-r", pcap, "-Y", filter, "-T", "fields"] + sum((["-e", f] for f in fields), []),
+                         capture_output=True, text=True, timeout=60)
+    return collections.Counter(run.stdout.splitlines())
+
+
+def same_as_tshark(pcap, port):
+    """Our --write output and tcpdump's capture of the same traffic hold the same packets (source,
+    destination, ports), `packets` listed them with those addresses and ports, and `stats`
+    counted each of them."""
+    fields = ["ipv6.src", "ipv6.dst", "tcp.srcport", "tcp.dstport"]
+    wanted = tshark(pcap, fields, f"tcp.port == {port}")
+    ours = tshark(os.path.join(WORK, "sockets.pcap"), fields, f"tcp.port == {port}")
+    ok = True
+    if not wanted or ours != wanted:
+        print("packets --write differs from tcpdump (tshark on both):", wanted, ours)
+        ok = False
+    listed = collections.Counter()
+    with open(os.path.join(WORK, "packets.txt"), errors="replace") as rows:
+        for row in rows:
+            words = row.split()
+            if str(port) in words and "::1" in words:
+                listed[row.count("::1")] += 1
+    if listed != collections.Counter({2: sum(wanted.values())}):
+        print("packets listed", dict(listed), "rows from ::1 to ::1 on our port; tshark saw", sum(wanted.values()))
+        ok = False
+    with open(os.path.join(WORK, "stats.json")) as table:
+        records = json.load(table)
+    total = sum(wanted.values())
+    counted = [r for r in records if r.get("address") == "::1"]
+    if len(counted) != 1 or int(counted[0].get("packetsFrom", -1)) != total:
+        print("stats counted", counted, "for ::1; tshark saw", total, "packets")
+        ok = False
+    return ok
+
+
 def main():
     if os.geteuid() != 0:
         print("needs root to capture on loopback")
         return 77
-    server = socketserver.ThreadingTCPServer(("127.0.0.1", 0), Handler)
+    class Server(socketserver.ThreadingTCPServer):
+        address_family = socket.AF_INET6 if V6 else socket.AF_INET
+
+    server = Server((HOST, 0), Handler)
     server.daemon_threads = True
     port = server.server_address[1]
     threading.Thread(target=server.serve_forever, daemon=True).start()
@@ -145,22 +191,28 @@ def main():
                             stderr=subprocess.DEVNULL)
     # The default quiet time: a loaded machine may stall a sender for longer than a shorter one,
     # and the run below waits for the files, not for the time.
-    live = subprocess.Popen([CLI, "files", "--live", "127.0.0.1", "--out", live_out, "--template", "%FCS",
+    live = subprocess.Popen([CLI, "files", "--live", HOST, "--out", live_out, "--template", "%FCS",
                              "--ack-timeout-ms", "1000", "--seconds", "120",
                              "--manifest", os.path.join(WORK, "live.jsonl")],
                             stdout=subprocess.PIPE, stderr=subprocess.PIPE)
     reader = threading.Thread(target=lambda: live.stdout.read(), daemon=True)
     reader.start()
+    listeners = [dump, live]
+    if V6:
+        listeners += [subprocess.Popen([CLI, "packets", "--live", HOST, "--write", os.path.join(WORK, "sockets.pcap")],
+                                       stdout=open(os.path.join(WORK, "packets.txt"), "wb"), stderr=subprocess.DEVNULL),
+                      subprocess.Popen([CLI, "stats", "--live", HOST, "--table", "ip", "--format", "json"],
+                                       stdout=open(os.path.join(WORK, "stats.json"), "wb"), stderr=subprocess.DEVNULL)]
     manifest_path = os.path.join(WORK, "live.jsonl")
-    # Both must be capturing before the first request, however long starting takes here.
-    for process in (dump, live):
+    # All must be capturing before the first request, however long starting takes here.
+    for process in listeners:
         if not wait_capturing(process.pid, 30):
             print(f"pid {process.pid} never started capturing on lo")
-            for p in (dump, live):
+            for p in listeners:
                 p.kill()
             return 1
     for path in ("plain", "chunked", "gzip", "closed", "partial", "missing"):
-        subprocess.run(["curl", "-s", "-o", os.devnull, f"http://127.0.0.1:{port}/{path}"], timeout=30)
+        subprocess.run(["curl", "-s", "-o", os.devnull, f"http://{URL_HOST}:{port}/{path}"], timeout=30)
     # Stopped once it has written what it was sent (or after a minute, to report what is missing)
     # and the 206 and 404 streams have had their quiet time and a pass: a stop drops streams
     # still filling, which must not pass for "nothing written".
@@ -173,8 +225,9 @@ def main():
     err = live.stderr.read()
     live.wait(timeout=30)
     reader.join(timeout=10)
-    dump.send_signal(signal.SIGINT)
-    dump.wait(timeout=10)
+    for process in listeners[:1] + listeners[2:]:
+        process.send_signal(signal.SIGINT)
+        process.wait(timeout=30)
     server.shutdown()
     if live.returncode != 0:
         print("live run failed:", live.returncode, err.decode(errors="replace"))
@@ -187,9 +240,23 @@ def main():
     read = subprocess.run([CLI, "files", "--read", pcap, "--out", read_out, "--template", "%FCS"],
                           capture_output=True, timeout=60)
     ok = check("read", read_out) and ok
+    if V6:
+        ok = same_as_tshark(pcap, port) and ok
     print("passed" if ok else "failed")
     return 0 if ok else 1
 
 
+def both():
+    """127.0.0.1 here, then ::1 in a namespace of its own (skipped without tshark to compare)."""
+    status = subprocess.run([sys.executable, __file__, CLI, os.path.join(WORK, "v4"), "127.0.0.1"]).returncode
+    if status != 0 or subprocess.run(["which", "tshark"], capture_output=True).returncode != 0:
+        return status
+    return subprocess.run(["unshare", "--net", "sh", "-c", 'ip link set lo up && exec "$@"', "-",
+                           sys.executable, __file__, CLI, os.path.join(WORK, "v6"), "::1"]).returncode
+
+
 if __name__ == "__main__":
+    if HOST is None:
+        sys.exit(both())
+    os.makedirs(WORK, exist_ok=True)
     sys.exit(main())

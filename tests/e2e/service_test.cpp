@@ -263,11 +263,13 @@ TEST(SettingsCommand, RefusedValuesExitTwoAndLeaveTheFileAsItWas) {
     return RunCli({"settings", "set", key, value, "--config", dir.path()}).status;
   };
   ASSERT_EQ(set("statistics.maxItems", "8192"), 0);
+  ASSERT_EQ(set("interface.address", "2001:db8::2"), 0);
   const std::string before = ReadFile(dir.File("settings.json"));
   EXPECT_EQ(set("statistics.maxItems", "8193"), 2);      // beyond the tables
   EXPECT_EQ(set("statistics.maxItems", "12abc"), 2);
   EXPECT_EQ(set("general.rememberedMode", "4"), 2);      // no window remembers it
   EXPECT_EQ(set("interface.address", "127.0.0"), 2);
+  EXPECT_EQ(set("interface.address", "fe80::1%lo"), 2);  // a zone index names no one address
   EXPECT_EQ(set("packetMode.dateTimeTemplate", "\xff\xfe"), 2);  // not UTF-8: would not read back
   EXPECT_EQ(set("general", "1"), 2);                     // a group, not a value
   EXPECT_EQ(set("general.nothing", "1"), 2);

@@ -1,5 +1,5 @@
-// Fuzz target for the statistics engine: the input becomes a run of IP packets (raw, or built
-// around a few addresses so that records meet and tables fill), Ethernet frames, list-size
+// Fuzz target for the statistics engine: the input becomes a run of IPv4 and IPv6 packets (raw,
+// or built around a few addresses so that records meet and tables fill), Ethernet frames, list-size
 // changes and clears. After every packet the address table must equal a plain model of the
 // counting rules whose victim is found by a pass over every slot (lowest slot among equals),
 // and at the end every list must save as valid JSON with one object per record.
@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "common/frame_sink.hpp"
+#include "packets/headers.hpp"
 #include "statistics/engine.hpp"
 #include "statistics/lists.hpp"
 #include "statistics/local_addresses.hpp"
@@ -26,13 +27,14 @@ void Check(bool condition) {
   if (!condition) std::abort();
 }
 
+using vormelt::IpAddress;
 using vormelt::test::ByteReader;
 
 // The address table as the rules state it: linear lookups, and a full table's victim found by
 // one pass over the used slots with a strict comparison.
 class ModelIpTable {
  public:
-  void Count(Ipv4 source, Ipv4 destination, std::int64_t bytes, std::int64_t sequence) {
+  void Count(const IpAddress& source, const IpAddress& destination, std::int64_t bytes, std::int64_t sequence) {
     const int sourceSlot = Find(source), destinationSlot = Find(destination);
     if (sourceSlot >= 0) Touch(records_[sourceSlot], true, bytes, sequence);
     if (destinationSlot >= 0) Touch(records_[destinationSlot], false, bytes, sequence);
@@ -45,9 +47,9 @@ class ModelIpTable {
   const std::vector<IpRecord>& Records() const { return records_; }
 
  private:
-  int Find(Ipv4 address) const {
+  int Find(const IpAddress& address) const {
     for (std::size_t i = 0; i < records_.size(); ++i) {
-      if (records_[i].address == vormelt::IpAddress::V4(address)) return static_cast<int>(i);
+      if (records_[i].address == address) return static_cast<int>(i);
     }
     return -1;
   }
@@ -71,14 +73,14 @@ class ModelIpTable {
     }
     return victim;
   }
-  void Create(Ipv4 address, bool from, bool to, std::int64_t bytes, std::int64_t sequence) {
+  void Create(const IpAddress& address, bool from, bool to, std::int64_t bytes, std::int64_t sequence) {
     std::size_t slot = records_.size();
     if (static_cast<std::int32_t>(slot) < limits_.maxItems) {
       records_.emplace_back();
     } else {
       slot = Victim();
     }
-    records_[slot] = IpRecord{.address = vormelt::IpAddress::V4(address)};
+    records_[slot] = IpRecord{.address = address};
     if (from) Touch(records_[slot], true, bytes, sequence);
     if (to) Touch(records_[slot], false, bytes, sequence);
   }
@@ -91,7 +93,8 @@ StatisticsLimits LimitsFrom(std::uint8_t byte) {
   return {1 + (byte & 0x0F), static_cast<VictimPolicy>((byte >> 4) % 3)};
 }
 
-// An IPv4 packet between two of four addresses (one of them local), the rest from the input.
+// An IPv4 packet between two of four addresses (one of them local), the rest from the input;
+// an IPv6 one between the same four (as ::a.b.c.d, no extension header) when it picks version 6.
 std::vector<std::uint8_t> BuiltPacket(std::uint8_t control, ByteReader& in, Ipv4 local) {
   const Ipv4 pool[4] = {0x0A000001, 0x0A000002, local, 0xC0000201};
   const Ipv4 source = pool[control & 3], destination = pool[(control >> 2) & 3];
@@ -99,27 +102,38 @@ std::vector<std::uint8_t> BuiltPacket(std::uint8_t control, ByteReader& in, Ipv4
   const std::uint8_t protocol = kProtocols[(control >> 4) & 3] ? kProtocols[(control >> 4) & 3] : in.Byte();
   std::vector<std::uint8_t> ip(20, 0);
   ip[0] = control & 0x40 ? in.Byte() : 0x45;
-  ip[2] = in.Byte();
-  ip[3] = in.Byte();
-  ip[9] = protocol;
-  for (int i = 0; i < 4; ++i) {
-    ip[12 + i] = static_cast<std::uint8_t>(source >> (24 - 8 * i));
-    ip[16 + i] = static_cast<std::uint8_t>(destination >> (24 - 8 * i));
+  const bool six = ip[0] >> 4 == 6;
+  if (six) ip.assign(40, 0), ip[0] = 0x60;
+  ip[six ? 4 : 2] = in.Byte();
+  ip[six ? 5 : 3] = in.Byte();
+  ip[six ? 6 : 9] = protocol;
+  for (std::size_t i = 0, at = six ? 20 : 12, gap = six ? 16 : 4; i < 4; ++i) {
+    ip[at + i] = static_cast<std::uint8_t>(source >> (24 - 8 * i));
+    ip[at + gap + i] = static_cast<std::uint8_t>(destination >> (24 - 8 * i));
   }
   const auto rest = in.Take(in.Byte());
   ip.insert(ip.end(), rest.begin(), rest.end());
   return ip;
 }
 
-// What the engine counts a counted packet with: TCP trusts a smaller total length.
+bool IsIpv6(std::span<const std::uint8_t> ip) { return !ip.empty() && ip[0] >> 4 == 6; }
+
+// What the engine counts a counted packet with: TCP trusts a smaller total (IPv6: payload)
+// length. Which protocol an IPv6 packet carries is its header chain's to say.
 std::int64_t CountedBytes(std::span<const std::uint8_t> ip) {
   std::size_t length = ip.size();
-  if (ip[9] == 6) length = std::min<std::size_t>(length, std::size_t{ip[2]} << 8 | ip[3]);
+  if (IsIpv6(ip)) {
+    const auto view = vormelt::Ipv6View::Parse(ip);
+    if (view->Chain(ip.size()).protocol == 6) length = std::min<std::size_t>(length, 40 + view->payloadLength());
+  } else if (ip[9] == 6) {
+    length = std::min<std::size_t>(length, std::size_t{ip[2]} << 8 | ip[3]);
+  }
   return static_cast<std::int64_t>(length) + 14;
 }
 
-Ipv4 Address(std::span<const std::uint8_t> ip, std::size_t at) {
-  return Ipv4{ip[at]} << 24 | Ipv4{ip[at + 1]} << 16 | Ipv4{ip[at + 2]} << 8 | ip[at + 3];
+IpAddress Address(std::span<const std::uint8_t> ip, bool source) {
+  if (IsIpv6(ip)) return IpAddress::V6Bytes(ip.data() + (source ? 8 : 24));
+  return IpAddress::V4Bytes(ip.data() + (source ? 12 : 16));
 }
 
 void CompareWithModel(const StatisticsEngine& engine, const ModelIpTable& model) {
@@ -153,6 +167,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   static LocalAddressList locals;
   static StatisticsEngine engine(locals);
   locals.Replace(std::vector<Ipv4>{local});
+  locals.ReplaceIpv6(std::vector<IpAddress>{*IpAddress::Parse("::127.0.0.1")});
   const StatisticsLimits limits = LimitsFrom(in.Byte());
   engine.ClearAll();
   engine.SetLimits(limits);
@@ -183,22 +198,25 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::int64_t before = engine.PacketSequence();
     if (control & 0x20) {  // through the capture loop's door: an Ethernet frame
       frame.assign(12, 0);
-      frame.push_back(0x08);
-      frame.push_back(control & 0x02 ? 0x06 : 0x00);  // ARP now and then: skipped
+      const bool six = IsIpv6(ip) && !(control & 0x02);
+      frame.push_back(six ? 0x86 : 0x08);
+      frame.push_back(six ? 0xDD : control & 0x02 ? 0x06 : 0x00);  // ARP now and then: skipped
       frame.insert(frame.end(), ip.begin(), ip.end());
       frame.resize(frame.size() + vormelt::kFrameSpareBytes, 0);
       vormelt::FrameRecord record;
       record.bytes = std::span<const std::uint8_t>(frame.data(), frame.size() - vormelt::kFrameSpareBytes);
       record.wireLength = static_cast<std::uint32_t>(record.bytes.size());
       engine.Take(record);
+    } else if (IsIpv6(ip)) {
+      engine.CountIpv6Packet(ip);
     } else {
       engine.CountPacket(ip);
     }
     const std::int64_t after = engine.PacketSequence();
     Check(after == before || after == before + 1);
     if (after == before + 1) {
-      Check(ip.size() >= 20 && (ip[0] >> 4) == 4);
-      model.Count(Address(ip, 12), Address(ip, 16), CountedBytes(ip), after);
+      Check(IsIpv6(ip) ? ip.size() >= 40 : ip.size() >= 20 && (ip[0] >> 4) == 4);
+      model.Count(Address(ip, true), Address(ip, false), CountedBytes(ip), after);
     }
     CompareWithModel(engine, model);
   }

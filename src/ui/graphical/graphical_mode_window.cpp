@@ -88,7 +88,11 @@ std::map<std::string, std::vector<std::string>> HostAddressesByDevice(std::optio
   failure = list.failure;
   std::map<std::string, std::vector<std::string>> byDevice;
   for (const InterfaceRow& row : list.rows) {
-    if (row.kind == InterfaceKind::RawSockets) byDevice[row.device].push_back(row.address);
+    // IPv4 ones only: the notices name addresses in dotted form, and a capture on an interface's
+    // IPv4 address sees its IPv6 traffic as well.
+    if (row.kind == InterfaceKind::RawSockets && row.address.find(':') == std::string::npos) {
+      byDevice[row.device].push_back(row.address);
+    }
   }
   return byDevice;
 }
