@@ -36,8 +36,11 @@ int LitPixelsAfter(const test::TempDir& dir, const std::string& arguments, int s
                              "); do import -window root " + Quoted(shot) + "-$i.png; sleep 1; done" +
                              "; kill $p; wait $p";
   int status = 0;
-  test::ShellOutput("timeout 90 xvfb-run -a -s '-screen 0 1024x768x24' sh -c " + Quoted(script) +
-                        " >/dev/null 2>&1", &status);
+  // Each test program looks for a free display from a number of its own: two xvfb-run -a started
+  // at once by ctest -j2 may otherwise both take the first free one.
+  const std::string firstDisplay = std::to_string(100 + getpid() % 800);
+  test::ShellOutput("timeout 120 xvfb-run -a -n " + firstDisplay + " -s '-screen 0 1024x768x24' sh -c " +
+                        Quoted(script) + " >/dev/null 2>&1", &status);
   int most = -1;
   for (int i = 1; i <= shots; ++i) {
     const std::string file = shot + "-" + std::to_string(i) + ".png";
@@ -60,9 +63,10 @@ TEST(GraphicalScreen, ReplayedCaptureFileDrawsLabelsAndLines) {
   SkipWithoutDisplayTools();
   test::TempDir dir;
   {
-    // Twelve hosts talking for eight seconds, so lines are still being drawn at the photograph.
+    // Twelve hosts talking for twenty seconds, so lines are still being drawn at the photographs
+    // even when a loaded machine starts the program late.
     test::PcapFileWriter pcap(dir.File("talk.pcap"), test::kLinkRaw);
-    for (int i = 0; i < 800; ++i) {
+    for (int i = 0; i < 2000; ++i) {
       test::Ipv4Header ip;
       ip.source = {10, 0, 0, static_cast<std::uint8_t>(1 + i % 12)};
       ip.destination = {192, 168, 0, static_cast<std::uint8_t>(1 + (i * 7) % 12)};
@@ -70,7 +74,8 @@ TEST(GraphicalScreen, ReplayedCaptureFileDrawsLabelsAndLines) {
                  (i % 100) * 10000);
     }
   }
-  const int lit = LitPixelsAfter(dir, "-noinstall -gp_mode auto_listen --read " + dir.File("talk.pcap"), 4);
+  const int lit = LitPixelsAfter(dir, "-noinstall -gp_mode auto_listen --read " + dir.File("talk.pcap"), 4,
+                                 "true", 14);
   ASSERT_GE(lit, 0) << "no screenshot was taken";
   EXPECT_GT(lit, kEnoughLitPixels);
 }
@@ -79,11 +84,11 @@ TEST(GraphicalScreen, LivePingOnLoopbackShowsUp) {
   SkipWithoutDisplayTools();
   if (geteuid() != 0) GTEST_SKIP() << "live capture needs root";
   test::TempDir dir;
-  // Before the first packet the picture is black; ping (bounded: 1,200 packets, 12 s) from
+  // Before the first packet the picture is black; ping (bounded: 2,400 packets, 24 s) from
   // 127.0.0.1 to 127.0.0.2 lights two labels (about 240 pixels each) and the line between;
   // every 10 ms, so the line is always there when a photograph is taken.
   const int lit = LitPixelsAfter(dir, "-noinstall -gp_mode auto_listen", 3,
-                                 "sleep 1; ping -c 1200 -i 0.01 -w 12 127.0.0.2");
+                                 "sleep 1; ping -c 2400 -i 0.01 -w 24 127.0.0.2", 14);
   ASSERT_GE(lit, 0) << "no screenshot was taken";
   EXPECT_GT(lit, 2 * 240 + 50);
 }
