@@ -16,8 +16,9 @@
 
 namespace vormelt {
 
-// The largest frame any sink is handed: a 65,535-byte datagram behind the 14-byte header.
-inline constexpr std::uint32_t kMaxFrameLength = 65535 + kEthernetHeaderLength;
+// The largest frame any sink is handed: the longest IPv6 packet behind the 14-byte header (a
+// loopback IPv6 segment is that long; the longest IPv4 datagram is 40 bytes shorter).
+inline constexpr std::uint32_t kMaxFrameLength = kMaxIpv6PacketLength + kEthernetHeaderLength;
 // Zeroed, readable bytes that follow the last byte of every frame handed to a sink. Parsers
 // written against fixed header offsets may read that far past a short frame and see zeroes.
 inline constexpr std::uint32_t kFrameSpareBytes = 88;

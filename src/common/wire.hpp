@@ -8,6 +8,10 @@
 namespace vormelt {
 
 inline constexpr std::uint32_t kEthernetHeaderLength = 14;
+// The longest IP packets: IPv4's total length counts its header; IPv6's payload length does not
+// count the 40 fixed bytes in front of it (jumbograms aside, which no link here carries).
+inline constexpr std::uint32_t kMaxIpv4PacketLength = 65535;
+inline constexpr std::uint32_t kMaxIpv6PacketLength = 40 + 65535;
 
 inline constexpr std::uint16_t kEtherTypeIpv4 = 0x0800;
 inline constexpr std::uint16_t kEtherTypeArp = 0x0806;

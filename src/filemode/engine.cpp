@@ -90,9 +90,10 @@ SinkVerdict FileModeEngine::Take(const FrameRecord& frame) {
   if (frame.length() < kEthernetHeaderLength) return SinkVerdict::Skipped;
   const auto ip = frame.bytes.subspan(kEthernetHeaderLength);
   bytesReceived_.fetch_add(ip.size(), std::memory_order_relaxed);
-  if (ip.size() < kMinPacketLength || ip.size() >= kMaxPacketLength) return SinkVerdict::Skipped;
   const std::uint16_t etherType = FrameView(frame.bytes.data(), frame.length()).etherType();
   if (etherType != kEtherTypeIpv4 && etherType != kEtherTypeIpv6) return SinkVerdict::Skipped;
+  const std::uint32_t tooLong = etherType == kEtherTypeIpv4 ? kMaxPacketLength : kMaxIpv6Length;
+  if (ip.size() < kMinPacketLength || ip.size() >= tooLong) return SinkVerdict::Skipped;
   if (options_.applyFilters && filter_ &&
       !filter_->PassesFilters(frame.bytes.data(), frame.length(), false, true)) {
     return SinkVerdict::Skipped;

@@ -79,7 +79,7 @@ AppendResult StreamTable::Append(std::span<const std::uint8_t> ip, std::int64_t 
 // IPv6 keeps the IPv4 rules: the length the header gives cuts link padding, and the TCP header
 // is found behind the extension headers; a fragment or a chain cut short is no stream's data.
 AppendResult StreamTable::AppendIpv6(std::span<const std::uint8_t> ip, std::int64_t nowMs) {
-  if (ip.size() >= kMaxPacketLength) return AppendResult::NotTcpData;
+  if (ip.size() >= kMaxIpv6Length) return AppendResult::NotTcpData;
   const auto whole = Ipv6View::Parse(ip);
   if (!whole) return AppendResult::NotTcpData;
   const std::size_t total = Ipv6View::kFixedLength + whole->payloadLength();

@@ -16,6 +16,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "common/wire.hpp"
 #include "filemode/stream_bytes.hpp"
 #include "packets/headers.hpp"
 
@@ -25,7 +26,8 @@ inline constexpr std::uint32_t kSlotCapacity = 100'000;  // "100,000 simultaneou
 inline constexpr std::uint32_t kNoSlot = kSlotCapacity;
 inline constexpr int kDirtySlotShift = 17;                // dirty slots 0 .. 32,767
 inline constexpr std::uint32_t kMinPacketLength = 40;     // IP and TCP headers, no options
-inline constexpr std::uint32_t kMaxPacketLength = 65536;  // this long or longer is dropped
+inline constexpr std::uint32_t kMaxPacketLength = kMaxIpv4PacketLength + 1;  // this long or longer is dropped
+inline constexpr std::uint32_t kMaxIpv6Length = kMaxIpv6PacketLength + 1;     // the same for IPv6
 inline constexpr std::uint32_t kIpHeaderLength = 20;      // the stored layout assumes no options
 // What the memory display counts per segment on top of the packet itself.
 inline constexpr std::int64_t kSegmentRecordBytes = 12;

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <utility>
 
+#include "common/frame_sink.hpp"
 #include "common/wire.hpp"
 #include "packets/headers.hpp"
 
@@ -15,7 +16,7 @@ namespace vormelt {
 namespace {
 
 // The largest payload a stored frame can have; the per-thread buffer is sized for it once.
-constexpr std::size_t kLargestPayload = 65535 + kEthernetHeaderLength;
+constexpr std::size_t kLargestPayload = kMaxFrameLength;
 
 using ByteTable = std::array<char, 256>;
 

@@ -89,7 +89,7 @@ void StatisticsEngine::CountPacket(std::span<const std::uint8_t> received) {
 // IPv6 follows the IPv4 rules: TCP counts no more than the header's length says, and ports
 // are read behind the extension headers, never from a fragment that holds no TCP or UDP header.
 void StatisticsEngine::CountIpv6Packet(std::span<const std::uint8_t> received) {
-  if (received.size() > kMaxPacketLength) return;
+  if (received.size() > kMaxIpv6PacketLength) return;
   const std::optional<Ipv6View> ip = Ipv6View::Parse(received);
   if (!ip) return;
   const Ipv6Chain chain = ip->Chain(received.size());

@@ -18,7 +18,7 @@
 namespace vormelt::statistics {
 
 // The largest buffer counted; anything longer cannot be one IP datagram (no IPv6 jumbograms).
-inline constexpr std::size_t kMaxPacketLength = 65535;
+inline constexpr std::size_t kMaxPacketLength = kMaxIpv4PacketLength;
 
 struct StatisticsLimits {
   std::int32_t maxItems = 256;  // 1 .. kTableCapacity, the same for every table

@@ -330,6 +330,25 @@ TEST(FileModeEngine, HttpOverBothFamiliesFromARealCapture) {
   EXPECT_EQ(bodies.size(), 2u);
 }
 
+// Loopback carries IPv6 segments up to the longest payload length, 40 bytes past the longest
+// IPv4 datagram: such a segment is taken whole, not cut where an IPv4 one would end.
+TEST(FileModeEngine, TheLongestIpv6SegmentIsTakenWhole) {
+  const std::string body(65515 - 42, 'v');
+  test::Bytes segment{0, 80, 0x9c, 0x40, 0, 0, 0, 1, 0, 0, 0, 100, 0x50, 0x18, 0xff, 0xff, 0, 0, 0, 0};
+  for (const char c : Response("Content-Length: 65473\r\n", body)) segment.push_back(static_cast<std::uint8_t>(c));
+  const test::Bytes frame = test::Ipv6Frame("2001:db8::1", "2001:db8::2", kProtocolTcp, segment);
+  ASSERT_EQ(frame.size(), 14u + 40u + 65535u);
+  EngineRun run;
+  FileModeEngine engine;
+  engine.Start(run.options, StreamClock::File, {});
+  engine.Take(test::Record(frame, InterfaceKind::RawSockets, CaptureTime(std::chrono::milliseconds(1))));
+  engine.Finish();
+  const std::vector<WrittenFile> files = engine.DrainWritten();
+  ASSERT_EQ(files.size(), 1u);
+  EXPECT_TRUE(files[0].complete);
+  EXPECT_EQ(ReadFile(files[0].path), body);
+}
+
 TEST(FileModeEngine, HostileHeadersAndTemplatesNeverLeaveTheFolder) {
   std::vector<test::Bytes> packets;
   std::uint32_t ack = 100;
