@@ -535,6 +535,7 @@ void FileModeWindow::closeEvent(QCloseEvent* event) {
 int RunFileModeWindow(ProgramSettings& settings, const ModeWindowStart& start) {
   FileModeWindow window(settings, start.startMinimized, start.autoListen, start.settingsFile);
   window.show();
+  OpenCaptureFileWhenShown(window.shell(), start);
   return QApplication::exec();
 }
 

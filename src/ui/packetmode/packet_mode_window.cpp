@@ -208,6 +208,7 @@ void PacketModeWindow::closeEvent(QCloseEvent* event) {
 int RunPacketModeWindow(ProgramSettings& settings, const ModeWindowStart& start) {
   PacketModeWindow window(settings, start.startMinimized, start.autoListen, start.settingsFile);
   window.show();
+  OpenCaptureFileWhenShown(window.shell(), start);
   return QApplication::exec();
 }
 

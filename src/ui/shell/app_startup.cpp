@@ -141,7 +141,9 @@ void ApplyPalette(const QPalette& palette) {
 }
 
 ModeWindowStart WindowStart(const ModeStart& start) {
-  return {start.decision.startMinimized, start.decision.autoListen, start.settingsFile};
+  // A capture file given on the command line is read instead of listening.
+  const std::string& file = start.decision.captureFile;
+  return {start.decision.startMinimized, start.decision.autoListen && file.empty(), start.settingsFile, file};
 }
 
 int RunPacketMode(const ModeStart& start) {

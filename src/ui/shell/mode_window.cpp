@@ -101,6 +101,12 @@ QPushButton* ModeShell::Button(QAction& action, QWidget* parent) {
   return button;
 }
 
+void OpenCaptureFileWhenShown(ModeShell& shell, const ModeWindowStart& start) {
+  if (start.captureFile.empty()) return;
+  const QString path = QFile::decodeName(start.captureFile.c_str());
+  QTimer::singleShot(0, &shell, [&shell, path] { shell.OpenCaptureFile(path); });
+}
+
 void ModeShell::StartAsAsked(bool startMinimized, bool autoListen) {
   RestorePlace();
   if (startMinimized) window_.setWindowState(window_.windowState() | Qt::WindowMinimized);

@@ -13,6 +13,7 @@
 #include <QTimer>
 #include <cstdint>
 #include <filesystem>
+#include <string>
 #include <vector>
 
 #include "capture/session.hpp"
@@ -75,7 +76,15 @@ struct ModeWindowStart {
   bool autoListen = false;
   // The settings file of this run; empty means the default one.
   std::filesystem::path settingsFile;
+  // "--read FILE": the window reads this capture file as it shows, instead of listening.
+  std::string captureFile;
 };
+
+
+class ModeShell;
+// Opens `start.captureFile`, when there is one, once the event loop runs, as Open capture file
+// would.
+void OpenCaptureFileWhenShown(ModeShell& shell, const ModeWindowStart& start);
 
 class ModeShell : public QObject {
  public:

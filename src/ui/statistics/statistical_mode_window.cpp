@@ -355,6 +355,7 @@ int RunStatisticalModeWindow(ProgramSettings& settings, const ModeWindowStart& s
   StatisticalModeWindow window(settings, StatisticsLimitsFrom(settings.statistics), start.startMinimized, start.autoListen,
                                start.settingsFile);
   window.show();
+  OpenCaptureFileWhenShown(window.shell(), start);
   return QApplication::exec();
 }
 
