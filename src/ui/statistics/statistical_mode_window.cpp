@@ -26,6 +26,7 @@
 #include <filesystem>
 
 #include "app/mode_engines.hpp"
+#include "common/json_file.hpp"
 #include "common/settings.hpp"
 #include "statistics/engine.hpp"
 #include "statistics/lists.hpp"
@@ -270,11 +271,12 @@ bool StatisticalModeWindow::saveList(const QString& path, SaveFormat format) {
   impl_->engine.WithTables([&](const statistics::StatisticsTables& tables) {
     statistics::WriteList(tables, list, format, Language(), text, &order);
   });
-  QFile file(path);
-  if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) ||
-      file.write(text.data(), static_cast<qint64>(text.size())) != static_cast<qint64>(text.size())) {
-    ShowNotice(this, Text::ProgramTitle, TF(Text::StatsSaveFailed, path.toLocal8Bit().constData()),
-             MessageIcon::Warning);
+  // Written beside the old file and renamed over it when whole: a full disk keeps the old list
+  // and says why, where a buffered write would only have failed after it was reported written.
+  std::string error;
+  if (!WriteFileAtomically(QFile::encodeName(path).toStdString(), text, &error)) {
+    const std::string what = QFile::encodeName(path).toStdString() + " (" + error + ")";
+    ShowNotice(this, Text::ProgramTitle, TF(Text::StatsSaveFailed, what.c_str()), MessageIcon::Warning);
     return false;
   }
   return true;
