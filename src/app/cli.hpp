@@ -131,9 +131,9 @@ class StopRequest {
 
 // Captures from `target` until the source ends, SIGINT or SIGTERM comes, or `seconds` (0: no
 // limit) have passed. `afterWait(busy)` runs after every look and returns whether it found work;
-// the next look comes at once after work, within 1 ms of its end, else within 10 ms (a file's
-// reading ends when its last work is done, and a long wait then would be time added to every
-// read). Returns once the capture threads have ended, and whether a stop ended it.
+// the next look comes at once after work, within 1 ms of its end or while a file is read, else
+// within 10 ms (a file's reading ends when its last work is done, and a longer wait then would be
+// time added to every read, a tenth of reading 100 MB). Returns once the capture threads have ended, and whether a stop ended it.
 bool CaptureUntilStopped(ModeCapture& capture, const CaptureTarget& target, StopRequest& stop,
                          long seconds, const std::function<bool()>& afterWait = {});
 // Each of the capture's messages as one line on `err`; true when there were any.

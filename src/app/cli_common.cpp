@@ -144,7 +144,7 @@ bool CaptureUntilStopped(ModeCapture& capture, const CaptureTarget& target, Stop
   bool stopping = false;  // asked once; the request stays raised, so Wait no longer waits
   while (capture.Capturing()) {
     const bool busy = afterWait && afterWait();
-    const milliseconds wait(busy ? 0 : wasBusy ? 1 : 10);
+    const milliseconds wait(busy ? 0 : wasBusy || capture.ReadingFile() ? 1 : 10);
     if (stopping) {
       std::this_thread::sleep_for(wait);
     } else if (stop.Wait(wait) || (seconds && std::chrono::steady_clock::now() >= deadline)) {

@@ -52,6 +52,10 @@ CaptureMessage ErrorMessage(Text text) {
   return message;
 }
 
+// What the streams waiting for the writing thread may hold before reading waits for it: enough
+// to keep both busy, little beside what the open streams hold.
+constexpr std::int64_t kMaxQueuedBytes = 16 << 20;
+
 }  // namespace
 
 FileModeEngine::FileModeEngine(const FilterSettings* filter) : filter_(filter) {}
@@ -83,6 +87,9 @@ void FileModeEngine::Start(const FileModeOptions& options, StreamClock clock,
   finished_.store(false);
   if (clock == StreamClock::Live) {
     passThread_ = std::jthread([this](std::stop_token stop) { RunPasses(stop); });
+  } else {
+    queueClosed_ = false;
+    writeThread_ = std::thread([this] { RunWrites(); });
   }
 }
 
@@ -141,6 +148,7 @@ void FileModeEngine::Finish() {
   }
   if (clock_ == StreamClock::File) {
     Pass(fileNowMs_, true);
+    EndWrites();
   } else {
     table_.DiscardAll();
   }
@@ -163,10 +171,55 @@ void FileModeEngine::Pass(std::int64_t nowMs, bool everything) {
   const std::int64_t cutoff = nowMs - options_.ackTimeoutMs;
   std::uint32_t from = 0;
   while (auto stream = table_.TakeRipe(from, cutoff, everything)) {
-    from = stream->slot + 1;
-    Process(*stream, nowMs);
-    table_.Release(stream->slot);
+    const std::uint32_t slot = stream->slot;
+    from = slot + 1;
+    if (clock_ == StreamClock::File) {
+      // Released at once, as if written: the slots later packets get do not depend on how far
+      // the writing thread has come.
+      Hand(std::move(*stream), nowMs);
+    } else {
+      Process(*stream, nowMs);
+    }
+    table_.Release(slot);
   }
+}
+
+void FileModeEngine::Hand(Stream stream, std::int64_t nowMs) {
+  const std::size_t bytes = stream.bytes.size() + stream.segments.size() * sizeof(Segment);
+  std::unique_lock lock(queueMutex_);
+  queueChanged_.wait(lock, [&] {
+    return queue_.empty() || queuedBytes_.load(std::memory_order_relaxed) < kMaxQueuedBytes;
+  });
+  queue_.push_back({std::move(stream), nowMs, bytes});
+  queuedBytes_.fetch_add(static_cast<std::int64_t>(bytes), std::memory_order_relaxed);
+  queueChanged_.notify_all();
+}
+
+void FileModeEngine::RunWrites() {
+  std::unique_lock lock(queueMutex_);
+  for (;;) {
+    queueChanged_.wait(lock, [&] { return queueClosed_ || !queue_.empty(); });
+    if (queue_.empty()) return;
+    Taken taken = std::move(queue_.front());
+    queue_.pop_front();
+    lock.unlock();
+    Process(taken.stream, taken.nowMs);
+    taken.stream = {};
+    lock.lock();
+    queuedBytes_.fetch_sub(static_cast<std::int64_t>(taken.bytes), std::memory_order_relaxed);
+    queueChanged_.notify_all();
+  }
+}
+
+// Every stream handed over is written before this returns.
+void FileModeEngine::EndWrites() {
+  if (!writeThread_.joinable()) return;
+  {
+    std::lock_guard lock(queueMutex_);
+    queueClosed_ = true;
+  }
+  queueChanged_.notify_all();
+  writeThread_.join();
 }
 
 void FileModeEngine::Process(Stream& stream, std::int64_t nowMs) {
@@ -302,7 +355,7 @@ FileModeCounters FileModeEngine::Counters() const {
   c.filesFailed = filesFailed_.load(std::memory_order_relaxed);
   c.filesIncomplete = filesIncomplete_.load(std::memory_order_relaxed);
   c.bytesWritten = bytesWritten_.load(std::memory_order_relaxed);
-  c.memoryInUse = table_.MemoryInUse();
+  c.memoryInUse = table_.MemoryInUse() + queuedBytes_.load(std::memory_order_relaxed);
   c.activeStreams = table_.CountFilling();
   c.packetsStored = packetsStored_.load(std::memory_order_relaxed);
   c.packetsDropped = packetsDropped_.load(std::memory_order_relaxed);

@@ -2,13 +2,16 @@
 // StreamTable; every 100 ms a pass takes the streams that have been quiet for longer than the
 // ACK timeout, rebuilds them, recognises HTTP responses and writes their bodies beneath the
 // chosen folder. Live captures run the passes on the engine's own thread by the wall clock;
-// capture files run them on the reading thread by the packets' own times, so a file gives the
-// same files every time. Counters are atomics for the window's timer; no Qt here.
+// capture files take the streams on the reading thread by the packets' own times, so a file
+// gives the same files every time, and hand them in that order to a writing thread, so that
+// reading the next packets and writing the last bodies share the machine's cores. Counters are
+// atomics for the window's timer; no Qt here.
 #pragma once
 
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
+#include <deque>
 #include <mutex>
 #include <span>
 #include <string>
@@ -108,6 +111,11 @@ class FileModeEngine final : public FrameSink {
  private:
   void RunPasses(std::stop_token stop);
   void Pass(std::int64_t nowMs, bool everything);
+  // The file clock's hand-over: Hand waits while the streams queued hold more than
+  // kMaxQueuedBytes, so memory stays bounded when the disk is slower than the file.
+  void Hand(Stream stream, std::int64_t nowMs);
+  void RunWrites();
+  void EndWrites();
   void Process(Stream& stream, std::int64_t nowMs);
   bool PassesFileTests(std::string_view contentType, std::string_view extension,
                        std::uint64_t bodyLength) const;
@@ -133,7 +141,19 @@ class FileModeEngine final : public FrameSink {
   std::mutex wakeMutex_;
   std::condition_variable_any wake_;
   std::jthread passThread_;
-  // Passes by the file's clock, on the reading thread.
+  // Passes by the file's clock, on the reading thread, and the streams they took on their way
+  // to the writing thread.
+  struct Taken {
+    Stream stream;
+    std::int64_t nowMs;
+    std::size_t bytes;
+  };
+  std::mutex queueMutex_;
+  std::condition_variable queueChanged_;
+  std::deque<Taken> queue_;
+  std::atomic<std::int64_t> queuedBytes_{0};
+  bool queueClosed_ = false;
+  std::thread writeThread_;
   std::int64_t nextPassMs_ = 0;
   std::int64_t fileNowMs_ = 0;
   std::atomic<bool> finished_{true};
@@ -143,7 +163,8 @@ class FileModeEngine final : public FrameSink {
   std::atomic<std::uint64_t> filesWritten_{0};
   std::atomic<std::uint64_t> filesFailed_{0};
   std::atomic<std::uint64_t> filesIncomplete_{0};
-  std::uint64_t failureRun_ = 0;  // failures since the last file written; the writing thread's
+  std::uint64_t failureRun_ = 0;  // failures since the last file written; the writing
+                                  // thread's (the pass thread's when live)
   std::atomic<std::uint64_t> bytesWritten_{0};
   std::atomic<std::uint64_t> packetsStored_{0};
   std::atomic<std::uint64_t> packetsDropped_{0};

@@ -1,8 +1,9 @@
-// File Mode's two threads on one table: the receive thread appending and opening streams while
+// File Mode's threads on one table: the receive thread appending and opening streams while
 // the pass thread takes, rebuilds and frees them (a zero ACK timeout makes every pass take what
-// it can), and a window thread reading counters and draining the list of files. Built with
-// ThreadSanitizer this must report nothing; in any build each file must be a whole or cut copy
-// of what was sent and every byte of memory must be given back.
+// it can), or, reading a file, hands them to the writing thread, and a window thread reading
+// counters and draining the list of files. Built with ThreadSanitizer this must report nothing;
+// in any build each file must be a whole or cut copy of what was sent (a file: every one whole)
+// and every byte of memory must be given back.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -17,7 +18,7 @@
 namespace vormelt::filemode {
 namespace {
 
-TEST(FileModeRace, CaptureAndPassesShareTheTable) {
+void CaptureAndPassesShareTheTable(StreamClock clock) {
   test::TempDir dir;
   FileModeOptions options;
   options.ackTimeoutMs = 0;
@@ -27,7 +28,7 @@ TEST(FileModeRace, CaptureAndPassesShareTheTable) {
   const std::string response = "HTTP/1.1 200 OK\r\n\r\n" + body;
 
   FileModeEngine engine;
-  engine.Start(options, StreamClock::Live, {});
+  engine.Start(options, clock, {});
   std::atomic<bool> done{false};
   std::vector<WrittenFile> files;
   std::jthread window([&] {
@@ -59,12 +60,19 @@ TEST(FileModeRace, CaptureAndPassesShareTheTable) {
   EXPECT_EQ(counters.packetsStored, kResponses * 5);
   EXPECT_EQ(counters.filesWritten, files.size());
   EXPECT_GT(files.size(), 0u);
+  if (clock == StreamClock::File) EXPECT_EQ(files.size(), kResponses);
   for (const WrittenFile& file : files) {
     std::ifstream in(file.path, std::ios::binary);
     std::stringstream text;
     text << in.rdbuf();
     EXPECT_EQ(text.str(), body.substr(0, text.str().size())) << file.path;
+    if (clock == StreamClock::File) EXPECT_EQ(text.str().size(), body.size()) << file.path;
   }
+}
+
+TEST(FileModeRace, CaptureAndPassesShareTheTable) {
+  CaptureAndPassesShareTheTable(StreamClock::Live);
+  CaptureAndPassesShareTheTable(StreamClock::File);
 }
 
 }  // namespace
