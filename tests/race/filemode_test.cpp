@@ -44,9 +44,13 @@ void CaptureAndPassesShareTheTable(StreamClock clock) {
     test::ResponseFlow flow;
     flow.ack = i;
     flow.segmentSize = 700;
+    // A file's responses come a millisecond apart, each whole at once: its passes take every
+    // hundredth, and none is cut.
+    const CaptureTime time =
+        clock == StreamClock::File ? CaptureTime(std::chrono::milliseconds(i)) : CaptureNow();
     for (const auto& packet : test::ResponseSegments(response, flow)) {
       const auto frame = test::RawSocketsFrame(packet);
-      engine.Take(test::Record(frame, InterfaceKind::RawSockets));
+      engine.Take(test::Record(frame, InterfaceKind::RawSockets, time));
     }
   }
   std::this_thread::sleep_for(std::chrono::milliseconds(3 * kPassIntervalMs));
