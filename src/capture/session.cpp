@@ -6,6 +6,8 @@
 #include <chrono>
 #include <cstdio>
 
+#include "common/owned_counter.hpp"
+
 namespace vormelt {
 namespace {
 
@@ -147,7 +149,7 @@ void CaptureSession::RunReceiveLoop(CaptureSource& source, FrameSink& sink,
   SetStatus(CaptureStatus::Listening, kind, target.displayName, file);
   FrameRecord frame;
   unsigned framesSinceDropSample = 0;
-  for (;; loopTurns_.fetch_add(1, std::memory_order_relaxed)) {
+  for (;; AddOwned(loopTurns_, 1)) {
     if (quitRequested.load(std::memory_order_relaxed) ||
         stopRequested.load(std::memory_order_relaxed)) {
       break;
@@ -275,3 +277,4 @@ void CaptureSession::SetStatus(CaptureStatus status) {
 }
 
 }  // namespace vormelt
+

@@ -11,6 +11,7 @@
 #include <span>
 #include <string_view>
 
+#include "common/owned_counter.hpp"
 #include "common/types.hpp"
 #include "common/wire.hpp"
 
@@ -69,8 +70,8 @@ class CountingSink final : public FrameSink {
  public:
   explicit CountingSink(FrameSink& inner) : inner_(inner) {}
   SinkVerdict Take(const FrameRecord& frame) override {
-    frames_.fetch_add(1, std::memory_order_relaxed);
-    bytes_.fetch_add(frame.wireLength, std::memory_order_relaxed);
+    AddOwned(frames_, 1);
+    AddOwned(bytes_, frame.wireLength);
     return inner_.Take(frame);
   }
   bool IsFull() const override { return inner_.IsFull(); }

@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "common/file_write.hpp"
+#include "common/owned_counter.hpp"
 #include "filemode/http_response.hpp"
 #include "filemode/mime_table.hpp"
 #include "filemode/reassembly.hpp"
@@ -96,7 +97,7 @@ void FileModeEngine::Start(const FileModeOptions& options, StreamClock clock,
 SinkVerdict FileModeEngine::Take(const FrameRecord& frame) {
   if (frame.length() < kEthernetHeaderLength) return SinkVerdict::Skipped;
   const auto ip = frame.bytes.subspan(kEthernetHeaderLength);
-  bytesReceived_.fetch_add(ip.size(), std::memory_order_relaxed);
+  AddOwned(bytesReceived_, ip.size());
   const std::uint16_t etherType = FrameView(frame.bytes.data(), frame.length()).etherType();
   if (etherType != kEtherTypeIpv4 && etherType != kEtherTypeIpv6) return SinkVerdict::Skipped;
   const std::uint32_t tooLong = etherType == kEtherTypeIpv4 ? kMaxPacketLength : kMaxIpv6Length;
@@ -123,11 +124,11 @@ SinkVerdict FileModeEngine::Take(const FrameRecord& frame) {
       etherType == kEtherTypeIpv4 ? table_.Append(ip, arrivalMs) : table_.AppendIpv6(ip, arrivalMs);
   switch (result) {
     case AppendResult::Stored:
-      packetsStored_.fetch_add(1, std::memory_order_relaxed);
+      AddOwned(packetsStored_, 1);
       return SinkVerdict::Stored;
     case AppendResult::Clash:
     case AppendResult::TableFull:
-      packetsDropped_.fetch_add(1, std::memory_order_relaxed);
+      AddOwned(packetsDropped_, 1);
       break;
     case AppendResult::NoMemoryAppend:
     case AppendResult::NoMemoryNew:

@@ -9,6 +9,7 @@
 #include <bit>
 #include <new>
 
+#include "common/owned_counter.hpp"
 #include "filemode/http_response.hpp"
 
 
@@ -158,7 +159,7 @@ void StreamTable::AddSegment(Slot& slot, const SegmentHeaders& headers,
   }
   const std::int64_t memory = static_cast<std::int64_t>(ip.size()) + kSegmentRecordBytes;
   slot.memory += memory;
-  memory_.fetch_add(memory, std::memory_order_relaxed);
+  AddOwned(memory_, memory);
   if (!options_.onlyHttp) return;
   if (first || sequence < slot.lowest) {
     slot.lowest = sequence;
@@ -172,7 +173,7 @@ void StreamTable::AddSegment(Slot& slot, const SegmentHeaders& headers,
 void StreamTable::GiveUpIfNotHttp(Slot& slot) {
   if (slot.lowestMayBeHttp) return;
   if (slot.stream.bytes.size() <= kNotHttpGraceBytes) return;
-  memory_.fetch_sub(slot.memory, std::memory_order_relaxed);
+  AddOwned(memory_, -slot.memory);
   slot.memory = 0;
   slot.stream.bytes.Clear();
   slot.stream.segments = {};
@@ -198,7 +199,7 @@ void StreamTable::OpenStream(std::uint32_t slot, std::uint32_t key,
     try {
       index_.emplace(key, slot);
     } catch (const std::bad_alloc&) {
-      memory_.fetch_sub(s->memory, std::memory_order_relaxed);
+      AddOwned(memory_, -s->memory);
       throw;
     }
   }
@@ -267,7 +268,7 @@ void StreamTable::Release(std::uint32_t slot) {
   std::lock_guard lock(mutex_);
   const Slot* s = slots_[slot].get();
   if (!s || s->filling) return;
-  memory_.fetch_sub(s->memory, std::memory_order_relaxed);
+  AddOwned(memory_, -s->memory);
   slots_[slot].reset();
   MarkUsed(slot, false);
   if (!options_.dirty) nextFree_ = slot;
@@ -278,7 +279,7 @@ void StreamTable::DiscardAll() {
   for (std::uint32_t i = 0; i < kSlotCapacity; ++i) {
     const Slot* s = slots_[i].get();
     if (!s || !s->filling) continue;
-    memory_.fetch_sub(s->memory, std::memory_order_relaxed);
+    AddOwned(memory_, -s->memory);
     slots_[i].reset();
     MarkUsed(i, false);
   }

@@ -135,7 +135,7 @@ class StreamTable {
   std::uint32_t nextFree_ = 0;
   std::uint32_t count_ = 0;
   std::uint32_t filling_ = 0;
-  std::atomic<std::int64_t> memory_{0};
+  std::atomic<std::int64_t> memory_{0};  // changed under mutex_ only
 };
 
 }  // namespace vormelt::filemode
