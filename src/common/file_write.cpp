@@ -5,7 +5,12 @@
 #include <fcntl.h>
 #include <stdio.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 #include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <climits>
 
 #include <cerrno>
 #include <system_error>
@@ -31,6 +36,39 @@ WriteOutcome WriteAll(int fd, std::span<const std::uint8_t> bytes) {
 
 WriteOutcome WriteAll(int fd, std::string_view bytes) {
   return WriteAll(fd, std::span(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()));
+}
+
+WriteOutcome WriteAll(int fd, std::span<const std::span<const std::uint8_t>> pieces) {
+  WriteOutcome outcome;
+  std::array<iovec, IOV_MAX> vector{};
+  std::size_t next = 0;  // the first piece not wholly written
+  std::size_t skip = 0;  // how much of it was
+  while (next < pieces.size()) {
+    std::size_t count = 0;
+    for (std::size_t i = next; i < pieces.size() && count < vector.size(); ++i) {
+      const std::size_t from = i == next ? skip : 0;
+      if (pieces[i].size() == from) continue;
+      vector[count++] = {const_cast<std::uint8_t*>(pieces[i].data()) + from,
+                         pieces[i].size() - from};
+    }
+    if (count == 0) break;
+    const ssize_t n = ::writev(fd, vector.data(), static_cast<int>(count));
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) {
+      outcome.error = n == 0 ? ENOSPC : errno;
+      break;
+    }
+    outcome.written += static_cast<std::uint64_t>(n);
+    // Steps over what went out: whole pieces, then part of the next.
+    auto left = static_cast<std::size_t>(n);
+    while (next < pieces.size() && left >= pieces[next].size() - skip) {
+      left -= pieces[next].size() - skip;
+      skip = 0;
+      ++next;
+    }
+    skip += left;
+  }
+  return outcome;
 }
 
 void SyncDirectory(int folderFd) { ::fsync(folderFd); }
@@ -100,6 +138,15 @@ WriteOutcome FileBeside::Write(std::span<const std::uint8_t> bytes) {
   if (error_ != 0) return {0, error_};
   if (!fd_) return {0, error_ = EBADF};
   const WriteOutcome outcome = WriteAll(fd_.get(), bytes);
+  written_ += outcome.written;
+  error_ = outcome.error;
+  return outcome;
+}
+
+WriteOutcome FileBeside::Write(std::span<const std::span<const std::uint8_t>> pieces) {
+  if (error_ != 0) return {0, error_};
+  if (!fd_) return {0, error_ = EBADF};
+  const WriteOutcome outcome = WriteAll(fd_.get(), pieces);
   written_ += outcome.written;
   error_ = outcome.error;
   return outcome;

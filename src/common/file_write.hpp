@@ -25,6 +25,9 @@ struct WriteOutcome {
 };
 WriteOutcome WriteAll(int fd, std::span<const std::uint8_t> bytes);
 WriteOutcome WriteAll(int fd, std::string_view bytes);
+// The pieces one after another, as few system calls as the kernel allows: a chunked body of
+// thousands of small chunks costs a handful of writes, not one each.
+WriteOutcome WriteAll(int fd, std::span<const std::span<const std::uint8_t>> pieces);
 
 // Flushes a folder, so that a name just made or renamed in it survives a power cut.
 void SyncDirectory(int folderFd);
@@ -59,6 +62,7 @@ class FileBeside {
   // Appends bytes; the first failure sticks (later writes do nothing) and is what Commit returns.
   WriteOutcome Write(std::span<const std::uint8_t> bytes);
   WriteOutcome Write(std::string_view bytes);
+  WriteOutcome Write(std::span<const std::span<const std::uint8_t>> pieces);
   std::uint64_t written() const { return written_; }
   int error() const { return error_; }
 

@@ -282,18 +282,20 @@ void FileModeEngine::Write(const Stream& stream, std::span<const std::uint8_t> d
   const NamingOptions naming = Naming();
   NameFields fields{stream.source, stream.destination, LocalTimeOf(nowMs), Counts()};
   const std::string name = ExpandName(naming.nameTemplate, naming.dateTimeTemplate, fields);
+  // The body's pieces: the chunks' data of a chunked one, found once however often the file
+  // is tried under another name.
+  std::vector<std::span<const std::uint8_t>> pieces;
   bool chunksWhole = true;
-  const PlacedFile placed = PlaceFile(
-      naming, name, extension, stream.source, stream.destination,
-      [&](FileBeside& file) {
-        if (chunked) {
-          chunksWhole = ForEachChunk(data, bodyOffset, [&](std::span<const std::uint8_t> chunk) {
-            file.Write(chunk);
-          });
-        } else {
-          file.Write(data.subspan(std::min(bodyOffset, data.size())));
-        }
-      });
+  if (chunked) {
+    chunksWhole = ForEachChunk(data, bodyOffset, [&](std::span<const std::uint8_t> chunk) {
+      pieces.push_back(chunk);
+    });
+  } else {
+    pieces.push_back(data.subspan(std::min(bodyOffset, data.size())));
+  }
+  const PlacedFile placed = PlaceFile(naming, name, extension, stream.source,
+                                      stream.destination,
+                                      [&](FileBeside& file) { file.Write(pieces); });
   if (placed.outcome == PlaceOutcome::InvalidName || placed.outcome == PlaceOutcome::AllTaken) {
     return;
   }

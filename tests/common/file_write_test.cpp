@@ -3,11 +3,13 @@
 #include "common/file_write.hpp"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <gtest/gtest.h>
 
 #include <cerrno>
 #include <fstream>
 #include <string>
+#include <vector>
 
 #include "capture/capture_writer.hpp"
 #include "support/small_disk.hpp"
@@ -35,6 +37,28 @@ TEST(FileBeside, FullDiskKeepsTheOldFileAndLeavesNoPart) {
   EXPECT_EQ(file.Commit(), ENOSPC);
   EXPECT_EQ(Slurp(target), "old");
   EXPECT_FALSE(std::filesystem::exists(disk.path() / ".dump.txt.part"));
+}
+
+// A chunked body goes out as thousands of pieces, empty ones among them: more than one system
+// call takes. On a full disk the count said is what the file holds.
+TEST(FileBeside, PiecesArriveInOrderAndAShortWriteIsCountedExactly) {
+  std::string text, whole;
+  for (int i = 0; i < 64; ++i) text += char('a' + i % 26);
+  std::vector<std::span<const std::uint8_t>> pieces;
+  for (std::size_t i = 0; i < 120'000; ++i) {
+    pieces.push_back({reinterpret_cast<const std::uint8_t*>(text.data()) + i % 26, i % 7 * 5});
+    if (whole.size() < 2'000'000) whole += text.substr(i % 26, i % 7 * 5);
+  }
+  test::SmallDisk disk(1024 * 1024);
+  VORMELT_REQUIRE_SMALL_DISK(disk);
+  int error = 0;
+  FileBeside file = FileBeside::Create(disk.path() / "body.bin", error);
+  const WriteOutcome outcome = file.Write(pieces);
+  EXPECT_EQ(outcome.error, ENOSPC);
+  struct stat status {};
+  ASSERT_EQ(::fstat(file.fd(), &status), 0);
+  EXPECT_EQ(outcome.written, static_cast<std::uint64_t>(status.st_size));
+  EXPECT_EQ(Slurp(disk.path() / ".body.bin.part"), whole.substr(0, outcome.written));
 }
 
 TEST(FileBeside, WithoutReplaceATakenNameStaysAndTheNewBytesGo) {

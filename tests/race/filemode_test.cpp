@@ -64,13 +64,17 @@ void CaptureAndPassesShareTheTable(StreamClock clock) {
   EXPECT_EQ(counters.packetsStored, kResponses * 5);
   EXPECT_EQ(counters.filesWritten, files.size());
   EXPECT_GT(files.size(), 0u);
-  if (clock == StreamClock::File) EXPECT_EQ(files.size(), kResponses);
+  if (clock == StreamClock::File) {
+    EXPECT_EQ(files.size(), kResponses);
+  }
   for (const WrittenFile& file : files) {
     std::ifstream in(file.path, std::ios::binary);
     std::stringstream text;
     text << in.rdbuf();
     EXPECT_EQ(text.str(), body.substr(0, text.str().size())) << file.path;
-    if (clock == StreamClock::File) EXPECT_EQ(text.str().size(), body.size()) << file.path;
+    if (clock == StreamClock::File) {
+      EXPECT_EQ(text.str().size(), body.size()) << file.path;
+    }
   }
 }
 
