@@ -56,6 +56,8 @@ CaptureMessage ErrorMessage(Text text) {
 // What the streams waiting for the writing thread may hold before reading waits for it: enough
 // to keep both busy, little beside what the open streams hold.
 constexpr std::int64_t kMaxQueuedBytes = 16 << 20;
+// A pass hands its streams over in batches of about this much.
+constexpr std::size_t kHandBatchBytes = 2 << 20;
 
 }  // namespace
 
@@ -171,28 +173,41 @@ void FileModeEngine::Pass(std::int64_t nowMs, bool everything) {
   busyStep_.fetch_add(1, std::memory_order_relaxed);
   const std::int64_t cutoff = nowMs - options_.ackTimeoutMs;
   std::uint32_t from = 0;
+  // The file clock hands a pass's streams over together: one wake-up of the writing thread per
+  // pass, not one per stream.
+  std::vector<Taken> batch;
+  std::size_t batchBytes = 0;
   while (auto stream = table_.TakeRipe(from, cutoff, everything)) {
     const std::uint32_t slot = stream->slot;
     from = slot + 1;
     if (clock_ == StreamClock::File) {
       // Released at once, as if written: the slots later packets get do not depend on how far
       // the writing thread has come.
-      Hand(std::move(*stream), nowMs);
+      const std::size_t bytes = stream->bytes.size() + stream->segments.size() * sizeof(Segment);
+      batch.push_back({std::move(*stream), nowMs, bytes});
+      batchBytes += bytes;
+      // Counted as queued from now on, so the memory display never misses it.
+      queuedBytes_.fetch_add(static_cast<std::int64_t>(bytes), std::memory_order_relaxed);
+      if (batchBytes >= kHandBatchBytes) {
+        Hand(batch);
+        batchBytes = 0;
+      }
     } else {
       Process(*stream, nowMs);
     }
     table_.Release(slot);
   }
+  if (!batch.empty()) Hand(batch);
 }
 
-void FileModeEngine::Hand(Stream stream, std::int64_t nowMs) {
-  const std::size_t bytes = stream.bytes.size() + stream.segments.size() * sizeof(Segment);
+void FileModeEngine::Hand(std::vector<Taken>& batch) {
   std::unique_lock lock(queueMutex_);
+  // The batch is counted in queuedBytes_ already.
   queueChanged_.wait(lock, [&] {
     return queue_.empty() || queuedBytes_.load(std::memory_order_relaxed) < kMaxQueuedBytes;
   });
-  queue_.push_back({std::move(stream), nowMs, bytes});
-  queuedBytes_.fetch_add(static_cast<std::int64_t>(bytes), std::memory_order_relaxed);
+  for (Taken& taken : batch) queue_.push_back(std::move(taken));
+  batch.clear();
   queueChanged_.notify_all();
 }
 

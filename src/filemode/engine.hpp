@@ -109,11 +109,17 @@ class FileModeEngine final : public FrameSink {
   MessageQueue& Messages() { return messages_; }
 
  private:
+  // A stream taken by a pass by the file's clock, on its way to the writing thread.
+  struct Taken {
+    Stream stream;
+    std::int64_t nowMs;
+    std::size_t bytes;
+  };
   void RunPasses(std::stop_token stop);
   void Pass(std::int64_t nowMs, bool everything);
-  // The file clock's hand-over: Hand waits while the streams queued hold more than
-  // kMaxQueuedBytes, so memory stays bounded when the disk is slower than the file.
-  void Hand(Stream stream, std::int64_t nowMs);
+  // The file clock's hand-over of a batch (emptied): it waits while the streams queued hold
+  // more than kMaxQueuedBytes, so memory stays bounded when the disk is slower than the file.
+  void Hand(std::vector<Taken>& batch);
   void RunWrites();
   void EndWrites();
   void Process(Stream& stream, std::int64_t nowMs);
@@ -143,11 +149,6 @@ class FileModeEngine final : public FrameSink {
   std::jthread passThread_;
   // Passes by the file's clock, on the reading thread, and the streams they took on their way
   // to the writing thread.
-  struct Taken {
-    Stream stream;
-    std::int64_t nowMs;
-    std::size_t bytes;
-  };
   std::mutex queueMutex_;
   std::condition_variable queueChanged_;
   std::deque<Taken> queue_;
