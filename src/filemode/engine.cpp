@@ -155,6 +155,7 @@ void FileModeEngine::Finish() {
   } else {
     table_.DiscardAll();
   }
+  StreamBytes::ReleasePool();
   EndFailureRun();
 }
 

@@ -5,6 +5,9 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
+#include <optional>
+#include <vector>
 #include <new>
 #include <utility>
 
@@ -12,6 +15,59 @@ namespace vormelt::filemode {
 namespace {
 
 constexpr std::size_t kMinCapacity = 4096;
+// Mappings given up wait here for the next stream that grows large, up to this much: their
+// pages are resident already, where a new mapping's would each be faulted in and zeroed again.
+constexpr std::size_t kPoolLimit = 16 << 20;
+
+struct Mapping {
+  void* data;
+  std::size_t capacity;
+};
+
+struct MappingPool {
+  std::mutex mutex;
+  std::vector<Mapping> mappings;
+  std::size_t bytes = 0;
+};
+
+MappingPool& Pool() {
+  static MappingPool pool;
+  return pool;
+}
+
+// The smallest pooled mapping of at least `capacity`, else the largest one there is.
+std::optional<Mapping> TakePooled(std::size_t capacity) {
+  MappingPool& pool = Pool();
+  std::lock_guard lock(pool.mutex);
+  if (pool.mappings.empty()) return std::nullopt;
+  auto best = pool.mappings.begin();
+  for (auto it = pool.mappings.begin(); it != pool.mappings.end(); ++it) {
+    const bool fits = it->capacity >= capacity;
+    const bool bestFits = best->capacity >= capacity;
+    if ((fits && (!bestFits || it->capacity < best->capacity)) ||
+        (!fits && !bestFits && it->capacity > best->capacity)) {
+      best = it;
+    }
+  }
+  const Mapping mapping = *best;
+  *best = pool.mappings.back();
+  pool.mappings.pop_back();
+  pool.bytes -= mapping.capacity;
+  return mapping;
+}
+
+void GiveBack(Mapping mapping) {
+  MappingPool& pool = Pool();
+  {
+    std::lock_guard lock(pool.mutex);
+    if (pool.bytes + mapping.capacity <= kPoolLimit) {
+      pool.mappings.push_back(mapping);
+      pool.bytes += mapping.capacity;
+      return;
+    }
+  }
+  ::munmap(mapping.data, mapping.capacity);
+}
 
 std::size_t PageSize() {
   static const auto size = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
@@ -44,9 +100,20 @@ StreamBytes& StreamBytes::operator=(StreamBytes&& other) noexcept {
   return *this;
 }
 
+void StreamBytes::ReleasePool() {
+  MappingPool& pool = Pool();
+  std::vector<Mapping> mappings;
+  {
+    std::lock_guard lock(pool.mutex);
+    mappings.swap(pool.mappings);
+    pool.bytes = 0;
+  }
+  for (const Mapping& mapping : mappings) ::munmap(mapping.data, mapping.capacity);
+}
+
 void StreamBytes::Clear() {
   if (mapped_) {
-    ::munmap(data_, capacity_);
+    GiveBack({data_, capacity_});
   } else {
     std::free(data_);
   }
@@ -72,8 +139,20 @@ void StreamBytes::Reserve(std::size_t capacity) {
     capacity_ = capacity;
     return;
   }
-  void* mapped = ::mmap(nullptr, capacity, PROT_READ | PROT_WRITE,
-                        MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+  void* mapped = MAP_FAILED;
+  if (const std::optional<Mapping> pooled = TakePooled(capacity)) {
+    mapped = pooled->data;
+    if (pooled->capacity >= capacity) {
+      capacity = pooled->capacity;
+    } else {
+      mapped = ::mremap(pooled->data, pooled->capacity, capacity, MREMAP_MAYMOVE);
+      if (mapped == MAP_FAILED) ::munmap(pooled->data, pooled->capacity);
+    }
+  }
+  if (mapped == MAP_FAILED) {
+    mapped = ::mmap(nullptr, capacity, PROT_READ | PROT_WRITE,
+                    MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+  }
   if (mapped == MAP_FAILED) {
     // Out of mappings (each large stream takes one): the heap still serves, at the cost of
     // copying on growth.

@@ -2,7 +2,9 @@
 // to hundreds of megabytes, so growth must neither copy the bytes again and again nor hold the
 // old and the new block at once: small buffers live on the heap and double, large ones are
 // anonymous mappings that grow with mremap (the kernel moves page tables, not bytes). Only the
-// pages written are resident, so memory follows what the stream holds.
+// pages written are resident, so memory follows what the stream holds. A mapping given up is
+// kept for the next stream that grows large (16 MB of them at most, until ReleasePool), so its
+// pages are not zeroed and faulted in once more.
 #pragma once
 
 #include <cstddef>
@@ -32,6 +34,8 @@ class StreamBytes {
   // again. Heap buffers are small and keep theirs.
   void ReleaseBelow(std::size_t end);
   void Clear();
+  // Unmaps the mappings kept for reuse (the end of a run).
+  static void ReleasePool();
 
   const std::uint8_t* data() const { return data_; }
   std::uint8_t* data() { return data_; }
