@@ -157,6 +157,7 @@ void StreamTable::AddSegment(Slot& slot, const SegmentHeaders& headers,
     stream.bytes.Truncate(offset);
     throw;
   }
+  if (first) ReserveDeclaredLength(stream.bytes, payload);
   const std::int64_t memory = static_cast<std::int64_t>(ip.size()) + kSegmentRecordBytes;
   slot.memory += memory;
   AddOwned(memory_, memory);
@@ -166,6 +167,21 @@ void StreamTable::AddSegment(Slot& slot, const SegmentHeaders& headers,
     slot.lowestMayBeHttp = MayStartFileResponse(payload, options_.acceptPartial);
   }
   GiveUpIfNotHttp(slot);
+}
+
+// A response whose first segment says how long it is gets room for all of it at once:
+// growing by doubling would copy a small body's bytes several times over on its way (a heap
+// buffer rarely grows in place). Room is address space until it is written, and a length
+// beyond kMaxDeclaredRoom only gets that much.
+void StreamTable::ReserveDeclaredLength(StreamBytes& bytes, std::span<const std::uint8_t> payload) const {
+  const auto http = RecognizeHttp(payload, options_.acceptPartial);
+  if (!http || !http->contentLength) return;
+  const std::uint64_t declared = http->bodyOffset + *http->contentLength;
+  try {
+    bytes.Reserve(static_cast<std::size_t>(std::min<std::uint64_t>(declared, kMaxDeclaredRoom)));
+  } catch (const std::bad_alloc&) {
+    // Doubling as the bytes come is the way without it.
+  }
 }
 
 // A stream whose first bytes cannot start an HTTP file will never be written when only HTTP

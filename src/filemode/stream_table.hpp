@@ -34,6 +34,8 @@ inline constexpr std::int64_t kSegmentRecordBytes = 12;
 // A stream whose first bytes (by sequence) are no HTTP file's status line keeps this much before
 // it gives its bytes up: room for the response's first segment to arrive late.
 inline constexpr std::size_t kNotHttpGraceBytes = 64 << 10;
+// The most room a stream is given at once for the length its response declares.
+inline constexpr std::size_t kMaxDeclaredRoom = 64 << 20;
 
 // One stored segment: its place in the slot's byte buffer and its sequence number (that of its
 // first payload byte: one past the SYN's own number when the SYN carries data).
@@ -105,6 +107,7 @@ class StreamTable {
 
   std::uint32_t FindSlot(std::uint32_t key, bool& open);
   void GiveUpIfNotHttp(Slot& slot);
+  void ReserveDeclaredLength(StreamBytes& bytes, std::span<const std::uint8_t> payload) const;
   std::uint32_t LowestFreeSlot() const;
   void MarkUsed(std::uint32_t slot, bool used);
   // What the steps after the header checks read of one segment, whichever the family.
