@@ -79,8 +79,14 @@ class ReadAhead {
 
   Block Take() {
     std::unique_lock lock(mutex_);
-    if (held_) free_.push_back(std::exchange(held_, nullptr));
-    changed_.notify_all();
+    if (held_) {
+      free_.push_back(std::exchange(held_, nullptr));
+      // Woken with the lock still held here, the reading thread would only wake to block on
+      // it again: two switches for every block.
+      lock.unlock();
+      changed_.notify_all();
+      lock.lock();
+    }
     changed_.wait(lock, [&] { return !filled_.empty(); });
     Filled next = filled_.front();
     filled_.pop_front();

@@ -209,6 +209,7 @@ void FileModeEngine::Hand(std::vector<Taken>& batch) {
   });
   for (Taken& taken : batch) queue_.push_back(std::move(taken));
   batch.clear();
+  lock.unlock();
   queueChanged_.notify_all();
 }
 
