@@ -144,12 +144,7 @@ FileBeside FileBeside::Create(const std::filesystem::path& file, int& error, uns
 }
 
 WriteOutcome FileBeside::Write(std::span<const std::uint8_t> bytes) {
-  if (error_ != 0) return {0, error_};
-  if (!fd_) return {0, error_ = EBADF};
-  const WriteOutcome outcome = WriteAll(fd_.get(), bytes);
-  written_ += outcome.written;
-  error_ = outcome.error;
-  return outcome;
+  return Write(std::span<const std::span<const std::uint8_t>>(&bytes, 1));
 }
 
 WriteOutcome FileBeside::Write(std::span<const std::span<const std::uint8_t>> pieces) {
