@@ -277,4 +277,3 @@ void CaptureSession::SetStatus(CaptureStatus status) {
 }
 
 }  // namespace vormelt
-

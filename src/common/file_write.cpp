@@ -8,11 +8,9 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
-#include <climits>
-
 #include <cerrno>
+#include <climits>
 #include <system_error>
 #include <utility>
 

@@ -3,13 +3,14 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
-#include <optional>
-#include <vector>
 #include <new>
+#include <optional>
 #include <utility>
+#include <vector>
 
 namespace vormelt::filemode {
 namespace {
@@ -35,20 +36,18 @@ MappingPool& Pool() {
   return pool;
 }
 
-// The smallest pooled mapping of at least `capacity`, else the largest one there is.
+// The smallest pooled mapping of at least `capacity`, else the largest one there is (it grows
+// the least).
 std::optional<Mapping> TakePooled(std::size_t capacity) {
   MappingPool& pool = Pool();
   std::lock_guard lock(pool.mutex);
   if (pool.mappings.empty()) return std::nullopt;
-  auto best = pool.mappings.begin();
-  for (auto it = pool.mappings.begin(); it != pool.mappings.end(); ++it) {
-    const bool fits = it->capacity >= capacity;
-    const bool bestFits = best->capacity >= capacity;
-    if ((fits && (!bestFits || it->capacity < best->capacity)) ||
-        (!fits && !bestFits && it->capacity > best->capacity)) {
-      best = it;
-    }
-  }
+  const auto better = [capacity](const Mapping& a, const Mapping& b) {
+    const bool aFits = a.capacity >= capacity;
+    if (aFits != (b.capacity >= capacity)) return aFits;
+    return aFits ? a.capacity < b.capacity : a.capacity > b.capacity;
+  };
+  const auto best = std::min_element(pool.mappings.begin(), pool.mappings.end(), better);
   const Mapping mapping = *best;
   *best = pool.mappings.back();
   pool.mappings.pop_back();

@@ -148,6 +148,7 @@ void StreamTable::AddSegment(Slot& slot, const SegmentHeaders& headers,
   std::uint32_t sequence = headers.tcp.sequence();
   if (headers.tcp.flags() & kSynFlag) ++sequence;  // the SYN takes a number before the data
   const bool first = stream.segments.empty();
+  if (first) ReserveDeclaredLength(stream.bytes, payload);
   const std::size_t offset = stream.bytes.size();
   stream.bytes.Append(payload);
   try {
@@ -157,7 +158,6 @@ void StreamTable::AddSegment(Slot& slot, const SegmentHeaders& headers,
     stream.bytes.Truncate(offset);
     throw;
   }
-  if (first) ReserveDeclaredLength(stream.bytes, payload);
   const std::int64_t memory = static_cast<std::int64_t>(ip.size()) + kSegmentRecordBytes;
   slot.memory += memory;
   AddOwned(memory_, memory);
